@@ -1,0 +1,20 @@
+# Language level for everything; warnings and sanitizers for what is compiled here.
+
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+
+# Link it privately to get the project's warnings.
+add_library(esg-compiler-settings INTERFACE)
+target_compile_options(esg-compiler-settings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  $<$<BOOL:${ESG_WARNINGS_AS_ERRORS}>:-Werror>)
+
+if(ESG_SANITIZE)
+  add_compile_options(
+    -fsanitize=${ESG_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${ESG_SANITIZE})
+endif()

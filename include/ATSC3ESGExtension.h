@@ -1,0 +1,203 @@
+#ifndef ATSC3_ESG_EXTENSION_H
+#define ATSC3_ESG_EXTENSION_H
+
+#include <json/forwards.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ESGExport.h"
+
+/// The private extensions that an ATSC 3.0 broadcast adds to its guide, in two families.
+///
+/// Each record is a plain value: a copy holds the whole tree beneath it and shares nothing. Strings
+/// are bytes as they came, normally UTF-8; nothing interprets them. One thread at a time may write
+/// a record or use a JSON value.
+///
+/// Every record has the same two conversions, which always return true:
+///
+/// - `ToJson` sets the record's members on `target` and keeps its other members; a null value
+/// becomes
+///   an object. An empty list writes nothing; a list that is already there gets the new elements
+///   behind its own.
+/// - `FromJson` reads `source` into the record. Absent or null members read as empty or 0. Lists
+/// are
+///   appended to, not replaced: read into a fresh record where a replacement is wanted. Looking up
+///   a list or a nested record that is absent adds it to `source` as null.
+///
+/// A member that cannot be converted raises the JSON library's exception; what was read before it
+/// stays in the record.
+namespace ATSC3ESGExtension {
+
+// The content extension: what a programme carries in FCESGProgramInfo::PrivateExt().
+
+/// One icon, or one content item of a preview. The three numbers have no value until FromJson or
+/// the caller sets them.
+class ESG_API CESGIcon {
+ public:
+  CESGIcon();
+  CESGIcon(const CESGIcon&) = default;
+  CESGIcon(CESGIcon&&) = default;
+  CESGIcon& operator=(const CESGIcon&) = default;
+  CESGIcon& operator=(CESGIcon&&) = default;
+  virtual ~CESGIcon();
+
+  static bool ToJson(const CESGIcon& record, Json::Value& target);
+  static bool FromJson(Json::Value& source, CESGIcon& record);
+
+  std::string uri;
+  std::string mimeType;
+  std::int32_t width;     ///< pixels
+  std::int32_t height;    ///< pixels
+  std::int32_t dataSize;  ///< bytes
+};
+
+/// One text and its language.
+class ESG_API CESGDescription {
+ public:
+  CESGDescription();
+  CESGDescription(const CESGDescription&) = default;
+  CESGDescription(CESGDescription&&) = default;
+  CESGDescription& operator=(const CESGDescription&) = default;
+  CESGDescription& operator=(CESGDescription&&) = default;
+  virtual ~CESGDescription();
+
+  static bool ToJson(const CESGDescription& record, Json::Value& target);
+  static bool FromJson(Json::Value& source, CESGDescription& record);
+
+  std::string text;
+  std::string lang;
+};
+
+/// One preview: its icons, its content items (which have the form of an icon) and its descriptions.
+class ESG_API CESGPreview {
+ public:
+  CESGPreview();
+  CESGPreview(const CESGPreview&) = default;
+  CESGPreview(CESGPreview&&) = default;
+  CESGPreview& operator=(const CESGPreview&) = default;
+  CESGPreview& operator=(CESGPreview&&) = default;
+  virtual ~CESGPreview();
+
+  static bool ToJson(const CESGPreview& record, Json::Value& target);
+  static bool FromJson(Json::Value& source, CESGPreview& record);
+
+  std::string usage;
+  std::vector<CESGIcon> icons;
+  std::vector<CESGIcon> contents;
+  std::vector<CESGDescription> descriptions;
+};
+
+/// The private extension of one programme.
+class ESG_API CESGPrivateExt {
+ public:
+  CESGPrivateExt();
+  CESGPrivateExt(const CESGPrivateExt&) = default;
+  CESGPrivateExt(CESGPrivateExt&&) = default;
+  CESGPrivateExt& operator=(const CESGPrivateExt&) = default;
+  CESGPrivateExt& operator=(CESGPrivateExt&&) = default;
+  virtual ~CESGPrivateExt();
+
+  static bool ToJson(const CESGPrivateExt& record, Json::Value& target);
+  static bool FromJson(Json::Value& source, CESGPrivateExt& record);
+
+  std::vector<CESGIcon> contentIcons;
+  std::vector<CESGPreview> previews;
+};
+
+// The service extension: for applications to build and convert; other JSON names, on purpose.
+
+/// A link. `uriType` has no value until FromJson or the caller sets it; reading keeps the low 8
+/// bits of the number.
+class ESG_API Link {
+ public:
+  Link();
+  Link(const Link&) = default;
+  Link(Link&&) = default;
+  Link& operator=(const Link&) = default;
+  Link& operator=(Link&&) = default;
+  virtual ~Link();
+
+  static bool ToJson(const Link& record, Json::Value& target);
+  static bool FromJson(Json::Value& source, Link& record);
+
+  std::string uri;
+  std::uint8_t uriType;
+  std::string description;
+};
+
+/// An icon with a link; its size is text.
+class ESG_API Icon {
+ public:
+  Icon();
+  Icon(const Icon&) = default;
+  Icon(Icon&&) = default;
+  Icon& operator=(const Icon&) = default;
+  Icon& operator=(Icon&&) = default;
+  virtual ~Icon();
+
+  static bool ToJson(const Icon& record, Json::Value& target);
+  static bool FromJson(Json::Value& source, Icon& record);
+
+  std::string uri;
+  std::string MIMEType;
+  std::string size;
+  Link link;
+};
+
+/// A text with its language and a link.
+class ESG_API PreviewDescription {
+ public:
+  PreviewDescription();
+  PreviewDescription(const PreviewDescription&) = default;
+  PreviewDescription(PreviewDescription&&) = default;
+  PreviewDescription& operator=(const PreviewDescription&) = default;
+  PreviewDescription& operator=(PreviewDescription&&) = default;
+  virtual ~PreviewDescription();
+
+  static bool ToJson(const PreviewDescription& record, Json::Value& target);
+  static bool FromJson(Json::Value& source, PreviewDescription& record);
+
+  std::string previewDesc;
+  std::string lang;
+  Link link;
+};
+
+/// A description and an icon.
+class ESG_API PreviewData {
+ public:
+  PreviewData();
+  PreviewData(const PreviewData&) = default;
+  PreviewData(PreviewData&&) = default;
+  PreviewData& operator=(const PreviewData&) = default;
+  PreviewData& operator=(PreviewData&&) = default;
+  virtual ~PreviewData();
+
+  static bool ToJson(const PreviewData& record, Json::Value& target);
+  static bool FromJson(Json::Value& source, PreviewData& record);
+
+  PreviewDescription preview_description;
+  Icon icon;
+};
+
+/// The root of the service extension.
+class ESG_API PrivateExt {
+ public:
+  PrivateExt();
+  PrivateExt(const PrivateExt&) = default;
+  PrivateExt(PrivateExt&&) = default;
+  PrivateExt& operator=(const PrivateExt&) = default;
+  PrivateExt& operator=(PrivateExt&&) = default;
+  virtual ~PrivateExt();
+
+  static bool ToJson(const PrivateExt& record, Json::Value& target);
+  static bool FromJson(Json::Value& source, PrivateExt& record);
+
+  std::vector<Icon> content_icon;
+  std::vector<PreviewData> preview_data;
+};
+
+}  // namespace ATSC3ESGExtension
+
+#endif

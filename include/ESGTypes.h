@@ -1,0 +1,20 @@
+#ifndef ESG_TYPES_H
+#define ESG_TYPES_H
+
+#include <map>
+
+class FCESGProgramInfo;
+
+/// Which programme IESGService::GetProgram wants, relative to a given one.
+/// The numeric value travels to the service as a signed integer.
+enum eRelative_Position : int {
+  eRelative_Position_Previous = -1,
+  eRelative_Position_Current = 0,
+  eRelative_Position_Next = 1,
+};
+
+/// Programmes by the key that the service gives them, in ascending order.
+/// The guide service uses the start time as the key.
+using ESGProgramMap = std::map<unsigned int, FCESGProgramInfo>;
+
+#endif

@@ -1,0 +1,62 @@
+#ifndef EC_IPC_CONNECTION_H
+#define EC_IPC_CONNECTION_H
+
+#include <ESGExport.h>
+#include <dbus/dbus.h>
+
+#include <atomic>
+#include <mutex>
+#include <string>
+
+#include "EIIPCConnection.h"
+
+/// The client connection: one private bus connection for calls, another for signals.
+class ESG_API ECIPCConnection : public EIIPCConnection {
+ public:
+  ECIPCConnection();
+  ECIPCConnection(const ECIPCConnection&) = delete;
+  ECIPCConnection& operator=(const ECIPCConnection&) = delete;
+  ~ECIPCConnection() override;
+
+  bool Connect() override;
+  bool AddMatchRule(int event) override;
+  bool RemoveMatchRule(int event) override;
+  int Call(const std::string& destination, const char* method, ESGMessageBuffer& in,
+           ESGMessageBuffer& out) override;
+  void SetEventCallbackFunction(EIIPCCallback callback) override;
+  void UnSetEventCallbackFunction() override;
+  void SetDataCallbackFunction(EIIPCCallback callback) override;
+  const std::string& GetConnectionId() override;
+  void SetGMainLoop(GMainContext* context) override;
+
+  /// `Event`, `Data`, or -1 for a message of another kind.
+  int m_GetMessageType(DBusMessage* message);
+  DBusHandlerResult m_MessageHandler(DBusMessage* message) noexcept;
+  static DBusHandlerResult m_MessageHandlerHelper(DBusConnection* connection, DBusMessage* message,
+                                                  void* user);
+  const char* m_ConvertMsgTypeToString(eECIPCMessageType type);
+  /// `out` holds 256 bytes.
+  void m_CreateMatchRule(eECIPCMessageType type, int event, char* out);
+  void m_ReleaseAllConnections();
+
+ protected:
+  bool m_Connect() override;
+
+ private:
+  friend struct BinaryInterface;
+
+  using MatchRuleChange = void (*)(DBusConnection*, const char*, DBusError*);
+  void m_ChangeMatchRule(MatchRuleChange change, int event, DBusError* error);
+
+  // Written under m_instanceMutex; read without it, so a callback just cleared may run once more.
+  std::atomic<EIIPCCallback> m_eventCallback{nullptr};
+  std::atomic<EIIPCCallback> m_dataCallback{nullptr};
+  DBusConnection* m_pConnection = nullptr;
+  DBusConnection* m_pConnection_gmainloop = nullptr;
+  std::atomic<bool> m_connected{false};
+  std::string m_connectionId;
+
+  static std::mutex m_instanceMutex;
+};
+
+#endif

@@ -1,0 +1,43 @@
+#ifndef EC_IPC_MANAGER_H
+#define EC_IPC_MANAGER_H
+
+#include <ESGExport.h>
+#include <dbus/dbus.h>
+
+#include <string>
+
+#include "EIIPCConnection.h"
+
+/// The sending side of signals. Derive from it and implement Send with m_Send to broadcast events.
+///
+/// Any thread may send. Sending does not wait for receivers.
+class ESG_API ECIPCManager {
+ public:
+  /// Connects to the system bus, in up to 61 attempts one second apart. Without a bus the object
+  /// stays without a connection and its sends go nowhere.
+  ECIPCManager();
+  ECIPCManager(const ECIPCManager&) = delete;
+  ECIPCManager& operator=(const ECIPCManager&) = delete;
+  virtual ~ECIPCManager();
+
+  virtual bool Send(int number, ESGMessageBuffer& payload) = 0;
+
+ protected:
+  bool m_Connect();
+
+  /// Emits one signal: to the owner of `destination`, or to every subscriber where it is empty.
+  /// false, with an error line in the log, when the signal cannot be built or is larger than the
+  /// bus takes; whether it arrives is not reported.
+  bool m_Send(const std::string& destination, eECIPCMessageType type, int number,
+              ESGMessageBuffer& payload);
+
+  const char* m_ConvertMsgTypeToString(eECIPCMessageType type);
+
+ private:
+  friend struct BinaryInterface;
+
+  DBusConnection* m_pConnection = nullptr;
+  std::string m_connectionId;
+};
+
+#endif

@@ -1,0 +1,107 @@
+#include "IPCS/ECNativeConnection.h"
+
+#include "Assertion.h"
+#include "IPCS/DBusHandles.h"
+#include "IPCS/ESGMessageBuffer.h"
+#include "IPCS/IESGCallListener.h"
+#include "IPCS/MainLoop.h"
+#include "IPCS/Wire.h"
+#include "Log.h"
+
+ECNativeConnection::ECNativeConnection() = default;
+
+ECNativeConnection::~ECNativeConnection() {
+  m_started = false;
+  if (m_pConnection != nullptr) {
+    // Closed, not released: the main context still refers to it. This object must be out of its
+    // reach, so there is no limit to the wait for a call that is being served.
+    DBusConnection* connection = m_pConnection;
+    ipcs::RunInMainLoop(connection, std::chrono::hours(24),
+                        [connection] { dbus_connection_close(connection); });
+  }
+}
+
+bool ECNativeConnection::Start(const std::string& name, IESGCallListener* listener) {
+  constexpr int kAttempts = 60;
+  for (int attempt = 0; m_pConnection == nullptr && attempt < kAttempts; ++attempt) {
+    ipcs::Error error;
+    m_pConnection = ipcs::OpenSystemBus(error);
+    if (m_pConnection == nullptr) {
+      ESG_LOGE("Failed to connect to the D-BUS daemon: %s\n", error.Text());
+      std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
+  }
+  if (m_pConnection == nullptr) {
+    ESG_REPORT("m_pConnection", "include_internal/IPCS/ECNativeConnection");
+    return false;
+  }
+
+  // Calls that arrive before the end of this function wait in the connection: nothing dispatches it
+  // until it is attached.
+  ipcs::Error error;
+  if (ipcs::IsBusName(name, error.Out())) {
+    dbus_bus_request_name(m_pConnection, name.c_str(), DBUS_NAME_FLAG_REPLACE_EXISTING,
+                          error.Out());
+  }
+  if (error.IsSet()) {
+    ESG_LOGE("Naming Error (%s)\n\n", error.Text());
+    return false;
+  }
+  m_name = name;
+  m_listener = listener;
+  if (!m_started) {
+    m_started = true;
+    dbus_connection_add_filter(m_pConnection, &m_MessageHandlerHelper, this, nullptr);
+    ipcs::AttachToMainLoop(m_pConnection, nullptr);
+  }
+  return true;
+}
+
+DBusHandlerResult ECNativeConnection::m_MessageHandlerHelper(DBusConnection* /*connection*/,
+                                                             DBusMessage* message, void* user) {
+  return static_cast<ECNativeConnection*>(user)->m_MessageHandler(message);
+}
+
+DBusHandlerResult ECNativeConnection::m_MessageHandler(DBusMessage* message) noexcept {
+  if (dbus_message_is_method_call(message, m_name.c_str(), wire::kCallMember) == FALSE) {
+    ESG_LOGE("It is not method call !\n");
+    return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
+  }
+  wire::Text method = nullptr;
+  ESGMessageBuffer in;
+  ESGMessageBuffer out;
+  switch (wire::ReadBody(message, method, in)) {
+    case wire::Read::Done:
+      break;
+    case wire::Read::Empty:
+      ESG_LOGE("Message has no arguments!\n");
+      return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
+    case wire::Read::Wrong:
+      ESG_LOGE("Message has wrong arguments: %s\n", dbus_message_get_signature(message));
+      return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
+  }
+  if (m_listener == nullptr) {
+    ESG_LOGE("No listener\n");
+    return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
+  }
+  const bool result = m_listener->OnMethodCall(method, in, out);
+  if (dbus_message_get_no_reply(message) != FALSE) {
+    return DBUS_HANDLER_RESULT_HANDLED;
+  }
+
+  ipcs::MessagePtr reply(dbus_message_new_method_return(message));
+  const wire::Written written = reply == nullptr
+                                    ? wire::Written::Failed
+                                    : wire::Write(reply.get(), wire::Number{result ? 1 : 0}, out);
+  if (written == wire::Written::TooLarge) {
+    reply.reset(dbus_message_new_error(message, DBUS_ERROR_LIMITS_EXCEEDED,
+                                       "The answer is larger than the bus takes"));
+  }
+  if (written == wire::Written::Failed || reply == nullptr ||
+      dbus_connection_send(m_pConnection, reply.get(), nullptr) == FALSE) {
+    ESG_LOGE("Out Of Memory!\n\n");
+    return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
+  }
+  dbus_connection_flush(m_pConnection);
+  return DBUS_HANDLER_RESULT_HANDLED;
+}

@@ -1,0 +1,3 @@
+#include "IPCS/IESGCallListener.h"
+
+IESGCallListener::~IESGCallListener() = default;

@@ -1,0 +1,85 @@
+#include "ESGEMSProxy.h"
+
+#include "Assertion.h"
+#include "IPCS/EIIPCConnection.h"
+#include "IPCS/ESGMessageBuffer.h"
+#include "Log.h"
+
+ESGEventData::~ESGEventData() = default;
+
+IESGEMS::~IESGEMS() = default;
+
+ESGEMSProxy::CallbackHolder ESGEMSProxy::m_callback;
+std::map<int, void*> ESGEMSProxy::m_userDataMap;
+std::atomic<EIIPCConnection*> ESGEMSProxy::m_pConnection{nullptr};
+ESGEMSProxy* ESGEMSProxy::m_pImp = nullptr;
+std::mutex ESGEMSProxy::m_instanceMutex;
+
+ESGEMSProxy* ESGEMSProxy::GetInstance(EIIPCConnection* connection,
+                                      std::function<int(int, ESGEventData)> callback) {
+  const std::lock_guard<std::mutex> lock(m_instanceMutex);
+  if (m_pImp == nullptr) {
+    m_pImp = new ESGEMSProxy(connection, std::move(callback));
+  }
+  return m_pImp;
+}
+
+ESGEMSProxy::ESGEMSProxy(EIIPCConnection* connection,
+                         std::function<int(int, ESGEventData)> callback) {
+  m_pConnection = connection;
+  m_callback.Set(std::make_shared<const ESGEventCallback>(std::move(callback)));
+  connection->SetGMainLoop(nullptr);
+}
+
+ESGEMSProxy::~ESGEMSProxy() = default;
+
+int ESGEMSProxy::SubscribeSignal(int event) {
+  ESG_LOGI("Subscribe event : %d\n", event);
+  {
+    const std::lock_guard<std::mutex> lock(m_instanceMutex);
+    if (m_eventList.empty()) {
+      m_pConnection.load()->SetEventCallbackFunction(&OnEventReceived);
+    }
+    m_eventList.insert(event);
+  }
+  // The round trip to the bus is made without the lock.
+  EIIPCConnection* connection = m_pConnection;
+  return connection != nullptr && connection->AddMatchRule(event) ? 0 : -1;
+}
+
+int ESGEMSProxy::UnsubscribeSignal(int event) {
+  ESG_LOGI("UnSubscribe event : %d\n", event);
+  {
+    const std::lock_guard<std::mutex> lock(m_instanceMutex);
+    m_eventList.erase(event);
+    if (!m_eventList.empty()) {
+      ESG_LOGE("Subscribe and UnSubcribe number is different. m_eventList.size :%zu\n",
+               m_eventList.size());
+    } else {
+      ESG_LOGI("Destroy Call back Function\n");
+      // Forgotten, not deleted: the application may still hold it.
+      m_pImp = nullptr;
+      m_pConnection.load()->UnSetEventCallbackFunction();
+    }
+  }
+  EIIPCConnection* connection = m_pConnection;
+  return connection != nullptr && connection->RemoveMatchRule(event) ? 0 : -1;
+}
+
+void ESGEMSProxy::OnEventReceived(int event, ESGMessageBuffer& data) {
+  ESGEventData eventData;
+  // One integer more than an event carries is let pass.
+  constexpr unsigned int kMaximumPayload = 4 * sizeof(int);
+  ESG_ASSERT(kMaximumPayload >= data.GetFullBufferSize(),
+             "sizeof(params) >= data.GetFullBufferSize()", "src/ESGEMSProxy");
+  ESG_LOGI("event = %d\n", event);
+  if (data.GetFullBufferSize() != 0) {
+    eventData.m_param1 = data.PopInt();
+    eventData.m_param2 = data.PopInt();
+    eventData.m_param3 = data.PopInt();
+  }
+  const auto callback = m_callback.Get();
+  if (callback != nullptr && *callback) {
+    (*callback)(event, eventData);
+  }
+}

@@ -1,0 +1,3 @@
+#include "IESGService.h"
+
+IESGService::~IESGService() = default;

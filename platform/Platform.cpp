@@ -1,5 +1,5 @@
-// The stand-ins: messages go to standard error, one line each, or to the journal where standard error
-// is one. ESG_LOG=error|info|debug|none says which ones; without it, errors only.
+// The stand-ins: messages go to standard error, one line each, or to the journal where standard
+// error is one. ESG_LOG=error|info|debug|none says which ones; without it, errors only.
 
 #include "Platform.h"
 
@@ -53,8 +53,8 @@ bool JournalFromEnvironment() {
          fstat(STDERR_FILENO, &actual) == 0 && actual.st_dev == device && actual.st_ino == inode;
 }
 
-/// One line in a buffer of fixed size. A pipe takes a write of up to 4096 bytes in one piece, so lines
-/// of several threads and processes do not mix.
+/// One line in a buffer of fixed size. A pipe takes a write of up to 4096 bytes in one piece, so
+/// lines of several threads and processes do not mix.
 class Line {
  public:
   explicit Line(const Severity& severity) {

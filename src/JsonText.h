@@ -7,14 +7,20 @@
 #include <string>
 
 /// JSON text of the protocol: the JSON library's own defaults both ways.
+///
+/// Every call has a writer and a reader of its own. What makes them is shared: filling in its default
+/// settings costs as much as a small answer, and after that it is only read. It is never destroyed, so
+/// that threads which still call while the process ends find it.
 namespace json {
 
 inline std::string ToText(const Json::Value& value) {
-  return Json::writeString(Json::StreamWriterBuilder(), value);
+  static const auto* const factory = new Json::StreamWriterBuilder();
+  return Json::writeString(*factory, value);
 }
 
 inline bool Parse(const std::string& text, Json::Value& result) {
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  static const auto* const factory = new Json::CharReaderBuilder();
+  const std::unique_ptr<Json::CharReader> reader(factory->newCharReader());
   std::string errors;
   return reader != nullptr &&
          reader->parse(text.data(), text.data() + text.size(), &result, &errors);

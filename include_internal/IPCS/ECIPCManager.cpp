@@ -13,19 +13,24 @@ namespace {
 constexpr long kMaximumWaiting = 64L * 1024 * 1024;
 
 /// No main loop serves the connection, so what the socket does not take at once would wait for the
-/// next signal. Helps it out, but not for longer than a moment, and drops what others have sent
+/// next signal. Helps it out as long as the bus goes on taking, and drops what others have sent
 /// here.
 void Drain(DBusConnection* connection) {
   using Clock = std::chrono::steady_clock;
-  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(100);
-  while (dbus_connection_has_messages_to_send(connection) != FALSE) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    if (left <= 0 || dbus_connection_read_write(connection, static_cast<int>(left)) == FALSE) {
+  constexpr std::chrono::milliseconds kStandstill(100);
+  Clock::time_point last = Clock::now();
+  const Clock::time_point deadline = last + std::chrono::seconds(5);
+  while (dbus_connection_has_messages_to_send(connection) != FALSE && last < deadline) {
+    if (dbus_connection_read_write(connection, static_cast<int>(kStandstill.count())) == FALSE) {
       return;
     }
     while (dbus_connection_dispatch(connection) == DBUS_DISPATCH_DATA_REMAINS) {
     }
+    const Clock::time_point now = Clock::now();
+    if (now - last >= kStandstill) {
+      return;
+    }
+    last = now;
   }
 }
 

@@ -1,5 +1,7 @@
 #include "IPCS/ECNativeConnection.h"
 
+#include <utility>
+
 #include "Assertion.h"
 #include "IPCS/DBusHandles.h"
 #include "IPCS/ESGMessageBuffer.h"
@@ -8,16 +10,66 @@
 #include "IPCS/Wire.h"
 #include "Log.h"
 
+namespace {
+
+/// A call that is being served is waited for.
+constexpr std::chrono::hours kNoLimit(24);
+
+/// What tools such as busctl show of the object that is called.
+std::string IntrospectionXml(const std::string& interface) {
+  return DBUS_INTROSPECT_1_0_XML_DOCTYPE_DECL_NODE R"(<node>
+ <interface name=")" +
+         interface + R"(">
+  <method name="MethodCall">
+   <arg name="method" type="s" direction="in"/>
+   <arg name="length" type="i" direction="in"/>
+   <arg name="payload" type="ay" direction="in"/>
+   <arg name="result" type="i" direction="out"/>
+   <arg name="length" type="i" direction="out"/>
+   <arg name="payload" type="ay" direction="out"/>
+  </method>
+ </interface>
+ <interface name="org.freedesktop.DBus.Introspectable">
+  <method name="Introspect">
+   <arg name="data" type="s" direction="out"/>
+  </method>
+ </interface>
+</node>
+)";
+}
+
+/// Serves the calls to the object that the filter has passed on; `user` is the interface's name.
+DBusHandlerResult OnObjectMessage(DBusConnection* connection, DBusMessage* message, void* user) {
+  if (dbus_message_is_method_call(message, DBUS_INTERFACE_INTROSPECTABLE, "Introspect") == FALSE) {
+    return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
+  }
+  const std::string xml = IntrospectionXml(*static_cast<const std::string*>(user));
+  const char* text = xml.c_str();
+  const ipcs::MessagePtr reply(dbus_message_new_method_return(message));
+  if (reply == nullptr ||
+      dbus_message_append_args(reply.get(), DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID) == FALSE ||
+      dbus_connection_send(connection, reply.get(), nullptr) == FALSE) {
+    return DBUS_HANDLER_RESULT_NEED_MEMORY;
+  }
+  return DBUS_HANDLER_RESULT_HANDLED;
+}
+
+}  // namespace
+
 ECNativeConnection::ECNativeConnection() = default;
 
 ECNativeConnection::~ECNativeConnection() {
-  m_started = false;
+  const bool started = std::exchange(m_started, false);
   if (m_pConnection != nullptr) {
-    // Closed, not released: the main context still refers to it. This object must be out of its
-    // reach, so there is no limit to the wait for a call that is being served.
-    DBusConnection* connection = m_pConnection;
-    ipcs::RunInMainLoop(connection, std::chrono::hours(24),
-                        [connection] { dbus_connection_close(connection); });
+    // Closed, not released: the main context still refers to it, and dispatches what has arrived.
+    // This object must be out of its reach.
+    ipcs::RunInMainLoop(m_pConnection, kNoLimit, [this, started] {
+      if (started) {
+        dbus_connection_remove_filter(m_pConnection, &m_MessageHandlerHelper, this);
+        dbus_connection_unregister_object_path(m_pConnection, wire::kCallPath);
+      }
+      dbus_connection_close(m_pConnection);
+    });
   }
 }
 
@@ -47,11 +99,17 @@ bool ECNativeConnection::Start(const std::string& name, IESGCallListener* listen
     ESG_LOGE("Naming Error (%s)\n\n", error.Text());
     return false;
   }
-  m_name = name;
-  m_listener = listener;
+  ipcs::RunInMainLoop(m_pConnection, kNoLimit, [&] {
+    m_name = name;
+    m_listener = listener;
+  });
   if (!m_started) {
     m_started = true;
     dbus_connection_add_filter(m_pConnection, &m_MessageHandlerHelper, this, nullptr);
+    DBusObjectPathVTable object = {};
+    object.message_function = &OnObjectMessage;
+    dbus_connection_try_register_object_path(m_pConnection, wire::kCallPath, &object, &m_name,
+                                             nullptr);
     ipcs::AttachToMainLoop(m_pConnection, nullptr);
   }
   return true;

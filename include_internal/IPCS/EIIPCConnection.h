@@ -6,7 +6,7 @@
 #include <string>
 
 class ESGMessageBuffer;
-typedef struct _GMainContext GMainContext;  // NOLINT(bugprone-reserved-identifier): GLib's name
+typedef struct _GMainContext GMainContext;
 
 /// The kind of a signal; the enumerator's name is the signal's member on the bus.
 enum eECIPCMessageType : int {

@@ -9,6 +9,7 @@
 namespace {
 
 constexpr char kSource[] = "include_internal/IPCS/ESGMessageBuffer";
+constexpr char kOffsetInside[] = "(unsigned int)offset <= m_bufferData.size()";
 
 /// Whether `size` bytes from `offset` lie inside `total` bytes. A negative offset counts as huge.
 bool Inside(unsigned long size, int offset, std::size_t total) {
@@ -50,12 +51,13 @@ bool ESGMessageBuffer::PushBuffer(ESGMessageBuffer* other) {
 }
 
 bool ESGMessageBuffer::WriteInt(int value, int offset) {
-  return WriteConcatenated(sizeof(value), &value, offset);
+  ESG_ASSERT(Inside(0, offset, m_bufferData.size()), kOffsetInside, kSource);
+  Insert(static_cast<unsigned int>(offset), sizeof(value), &value);
+  return true;
 }
 
 bool ESGMessageBuffer::WriteConcatenated(unsigned long size, void* data, int offset) {
-  ESG_ASSERT(Inside(0, offset, m_bufferData.size()), "(unsigned int)offset <= m_bufferData.size()",
-             kSource);
+  ESG_ASSERT(Inside(0, offset, m_bufferData.size()), kOffsetInside, kSource);
   Insert(static_cast<unsigned int>(offset), size, data);
   return true;
 }

@@ -1,0 +1,36 @@
+#ifndef GUIDE_FILE_DESCRIPTOR_H
+#define GUIDE_FILE_DESCRIPTOR_H
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace guide {
+
+/// Owns a file descriptor.
+class FileDescriptor {
+ public:
+  explicit FileDescriptor(int fd = -1) : m_fd(fd) {}
+  FileDescriptor(FileDescriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    std::swap(m_fd, other.m_fd);
+    return *this;
+  }
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  ~FileDescriptor() {
+    if (m_fd >= 0) {
+      ::close(m_fd);
+    }
+  }
+
+  int Get() const { return m_fd; }
+  explicit operator bool() const { return m_fd >= 0; }
+
+ private:
+  int m_fd;
+};
+
+}  // namespace guide
+
+#endif

@@ -1,0 +1,29 @@
+#ifndef ESGCTL_TEXT_WIDTH_H
+#define ESGCTL_TEXT_WIDTH_H
+
+#include <string>
+#include <string_view>
+
+namespace esgctl {
+
+/// The text of a guide on one line, fit for a terminal: valid UTF-8, line breaks and tabs as
+/// spaces, no control characters and nothing that reorders the text around it.
+std::string Printable(std::string_view text);
+
+/// How many terminal columns a printable text takes, counted character by character as terminals
+/// do: wide ones two, combining ones and joiners none.
+int DisplayWidth(std::string_view text);
+
+/// The text, or as much of it as fits `width` columns with an ellipsis behind. Combining characters
+/// stay with their base.
+std::string Cut(std::string_view text, int width);
+
+/// The text filled with spaces to `width` columns; a longer text stays as it is.
+std::string Pad(std::string_view text, int width);
+
+/// Keeps right-to-left text from changing the order of the columns beside it.
+std::string GuardDirection(const std::string& text);
+
+}  // namespace esgctl
+
+#endif

@@ -1,0 +1,85 @@
+#ifndef ESGCTL_TIME_H
+#define ESGCTL_TIME_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace esgctl {
+
+/// Seconds since 1970, UTC.
+using Seconds = std::int64_t;
+
+/// What a record's time counts from.
+enum class Epoch {
+  Unix,
+  Ntp,  ///< 1900, as the broadcast does
+};
+
+/// Turns the 32-bit times of records into Unix time and back.
+///
+/// NTP seconds in 32 bits begin again in February 2036. A record's time is therefore read as the
+/// one nearest to the present of all that it may stand for, at most 68 years off.
+class Clock {
+ public:
+  Clock(Epoch epoch, Seconds now) : m_epoch(epoch), m_now(now) {}
+
+  Seconds Now() const { return m_now; }
+  Seconds FromRecord(std::uint32_t time) const;
+  /// A usage failure for a time that a record cannot hold.
+  std::uint32_t ToRecord(Seconds time) const;
+
+ private:
+  Epoch m_epoch;
+  Seconds m_now;
+};
+
+/// A point in time as people write it: "now", "20:00", "2026-05-01", "2026-05-01 20:00:30",
+/// "tomorrow 06:00", an offset from now such as "+2h" or "-30m", or Unix seconds. A zone ("Z",
+/// "+02:00") may follow a time of day; without one it is local.
+struct Moment {
+  Seconds time = 0;
+  bool timeOfDay = false;  ///< only a time of day was given; today's was taken
+};
+
+/// Ends in a usage failure for a text that is none.
+Moment ParseMoment(const std::string& written, Seconds now);
+
+/// "90m", "1h30m", "2d", "1w", or seconds.
+Seconds ParseDuration(const std::string& text);
+
+/// From `from` up to, but not including, `to`.
+struct TimeRange {
+  Seconds from = 0;
+  Seconds to = 0;
+};
+
+/// What --from, --to and --for say; empty texts where they were not given. Without an end the range
+/// is `length` long. An end that is only a time of day, at or before the start, is that of the next
+/// day.
+TimeRange ParseRange(const std::string& from, const std::string& to, const std::string& length,
+                     Seconds defaultLength, Seconds now);
+
+/// One question's time range, in the record's time.
+struct Piece {
+  std::uint32_t start;
+  std::uint32_t duration;
+};
+
+/// The range in pieces of at most a day; none crosses the end of the record's 32 bits.
+std::vector<Piece> Pieces(const Clock& clock, const TimeRange& range);
+
+/// Local time as "2026-05-01 20:00"; the second form without the date. Seconds show unless they are
+/// 0.
+std::string FormatDateTime(Seconds time);
+std::string FormatTimeOfDay(Seconds time);
+/// Local time by a strftime pattern.
+std::string FormatTime(Seconds time, const char* pattern);
+
+/// "0:30", or with seconds "0:00:30".
+std::string FormatDuration(Seconds duration);
+
+}  // namespace esgctl
+
+#endif

@@ -1,0 +1,36 @@
+/* Prints when the programme on air now began and when it ends: now SERVICE-ID */
+
+#include <FCESGProgramAPI.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <time.h>
+
+/* The broadcast counts seconds from 1900, Unix from 1970. In 32 bits the subtraction wraps, so it
+ * is right beyond 2036 as well, where the broadcast's count starts again. */
+static time_t unix_time(unsigned int ntp) { return (time_t)(uint32_t)(ntp - 2208988800u); }
+
+static void print_time(const char* label, time_t when) {
+  char text[32];
+  strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", localtime(&when));
+  printf("%s %s\n", label, text);
+}
+
+int main(int argc, char** argv) {
+  FCESGProgramInfo* program;
+  int found;
+
+  if (argc != 2) {
+    fprintf(stderr, "usage: now SERVICE-ID\n");
+    return 2;
+  }
+  found = FCESGProgramAPIGetPresentProgram(argv[1], &program);
+  if (found) {
+    const time_t start = unix_time(FCESGProgramStartTime(program));
+    print_time("from ", start);
+    print_time("until", start + (time_t)FCESGProgramDuration(program));
+  } else {
+    fprintf(stderr, "now: nothing on air on %s, or no guide service\n", argv[1]);
+  }
+  FCESGProgramDispose(program); /* also after a failure */
+  return found ? 0 : 1;
+}

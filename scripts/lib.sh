@@ -1,0 +1,99 @@
+# shellcheck shell=bash
+# Functions that the scripts share. Sourced, from a script that has set -euo pipefail.
+
+ESG_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+esg_fail() {
+  printf '%s: %s\n' "${0##*/}" "$*" >&2
+  exit 1
+}
+
+# Runs a command silently; shows what it said only when it fails.
+esg_quietly() {
+  local said
+  said=$("$@" 2>&1) || { printf '%s\n' "$said" >&2; return 1; }
+}
+
+# The packages of the list that are not installed, one a line.
+esg_missing_packages() {
+  local list='{ sub(/#.*/, ""); if ($1 != "") print $1 }'
+  comm -23 \
+    <(awk "$list" "$ESG_ROOT/scripts/packages.txt" | sort -u) \
+    <(dpkg-query -W -f '${Package} ${db:Status-Status}\n' | awk '$2 == "installed" { print $1 }' | sort -u)
+}
+
+# Installs what is missing from the list; says nothing when nothing is.
+esg_install_packages() {
+  if ! command -v apt-get dpkg-query >/dev/null; then
+    printf 'No Debian packages here; scripts/packages.txt says what is needed.\n' >&2
+    return
+  fi
+  local missing as_root=()
+  mapfile -t missing < <(esg_missing_packages)
+  ((${#missing[@]})) || return 0
+  printf 'Installing %s\n' "${missing[*]}" >&2
+  if ((EUID != 0)); then
+    command -v sudo >/dev/null || esg_fail "not root and no sudo; please install: ${missing[*]}"
+    as_root=(sudo)
+    [[ -t 0 ]] || as_root+=(-n)
+  fi
+  local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=300)
+  esg_quietly "${apt[@]}" update || printf 'The package lists could not be updated.\n' >&2
+  esg_quietly "${apt[@]}" install -y --no-install-recommends "${missing[@]}" ||
+    esg_fail "could not install: ${missing[*]}"
+}
+
+# Configures a preset, silently.
+esg_configure() {
+  cd "$ESG_ROOT" || return
+  cmake --preset "$1" --log-level=WARNING >/dev/null
+}
+
+# Makes ESG_STATE, a folder that goes when the script ends, as does what esg_start has started.
+esg_start_session() {
+  ESG_STATE=$(mktemp -d)
+  ESG_STARTED=()
+  trap esg_end_session EXIT
+  trap 'exit 130' INT
+  trap 'exit 143' TERM HUP
+}
+
+esg_end_session() {
+  local pid
+  for pid in "${ESG_STARTED[@]}"; do
+    kill "$pid" 2>/dev/null || continue
+    # One after the other, so that no program loses its bus before it ends.
+    timeout 10 tail --pid="$pid" -f /dev/null || true
+  done
+  rm -rf "$ESG_STATE"
+}
+
+# Starts a program in the background and waits for the first line it prints, which is left in ESG_LINE.
+esg_start() {
+  exec {ESG_OUTPUT}< <(exec setpriv --pdeathsig TERM "$@")
+  ESG_STARTED=("$!" "${ESG_STARTED[@]}")
+  IFS= read -r -t 30 ESG_LINE <&"$ESG_OUTPUT" || esg_fail "did not start: $*"
+}
+
+# Starts a private bus of type system, and points this process to it.
+esg_start_bus() {
+  cat >"$ESG_STATE/bus.conf" <<CONFIG
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:path=$ESG_STATE/bus</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+  </policy>
+</busconfig>
+CONFIG
+  # Without the privilege to raise its limits, the daemon complains and goes on; nobody needs to see it.
+  esg_start sh -c 'exec dbus-daemon "$@" 2>/dev/null' sh \
+    --config-file="$ESG_STATE/bus.conf" --nofork --nopidfile --nosyslog --print-address=1
+  export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$ESG_STATE/bus
+}

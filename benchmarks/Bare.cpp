@@ -1,0 +1,93 @@
+#include "Bare.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace bare {
+namespace {
+
+void Append(DBusMessage* message, int headType, const void* head, std::string_view payload) {
+  const auto size = static_cast<dbus_int32_t>(payload.size());
+  const char* bytes = payload.data();
+  DBusMessageIter body;
+  DBusMessageIter array;
+  dbus_message_iter_init_append(message, &body);
+  dbus_message_iter_append_basic(&body, headType, head);
+  dbus_message_iter_append_basic(&body, DBUS_TYPE_INT32, &size);
+  dbus_message_iter_open_container(&body, DBUS_TYPE_ARRAY, DBUS_TYPE_BYTE_AS_STRING, &array);
+  dbus_message_iter_append_fixed_array(&array, DBUS_TYPE_BYTE, &bytes, size);
+  dbus_message_iter_close_container(&body, &array);
+}
+
+}  // namespace
+
+void Require(bool done, const char* what) {
+  if (!done) {
+    std::fprintf(stderr, "esg-bench: %s\n", what);
+    std::exit(1);
+  }
+}
+
+DBusConnection* Open() {
+  dbus_threads_init_default();
+  DBusConnection* connection = dbus_bus_get_private(DBUS_BUS_SYSTEM, nullptr);
+  Require(connection != nullptr, "no bus");
+  return connection;
+}
+
+ipcs::MessagePtr NewCall(const char* service, const char* method, std::string_view payload) {
+  ipcs::MessagePtr call(dbus_message_new_method_call(service, kPath, service, kMember));
+  Append(call.get(), DBUS_TYPE_STRING, &method, payload);
+  return call;
+}
+
+ipcs::MessagePtr NewReply(DBusMessage* call, std::string_view payload) {
+  ipcs::MessagePtr reply(dbus_message_new_method_return(call));
+  const dbus_int32_t result = 1;
+  Append(reply.get(), DBUS_TYPE_INT32, &result, payload);
+  return reply;
+}
+
+ipcs::MessagePtr NewEvent(int event, std::string_view payload) {
+  ipcs::MessagePtr signal(
+      dbus_message_new_signal("/com/velmora/ESG/IPCS", "com.velmora.ESG.Signal", "Event"));
+  const std::string number = std::to_string(event);
+  const char* text = number.c_str();
+  Append(signal.get(), DBUS_TYPE_STRING, &text, payload);
+  return signal;
+}
+
+std::string_view Payload(DBusMessage* message) {
+  DBusMessageIter body;
+  DBusMessageIter array;
+  const char* bytes = nullptr;
+  int size = 0;
+  dbus_message_iter_init(message, &body);
+  dbus_message_iter_next(&body);
+  dbus_message_iter_next(&body);
+  dbus_message_iter_recurse(&body, &array);
+  dbus_message_iter_get_fixed_array(&array, &bytes, &size);
+  return {bytes, static_cast<std::size_t>(size)};
+}
+
+const char* Text(DBusMessage* message) {
+  DBusMessageIter body;
+  const char* text = nullptr;
+  dbus_message_iter_init(message, &body);
+  dbus_message_iter_get_basic(&body, &text);
+  return text;
+}
+
+ipcs::MessagePtr Call(DBusConnection* connection, const char* method, std::string_view payload) {
+  const ipcs::MessagePtr call = NewCall(kService, method, payload);
+  DBusPendingCall* sent = nullptr;
+  dbus_connection_send_with_reply(connection, call.get(), &sent, DBUS_TIMEOUT_USE_DEFAULT);
+  const ipcs::PendingCallPtr pending(sent);
+  dbus_pending_call_block(pending.get());
+  ipcs::MessagePtr reply(dbus_pending_call_steal_reply(pending.get()));
+  Require(dbus_message_has_signature(reply.get(), "iiay") != FALSE, "no answer");
+  return reply;
+}
+
+}  // namespace bare

@@ -1,0 +1,38 @@
+#ifndef BENCHMARKS_BARE_H
+#define BENCHMARKS_BARE_H
+
+#include <dbus/dbus.h>
+
+#include <string_view>
+
+#include "IPCS/DBusHandles.h"
+
+/// The protocol straight on libdbus: what the library is measured against, and the service that
+/// answers.
+namespace bare {
+
+inline constexpr char kService[] = "com.velmora.ESGCallListener";
+inline constexpr char kPath[] = "/com/velmora/Object";
+inline constexpr char kMember[] = "MethodCall";
+
+/// Ends the process with a message when `done` is false.
+void Require(bool done, const char* what);
+
+/// A private connection to the system bus.
+DBusConnection* Open();
+
+ipcs::MessagePtr NewCall(const char* service, const char* method, std::string_view payload);
+ipcs::MessagePtr NewReply(DBusMessage* call, std::string_view payload);
+ipcs::MessagePtr NewEvent(int event, std::string_view payload);
+
+/// The bytes of a call, a reply or a signal; valid as long as the message.
+std::string_view Payload(DBusMessage* message);
+/// The first argument of a call or a signal.
+const char* Text(DBusMessage* message);
+
+/// One call to the service: sends, blocks, hands out the reply.
+ipcs::MessagePtr Call(DBusConnection* connection, const char* method, std::string_view payload);
+
+}  // namespace bare
+
+#endif

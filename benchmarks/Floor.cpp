@@ -1,0 +1,103 @@
+#include "Floor.h"
+
+#include <memory>
+
+#include "Bare.h"
+
+namespace hand {
+namespace {
+
+constexpr char kServiceId[] = "urn:example:service:7";
+
+template <class Record>
+std::vector<Record> ReadAll(const Json::Value& list, Record (*read)(const Json::Value&)) {
+  std::vector<Record> records;
+  records.reserve(list.size());
+  for (const Json::Value& element : list) {
+    records.push_back(read(element));
+  }
+  return records;
+}
+
+Icon ReadIcon(const Json::Value& object) {
+  return {object["uri"].asString(), object["mimeType"].asString(), object["width"].asInt(),
+          object["height"].asInt(), object["dataSize"].asInt()};
+}
+
+Description ReadDescription(const Json::Value& object) {
+  return {object["text"].asString(), object["lang"].asString()};
+}
+
+Preview ReadPreview(const Json::Value& object) {
+  return {object["usage"].asString(), ReadAll(object["icons"], &ReadIcon),
+          ReadAll(object["contents"], &ReadIcon),
+          ReadAll(object["descriptions"], &ReadDescription)};
+}
+
+std::string Write(const Json::Value& value) {
+  return Json::writeString(Json::StreamWriterBuilder(), value);
+}
+
+/// The reply to one call, after the two parses.
+Json::Value Ask(DBusConnection* connection, const char* method, const std::string& request) {
+  ipcs::MessagePtr message = bare::Call(connection, method, request);
+  Json::Value reply = Parse(bare::Payload(message.get()));
+  message.reset();
+  bare::Require(Parse(Write(reply))["ret"].asBool(), "not found");
+  return reply;
+}
+
+}  // namespace
+
+std::string ListRequest(unsigned int programmes) {
+  Json::Value arguments;
+  arguments["start_time"] = 0U;
+  arguments["duration"] = programmes;
+  arguments["global_service_id"] = kServiceId;
+  return Write(arguments);
+}
+
+std::string PresentRequest() {
+  Json::Value arguments;
+  arguments["global_service_id"] = kServiceId;
+  return Write(arguments);
+}
+
+Json::Value Parse(std::string_view text) {
+  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  Json::Value value;
+  std::string errors;
+  bare::Require(reader->parse(text.data(), text.data() + text.size(), &value, &errors), "no JSON");
+  return value;
+}
+
+Programme ReadProgramme(const Json::Value& object) {
+  const Json::Value& extension = object["privateExt"];
+  return {object["Start"].asUInt(),
+          object["duration"].asUInt(),
+          object["eventID"].asString(),
+          object["title"].asString(),
+          object["synopsis"].asString(),
+          object["genre"].asString(),
+          object["globalServiceId"].asString(),
+          ReadAll(extension["contentIcons"], &ReadIcon),
+          ReadAll(extension["previews"], &ReadPreview)};
+}
+
+Programmes ReadList(const Json::Value& reply) {
+  Programmes programmes;
+  for (const Json::Value& element : reply["ESGProgramMap"]) {
+    programmes.insert_or_assign(programmes.end(), element["key"].asUInt(), ReadProgramme(element));
+  }
+  return programmes;
+}
+
+Programmes GetProgramList(DBusConnection* connection, unsigned int programmes) {
+  return ReadList(Ask(connection, "GetProgramList", ListRequest(programmes)));
+}
+
+Programme GetPresentProgram(DBusConnection* connection) {
+  return ReadProgramme(Ask(connection, "GetPresentProgram", PresentRequest()));
+}
+
+}  // namespace hand

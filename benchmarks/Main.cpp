@@ -1,0 +1,44 @@
+#include <benchmark/benchmark.h>
+
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include "Bare.h"
+#include "Queries.h"
+#include "Service.h"
+
+namespace {
+
+/// The largest resident size of this process so far, in kilobytes.
+void PrintPeak() {
+  std::ifstream status("/proc/self/status");
+  for (std::string name; status >> name && name != "VmHWM:";) {
+  }
+  unsigned long kilobytes = 0;
+  bare::Require(static_cast<bool>(status >> kilobytes), "no VmHWM");
+  std::cout << kilobytes << '\n';
+}
+
+}  // namespace
+
+/// esg-bench --serve bare|listener: a service. esg-bench --peak library|floor: the memory that one
+/// list of 10,000 programmes takes. Otherwise the benchmarks, with Google Benchmark's own options.
+int main(int argc, char** argv) {
+  const std::string command = argc == 3 ? argv[1] : "";
+  if (command == "--serve") {
+    std::string(argv[2]) == "bare" ? service::RunBare() : service::RunListener();
+  }
+  if (command == "--peak") {
+    QueryOnce(argv[2], 10000);
+    PrintPeak();
+    return 0;
+  }
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+    return 1;
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}

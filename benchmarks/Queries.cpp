@@ -1,0 +1,122 @@
+#include "Queries.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "Bare.h"
+#include "ESGAPI.h"
+#include "Floor.h"
+#include "IESGService.h"
+#include "Interleave.h"
+#include "Others.h"
+
+namespace {
+
+constexpr char kServiceId[] = "urn:example:service:7";
+
+ESGProgramMap LibraryList(unsigned int programmes) {
+  ESGProgramMap list;
+  bare::Require(ESGAPI::GetESGServiceAPI()->GetProgramList(kServiceId, 0, programmes, list),
+                "the library found nothing");
+  return list;
+}
+
+void LibraryPresent() {
+  FCESGProgramInfo programme;
+  bare::Require(ESGAPI::GetESGServiceAPI()->GetPresentProgram(kServiceId, programme),
+                "the library found nothing");
+}
+
+/// Whether both have read all of the answer: nobody is faster by doing less.
+bool Agree(const ESGProgramMap& library, const hand::Programmes& floor) {
+  return std::equal(library.begin(), library.end(), floor.begin(), floor.end(),
+                    [](const auto& left, const auto& right) {
+                      const auto& extension = left.second.PrivateExt();
+                      const hand::Programme& other = right.second;
+                      return left.first == right.first && left.second.Title() == other.title &&
+                             left.second.Synopsis() == other.synopsis &&
+                             extension.contentIcons.at(0).dataSize ==
+                                 other.contentIcons.at(0).dataSize &&
+                             extension.previews.at(0).descriptions.at(0).text ==
+                                 other.previews.at(0).descriptions.at(0).text &&
+                             extension.previews.at(0).contents.at(0).uri ==
+                                 other.previews.at(0).contents.at(0).uri;
+                    });
+}
+
+struct Connections {
+  DBusConnection* libdbus = bare::Open();
+  GDBusConnection* gdbus = others::OpenGDBus();
+  sd_bus* sdbus = others::OpenSdBus();
+};
+
+const Connections& Open() {
+  static const Connections connections;
+  return connections;
+}
+
+void Ignore(std::string_view payload) { benchmark::DoNotOptimize(payload); }
+
+void Query(benchmark::State& state) {
+  const auto programmes = static_cast<unsigned int>(state.range(0));
+  const Connections& on = Open();
+  const std::string request = hand::ListRequest(programmes);
+  const hand::Programmes expected = hand::GetProgramList(on.libdbus, programmes);
+  bare::Require(expected.size() == programmes && Agree(LibraryList(programmes), expected),
+                "the library and the floor do not agree");
+  const char* method = "GetProgramList";
+  Interleave(state, {std::clamp(500 / static_cast<int>(programmes), 1, 100), 1},
+             {{"library", [&] { LibraryList(programmes); }},
+              {"floor", [&] { hand::GetProgramList(on.libdbus, programmes); }},
+              {"GDBus", [&] { others::CallGDBus(on.gdbus, method, request, &Ignore); }},
+              {"sd-bus", [&] { others::CallSdBus(on.sdbus, method, request, &Ignore); }},
+              {"sd-bus and one parse", [&] {
+                 others::CallSdBus(on.sdbus, method, request, [](std::string_view text) {
+                   hand::ReadList(hand::Parse(text));
+                 });
+               }}});
+}
+BENCHMARK(Query)->Arg(1)->Arg(100)->Iterations(11)->UseRealTime();
+BENCHMARK(Query)->Arg(1000)->Iterations(7)->UseRealTime();
+BENCHMARK(Query)->Arg(10000)->Iterations(5)->UseRealTime();
+
+/// Time per programme of one long list against that of many shorter ones.
+void Growth(benchmark::State& state, void (*query)(unsigned int programmes)) {
+  constexpr unsigned int kLong = 10000;
+  constexpr unsigned int kShort = 100;
+  Interleave(state, {1, kLong}, {{"long", [=] { query(kLong); }}, {"short", [=] {
+                                                                     for (unsigned int i = 0;
+                                                                          i < kLong / kShort; ++i) {
+                                                                       query(kShort);
+                                                                     }
+                                                                   }}});
+}
+BENCHMARK_CAPTURE(Growth, library, [](unsigned int programmes) { LibraryList(programmes); })
+    ->Iterations(3)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(Growth, floor,
+                  [](unsigned int programmes) { hand::GetProgramList(Open().libdbus, programmes); })
+    ->Iterations(3)
+    ->UseRealTime();
+
+void PresentProgram(benchmark::State& state) {
+  const Connections& on = Open();
+  const std::string request = hand::PresentRequest();
+  const char* method = "GetPresentProgram";
+  Interleave(state, {100, 1},
+             {{"library", &LibraryPresent},
+              {"floor", [&] { hand::GetPresentProgram(on.libdbus); }},
+              {"GDBus", [&] { others::CallGDBus(on.gdbus, method, request, &Ignore); }}});
+}
+BENCHMARK(PresentProgram)->Iterations(11)->UseRealTime();
+
+}  // namespace
+
+void QueryOnce(const std::string& contender, unsigned int programmes) {
+  if (contender == "library") {
+    LibraryList(programmes);
+  } else {
+    hand::GetProgramList(bare::Open(), programmes);
+  }
+}

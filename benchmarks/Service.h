@@ -1,0 +1,18 @@
+#ifndef BENCHMARKS_SERVICE_H
+#define BENCHMARKS_SERVICE_H
+
+/// The services that the benchmarks call. Both print a line when they are ready, and do not return.
+namespace service {
+
+inline constexpr char kListener[] = "com.velmora.ESGCallListener.Listener";
+
+/// Answers from prepared texts, straight on libdbus: GetPresentProgram, GetProgramList ("duration"
+/// is the number of programmes), Echo, and Flood (event number and count), which has no answer but
+/// events.
+[[noreturn]] void RunBare();
+/// Answers Echo through the library's listener, as kListener.
+[[noreturn]] void RunListener();
+
+}  // namespace service
+
+#endif

@@ -17,11 +17,11 @@ constexpr char kSource[] = "include_internal/IPCS/ECIPCConnection";
 constexpr std::size_t kMatchRuleSize = 256;
 
 /// A call to a service, whose bus name is the interface as well; null when it is not fit to be
-/// both.
+/// both. Whatever is an interface name is fit for a bus name too.
 ipcs::MessagePtr NewCall(const std::string& destination) {
   const char* name = destination.c_str();
-  const bool valid =
-      ipcs::IsBusName(destination) && dbus_validate_interface(name, nullptr) != FALSE;
+  const bool valid = destination.find('\0') == std::string::npos &&
+                     dbus_validate_interface(name, nullptr) != FALSE;
   return ipcs::MessagePtr(
       valid ? dbus_message_new_method_call(name, wire::kCallPath, name, wire::kCallMember)
             : nullptr);

@@ -1,0 +1,100 @@
+// Any sequence of operations on the message buffer, each done to a plain string as well.
+
+#include <memory>
+
+#include "Fuzz.h"
+#include "IPCS/ESGMessageBuffer.h"
+
+namespace {
+
+fuzz::Goal tooShort{"a pop of more than there is"};
+fuzz::Goal popped{"a pop of several bytes"};
+fuzz::Goal inserted{"an insertion before the read position"};
+
+/// What the buffer should be.
+struct Model {
+  std::size_t Unread() const { return bytes.size() - position; }
+  /// The next bytes; zeros where there are fewer.
+  std::string Pop(std::size_t size) {
+    if (size > Unread()) {
+      tooShort.reached = true;
+      return std::string(size, '\0');
+    }
+    popped.reached |= size > 1;
+    position += size;
+    return bytes.substr(position - size, size);
+  }
+
+  std::string bytes;
+  std::size_t position = 0;
+};
+
+std::string Raw(int value) { return {reinterpret_cast<const char*>(&value), sizeof(value)}; }
+
+void Write(ESGMessageBuffer& buffer, Model& model, unsigned int operation, fuzz::Input& input) {
+  const int number = input.Take<int>();
+  std::string data = input.Bytes(input.Take<std::uint8_t>() % 16U);
+  std::size_t offset = model.bytes.size();
+  if (operation == 0) {
+    assert(buffer.PushInt(number));
+    data = Raw(number);
+  } else if (operation == 1) {
+    assert(buffer.PushConcatenated(data.size(), data.data()));
+  } else if (operation == 2) {
+    assert(buffer.PushConcatenated(data.size(), nullptr));
+    data.assign(data.size(), '\0');
+  } else if (operation == 3) {
+    assert(offset > 4096 || buffer.PushBuffer(&buffer));
+    data = offset > 4096 ? "" : model.bytes;
+  } else {
+    offset = static_cast<unsigned int>(number) % (offset + 1);
+    assert(buffer.WriteConcatenated(data.size(), data.data(), static_cast<int>(offset)));
+    inserted.reached |= offset < model.position && !data.empty();
+  }
+  model.bytes.insert(offset, data);
+}
+
+void Read(ESGMessageBuffer& buffer, Model& model, unsigned int operation, fuzz::Input& input) {
+  const std::size_t size = input.Take<std::uint8_t>() % 16U;
+  const std::size_t offset = model.position / 2;
+  const bool isThere = size <= model.Unread();
+  std::string bytes(size, '\0');
+  if (operation == 5) {
+    assert(Raw(buffer.PopInt()) == model.Pop(sizeof(int)));
+  } else if (operation == 6) {
+    assert(std::string(1, buffer.PopChar()) == model.Pop(1));
+  } else if (operation == 7) {
+    const std::unique_ptr<char[]> taken(buffer.PopConcatenated(size));
+    assert((taken != nullptr) == isThere);
+    assert(model.Pop(size) == (isThere ? std::string(taken.get(), size) : bytes));
+  } else if (operation == 8 && model.Unread() >= sizeof(int)) {
+    int number = 0;
+    buffer.ReadInt(&number, static_cast<int>(offset));
+    assert(Raw(number) == model.bytes.substr(offset, sizeof(number)));
+  } else if (operation == 9 && isThere) {
+    // The offset is checked, but the bytes are those at the read position.
+    buffer.ReadConcatenated(size, bytes.data(), static_cast<int>(offset));
+    assert(bytes == model.bytes.substr(model.position, size));
+  }
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  ESGMessageBuffer buffer;
+  Model model;
+  for (fuzz::Input input(data, size); !input.rest.empty();) {
+    const unsigned int operation = input.Take<std::uint8_t>() % 11U;
+    if (operation == 10) {
+      buffer.Clean();
+      model = {};
+    } else {
+      (operation < 5 ? Write : Read)(buffer, model, operation, input);
+    }
+    const std::size_t end = model.bytes.size();
+    assert(buffer.GetFullBufferSize() == end && buffer.GetBufferSize() == model.Unread());
+    assert(buffer.GetAsCStr(static_cast<int>(end)) == nullptr && buffer.GetAsCStr(-1) == nullptr);
+    assert(end == 0 || std::string(buffer.GetAsCStr(0), end) == model.bytes);
+  }
+  return 0;
+}

@@ -7,7 +7,7 @@
 
 /* The broadcast counts seconds from 1900, Unix from 1970. In 32 bits the subtraction wraps, so it
  * is right beyond 2036 as well, where the broadcast's count starts again. */
-static time_t unix_time(unsigned int ntp) { return (time_t)(uint32_t)(ntp - 2208988800u); }
+static time_t unix_time(unsigned int ntp) { return (time_t)(uint32_t)(ntp - 2208988800U); }
 
 static void print_time(const char* label, time_t when) {
   char text[32];
@@ -16,8 +16,8 @@ static void print_time(const char* label, time_t when) {
 }
 
 int main(int argc, char** argv) {
-  FCESGProgramInfo* program;
-  int found;
+  FCESGProgramInfo* program = NULL;
+  int found = 0;
 
   if (argc != 2) {
     fprintf(stderr, "usage: now SERVICE-ID\n");

@@ -8,9 +8,9 @@
 
 /// JSON text of the protocol: the JSON library's own defaults both ways.
 ///
-/// Every call has a writer and a reader of its own. What makes them is shared: filling in its default
-/// settings costs as much as a small answer, and after that it is only read. It is never destroyed, so
-/// that threads which still call while the process ends find it.
+/// Every call has a writer and a reader of its own. What makes them is shared: filling in its
+/// default settings costs as much as a small answer, and after that it is only read. It is never
+/// destroyed, so that threads which still call while the process ends find it.
 namespace json {
 
 inline std::string ToText(const Json::Value& value) {

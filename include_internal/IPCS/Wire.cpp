@@ -16,7 +16,7 @@ Written WriteBody(DBusMessage* message, int headType, const void* head, unsigned
                   const ESGMessageBuffer& payload) {
   const unsigned int size = payload.GetBufferSize();
   if (headSize + size > kMaximumMessage - kMaximumHeader) {
-    ESG_LOGE("A payload of %u bytes is larger than the bus takes\n", size);
+    ESG_LOGE("A message of %lu bytes is larger than the bus takes\n", headSize + size);
     return Written::TooLarge;
   }
   const auto length = static_cast<dbus_int32_t>(size);

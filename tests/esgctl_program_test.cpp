@@ -1,0 +1,328 @@
+// The program esgctl itself, on a private bus, against peers good and bad.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <json/json.h>
+#include <pty.h>
+
+#include <csignal>
+#include <future>
+#include <sstream>
+
+#include "ChildProgram.h"
+#include "Harness.h"
+#include "PrivateBus.h"
+#include "RawPeer.h"
+#include "TemporaryFolder.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+constexpr char kService[] = "com.velmora.ESGCallListener";
+constexpr auto kErrors = ChildProgram::kErrors;
+using Result = ChildProgram::Result;
+
+std::vector<std::string> Words(const std::string& text) {
+  std::istringstream words(text);
+  return {std::istream_iterator<std::string>(words), {}};
+}
+
+/// One run of esgctl with the arguments in `line`.
+class Program : public ChildProgram {
+ public:
+  explicit Program(const std::string& line, int output = kPipe, int errors = kPipe)
+      : ChildProgram(Words(ESGCTL " " + line), output, errors) {}
+
+  std::string Line(Stream stream = kOutput) { return ReadLine(stream).value_or("(nothing)"); }
+};
+
+Result RunProgram(const std::string& line) { return Program(line).End(); }
+
+/// A peer that answers each method with a text.
+RawPeer::Handler Answers(const std::string& text) {
+  return [text](DBusMessage* call) { return MakeReply(call, 1, text); };
+}
+
+/// ... or with an error.
+RawPeer::Handler Fails(const std::string& name) {
+  return [name](DBusMessage* call) {
+    return ipcs::MessagePtr(dbus_message_new_error(
+        call, ("org.freedesktop.DBus.Error." + name).c_str(), "because\x1b[2J"));
+  };
+}
+
+Json::Value Parse(const std::string& text) {
+  Json::Value value;
+  EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
+  return value;
+}
+
+/// An empty configuration folder, and local time that is UTC.
+class Esgctl : public testing::Test {
+ protected:
+  Esgctl() {
+    setenv("XDG_CONFIG_HOME", m_folder.path.c_str(), 1);
+    setenv("TZ", "UTC0", 1);
+    std::filesystem::create_directories(m_folder.path / "esg-client");
+  }
+
+  const TemporaryFolder m_folder;
+};
+using EsgctlNoBus = Esgctl;
+
+constexpr char kFilm[] =
+    R"({"ret":true,"Start":3986640000,"duration":5400,"eventID":"c1","title":"日本 \u001b[31mFilm"})";
+
+TEST_F(Esgctl, ExitStatusTellsWhatHappened) {
+  const auto wrongBody = [](DBusMessage* call) {
+    ipcs::MessagePtr reply(dbus_message_new_method_return(call));
+    const char* text = "text";
+    dbus_message_append_args(reply.get(), DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
+    return reply;
+  };
+  const std::tuple<RawPeer::Handler, int, const char*> cases[] = {
+      {Answers(kFilm), 0, ""},
+      {Answers(R"({"ret":false})"), 10, "Nothing is on now on s1"},
+      {Answers("{}"), 10, "esgctl services"},
+      {Answers("no JSON"), 9, "cannot be read"},
+      {Answers(""), 9, "Fail to parse json data"},
+      {Answers("[1]"), 9, "cannot be read"},
+      {Answers(R"({"ret":true,"title":["x"]})"), 9, "cannot be read"},
+      {Fails("Failed"), 1, "The library says: "},
+      {Fails("NoReply"), 8, "The library says: "},
+      {wrongBody, 9, "The library says: "},
+  };
+  for (const auto& [handler, status, says] : cases) {
+    RawPeer service(kService, handler);
+    const Result result = RunProgram("now s1");
+    EXPECT_EQ(result.status, status) << result.errors;
+    EXPECT_THAT(result.errors,
+                AllOf(HasSubstr(says), Not(HasSubstr("terminate")), Not(HasSubstr("\x1b"))));
+    EXPECT_EQ(result.errors.empty(), status == 0) << result.errors;
+    EXPECT_EQ(result.output.empty(), status != 0) << result.output;
+  }
+  EXPECT_EQ(RunProgram("now s1").status, 8);  // nobody has the name any more
+}
+
+TEST_F(Esgctl, ServiceAndBusThatGoWhileAsked) {
+  for (const bool bus : {false, true}) {
+    RawPeer service(kService, [](DBusMessage*) { return nullptr; });
+    Program program("now s1");
+    ASSERT_TRUE(service.WaitForCalls(1));
+    bus ? TestBus().Kill() : service.Stop();
+    const Result result = program.End();
+    EXPECT_EQ(result.status, 8);
+    EXPECT_THAT(result.errors, HasSubstr(bus ? "DBUS_SYSTEM_BUS_ADDRESS" : "it has just gone"));
+  }
+}
+
+TEST_F(EsgctlNoBus, WrongUsageAndNoBusAtAll) {
+  m_folder.Write("esg-client/services", "one = 1\nother = 2\nbroken\n");
+  TestBus();  // its address, without a daemon
+  for (const char* line : {"", "what", "now", "now s --json --raw", "list s --from soon",
+                           "list s --from 1800-01-01", "now o", "now \xff", "xml film s",
+                           "emit 5 1 2 3 4", "emit 2147483648", "watch", "save service s"}) {
+    const Result result = RunProgram(line);
+    EXPECT_EQ(result.status, 2) << line;
+    EXPECT_NE(result.errors, "") << line;
+  }
+  for (const char* line : {"now s1", "xml service s1", "watch 5", "emit 5"}) {
+    const Result result = RunProgram(line);
+    EXPECT_EQ(result.status, 8) << line;
+    EXPECT_THAT(result.errors, HasSubstr("The system bus cannot be reached")) << line;
+  }
+  EXPECT_THAT(RunProgram("now o").errors, AllOf(HasSubstr("one other"), HasSubstr("line 3")));
+  EXPECT_EQ(RunProgram("services --names").output, "one\nother\n");
+  EXPECT_EQ(Parse(RunProgram("services --json").output), Parse(R"({"one":"1","other":"2"})"));
+}
+
+TEST_F(EsgctlNoBus, TheBusStartsTheService) {
+  m_folder.Write("guide.service", std::string("[D-BUS Service]\nUser=root\nName=") + kService +
+                                      "\nExec=" GUIDE_SERVICE " --guide " SHIPPED_GUIDE
+                                      " --today\n");
+  PrivateBus bus(
+      "<policy context=\"default\"><allow user=\"*\"/><allow own=\"*\"/><allow eavesdrop=\"true\"/>"
+      "<allow send_destination=\"*\" eavesdrop=\"true\"/></policy><servicedir>" +
+      m_folder.path.string() + "</servicedir>");
+  bus.Start();
+  const Result result = RunProgram("list brindlemoor-5 --from today --for 2d --json");
+  EXPECT_EQ(result.status, 0) << result.errors;
+  EXPECT_GT(Parse(result.output).size(), 40U);
+}
+
+TEST_F(Esgctl, ShowsAProgramme) {
+  RawPeer service(kService, Answers(kFilm));
+  EXPECT_EQ(RunProgram("now s1").output,
+            "START             END    LENGTH  TITLE\n"
+            "2026-05-01 16:00  17:30  1:30    日本 \ufffd[31mFilm\n");
+  EXPECT_THAT(RunProgram("show s1 c1 2026-05-01T16:00 --raw").output,
+              AllOf(HasSubstr("\"Start\" : 3986640000"), HasSubstr("\"eventID\" : \"c1\"")));
+  EXPECT_THAT(RunProgram("show s1 --epoch unix").output, HasSubstr("Mon 2096-04-30 16:00"));
+}
+
+TEST_F(Esgctl, SendsWhatWasAsked) {
+  Inbox<std::string> asked;
+  RawPeer service(kService, [&asked](DBusMessage* call) {
+    const Body body = ReadBody(call);
+    if (body.text == "GetProgramList" || body.text == "GetPresentProgram") {
+      return MakeReply(call, 1, R"({"ret":false})");
+    }
+    asked.Put(body.text + ' ' + Json::FastWriter().write(Parse(body.bytes)));
+    return MakeReply(call, 1, R"({"ret":true,"xmlFragment":"<a>\u001b&é\r\n"})");
+  });
+  const std::string cases[][3] = {
+      {"xml schedule s1 --from 1777651200 --for 2d",
+       R"(GetScheduleFragment {"BB":false,"duration":172800,"global_service_id":"s1",)"
+       R"("start_time":3986640000})",
+       "<a>\x1b&é\r\n"},
+      {"save content s1 some/path --bb",
+       R"(SaveContentFragment {"BB":true,"global_service_id":"s1","path":"some/path"})", ""},
+      {"show s1 c1 1777651200 --epoch unix --json",
+       R"(GetProgramItem {"ContentId":"c1","global_service_id":"s1","start_time":1777651200})",
+       "{}\n"},
+      {"prev s1 --of 1777651200 --json",
+       R"(GetProgram {"Start":3986640000,"duration":0,"eRelative_Position":-1,"eventID":"",)"
+       R"("genre":"","globalServiceId":"s1","privateExt":null,"synopsis":"","title":""})",
+       "{}\n"}};
+  for (const auto& [line, request, output] : cases) {
+    const Result result = RunProgram(line);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(asked.Next(), request + "\n");
+    EXPECT_EQ(result.output, output);
+  }
+}
+
+TEST_F(Esgctl, LongRangesComeInPieces) {
+  // Each answer has one programme of its own and one that all of them have.
+  RawPeer service(kService, [](DBusMessage* call) {
+    Json::Value reply;
+    reply["ret"] = true;
+    for (const unsigned int start :
+         {3986640000U, Parse(ReadBody(call).bytes)["start_time"].asUInt() + 60}) {
+      Json::Value& program = reply["ESGProgramMap"].append({});
+      program["key"] = program["Start"] = start;
+      program["duration"] = 60;
+    }
+    return MakeReply(call, 1, Json::FastWriter().write(reply));
+  });
+  std::vector<Json::Int64> starts;
+  for (const Json::Value& program :
+       Parse(RunProgram("list s1 --from 2026-05-01T16:00 --for 60h --json").output)) {
+    starts.push_back(program["start"].asInt64() - 1777651200);
+  }
+  EXPECT_EQ(service.Calls(), 3);
+  EXPECT_THAT(starts, ElementsAre(0, 60, 86400 + 60, 2 * 86400 + 60));
+  // Whoever reads only the first lines is no fault.
+  Program cut("list s1 --from 2026-05-01T16:00 --for 900d");
+  cut.CloseOutput();
+  EXPECT_EQ(cut.End().status, 0);
+  const Result full = Program("list s1", open("/dev/full", O_WRONLY)).End();
+  EXPECT_EQ(full.status, 1);
+  EXPECT_THAT(full.errors, HasSubstr("No space left"));
+}
+
+/// The end of a pseudo-terminal that a program gets, and what arrives at the other.
+struct Terminal {
+  Terminal() {
+    winsize size = {24, 40, 0, 0};
+    EXPECT_EQ(openpty(&other, &program, nullptr, nullptr, &size), 0);
+  }
+  ~Terminal() { close(other); }
+  /// Reads until `part` has come or nothing comes any more.
+  std::string Until(const std::string& part) {
+    char buffer[256];
+    for (ssize_t n = 1; n > 0 && text.find(part) == std::string::npos;) {
+      n = read(other, buffer, sizeof buffer);
+      text.append(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
+    }
+    return text;
+  }
+
+  int program = -1;
+  int other = -1;
+  std::string text;
+};
+
+TEST_F(Esgctl, OnATerminal) {
+  unsetenv("COLUMNS");
+  unsetenv("NO_COLOR");
+  setenv("TERM", "xterm", 1);
+  std::promise<void> seen;
+  RawPeer service(kService, [&seen](DBusMessage* call) {
+    seen.get_future().wait();
+    return MakeReply(call, 1, R"({"ret":true,"title":"A title of more than enough characters"})");
+  });
+  Terminal output;
+  Terminal errors;
+  Program program("now s1", output.program, errors.program);
+  EXPECT_THAT(errors.Until("("), HasSubstr("Asking the guide service"));
+  seen.set_value();
+  EXPECT_THAT(output.Until("…"),
+              AllOf(StartsWith("\x1b[1mSTART"), HasSubstr("A title…"), Not(HasSubstr("enough"))));
+  EXPECT_THAT(errors.Until("\r\x1b[K\r\x1b[K"), testing::EndsWith("\r\x1b[K"));
+  EXPECT_EQ(program.Wait(), 0);
+}
+
+TEST_F(Esgctl, GridOfAliases) {
+  m_folder.Write("esg-client/services", "one = 1\ntwo = 2\n");
+  RawPeer service(kService, [](DBusMessage* call) {
+    const bool one = Parse(ReadBody(call).bytes)["global_service_id"] == "1";
+    return MakeReply(call, 1,
+                     one ? R"({"ret":true,"ESGProgramMap":[{"key":1,"Start":3986640600,)"
+                           R"("duration":1800,"title":"Film"}]})"
+                         : R"({"ret":false})");
+  });
+  const std::string range = " --from 2026-05-01T16:00 --for 1h --width 40";
+  EXPECT_EQ(RunProgram("grid" + range).output,
+            "    16:00    16:15    16:30    16:45\n"
+            "one ......|Film             |...........\n"
+            "two ....................................\n");
+  EXPECT_EQ(RunProgram("grid two" + range).status, 10);
+}
+
+TEST_F(Esgctl, WatchPrintsEvents) {
+  Program program("watch 5 -6 --json --count 5");
+  EXPECT_EQ(program.Line(kErrors), "esgctl: watching");
+  EXPECT_THAT(program.Line(kErrors), HasSubstr("is not there; watching goes on"));
+  {
+    RawPeer service(kService);
+    service.Send(MakeSignal("Event", 7, ""));  // not asked for
+    service.Send(MakeSignal("Event", 5, ""));
+    EXPECT_THAT(program.Line(), StartsWith(R"({"event":5,"params":[-1,-1,-1],"time":)"));
+    service.Send(MakeSignal("Event", -6, Integers({1})));
+    EXPECT_THAT(program.Line(), StartsWith(R"({"event":-6,"params":[1,0,0],)"));
+    EXPECT_THAT(program.Line(kErrors), HasSubstr("is there"));
+  }
+  EXPECT_THAT(program.Line(kErrors), HasSubstr("is not there"));
+  RawPeer again(kService);
+  again.Send(MakeSignal("Event", 5, Integers({1, 2, 3, 4})));
+  EXPECT_THAT(program.Line(), StartsWith(R"({"event":5,"params":[1,2,3],)"));
+  EXPECT_EQ(RunProgram("emit 5 -1 2147483647 -2147483648").status, 0);
+  EXPECT_THAT(program.Line(), StartsWith(R"({"event":5,"params":[-1,2147483647,-2147483648],)"));
+  EXPECT_EQ(RunProgram("emit -6").status, 0);
+  EXPECT_THAT(program.Line(), StartsWith(R"({"event":-6,"params":[-1,-1,-1],)"));
+  EXPECT_EQ(program.Wait(), 0);
+}
+
+TEST_F(Esgctl, WatchEnds) {
+  const std::tuple<std::function<void(Program&)>, int, const char*> causes[] = {
+      {[](Program& program) { program.Signal(SIGINT); }, 0, ""},
+      {[](Program& program) { program.Signal(SIGTERM); }, 0, ""},
+      {[](Program& program) { program.CloseOutput(); }, 0, ""},
+      {[](Program&) { TestBus().Kill(); }, 8, "bus has gone"}};
+  for (const auto& [cause, status, says] : causes) {
+    Program program("watch 5");
+    EXPECT_EQ(program.Line(kErrors), "esgctl: watching");
+    cause(program);
+    const Result end = program.End();
+    EXPECT_EQ(end.status, status) << end.errors;
+    EXPECT_THAT(end.errors, HasSubstr(says));
+  }
+}
+
+}  // namespace

@@ -1,0 +1,103 @@
+#include <ESGAPI.h>
+#include <IESGService.h>
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <fstream>
+
+#include "ChildProgram.h"
+#include "PrivateBus.h"
+#include "RawPeer.h"
+#include "TemporaryFolder.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr char kName[] = "com.velmora.ESGCallListener";
+
+class GuideService : public ChildProgram {
+ public:
+  explicit GuideService(std::vector<std::string> arguments)
+      : ChildProgram((arguments.insert(arguments.begin(), GUIDE_SERVICE), arguments), kPipe,
+                     kPipe) {}
+};
+
+TEST(GuideService, AnApplicationAsksTheShippedGuide) {
+  GuideService service({"--guide", SHIPPED_GUIDE, "--today"});
+  ASSERT_TRUE(service.WaitForLine("ready com.velmora.ESGCallListener: 5 services"));
+  IESGService* api = ESGAPI::GetESGServiceAPI();
+  FCESGProgramInfo now;
+  FCESGProgramInfo next;
+  FCESGProgramInfo back;
+  ASSERT_TRUE(api->GetPresentProgram("tag:example.com,2026:pebblecove", now));
+  ASSERT_TRUE(api->GetProgram(now, eRelative_Position_Next, next));
+  ASSERT_TRUE(api->GetProgram(next, eRelative_Position_Previous, back));
+  EXPECT_EQ(back.GetStartTime(), now.GetStartTime());
+  EXPECT_LT(now.GetStartTime(), next.GetStartTime());
+  std::map<unsigned int, FCESGProgramInfo> programs;
+  EXPECT_TRUE(api->GetProgramList("brindlemoor-5", 0, UINT32_MAX, programs));
+  EXPECT_GE(programs.size(), 8U * 20);
+
+  std::string sent;
+  std::string id = "tag:example.com,2026:osterlane";
+  ASSERT_TRUE(api->GetServiceFragment(sent, id, true));
+  std::ifstream file(SHIPPED_GUIDE "/service-osterlane.xml");
+  EXPECT_EQ(sent, std::string(std::istreambuf_iterator<char>(file), {}));
+  EXPECT_FALSE(api->SaveServiceFragment("x.xml", id, true));
+
+  service.Signal(SIGTERM);
+  EXPECT_EQ(service.Wait(), 0);
+}
+
+TEST(GuideService, EventsTellOfChangesAndOfOrders) {
+  const TemporaryFolder folder;
+  folder.Write("a.xml", "<Service id='1'/>");
+  GuideService service({"--guide", folder.path, "--stdin-events", "--name", "org.example.Guide"});
+  ASSERT_TRUE(service.WaitForLine("ready org.example.Guide"));
+  RawPeer peer;
+  peer.AddMatch("type='signal',interface='com.velmora.ESG.Signal'");
+  const auto next = [&] {
+    const auto signal = peer.NextSignal();
+    const Body body = signal ? ReadBody(signal.get()) : Body{"nothing", 0, 0, ""};
+    return body.text + ":" + body.bytes;
+  };
+  folder.Write("b.xml",
+               "<Schedule id='s'><ServiceReference idRef='1'/><ContentReference idRef='c'>"
+               "<PresentationWindow startTime='5' endTime='9'/></ContentReference></Schedule>");
+  EXPECT_EQ(next(), "5:" + Integers({2, 1, 1}));
+  service.Signal(SIGHUP);
+  ASSERT_TRUE(service.WaitForLine("the guide is as it was", ChildProgram::kErrors));
+  service.Write("7\nnonsense\n8 1 2\n9 1 -2 3 4\n10 99999999999\n-1 1 -2 3\n");
+  EXPECT_EQ(next(), "7:");
+  EXPECT_EQ(next(), "-1:" + Integers({1, -2, 3}));
+  folder.Write("c.xml", "<Service id='2'/>");
+  service.Signal(SIGHUP);
+  EXPECT_EQ(next(), "5:" + Integers({3, 2, 1}));
+  service.Signal(SIGINT);
+  EXPECT_EQ(service.Wait(), 0);
+}
+
+TEST(GuideService, SaysWhyItCannotServe) {
+  const auto expect = [](int status, const char* reason, std::vector<std::string> arguments) {
+    const ChildProgram::Result end = GuideService(std::move(arguments)).End();
+    EXPECT_THAT(end.output + end.errors, HasSubstr(reason));
+    EXPECT_EQ(end.status, status) << reason;
+  };
+  expect(2, "--guide is required", {});
+  expect(2, "not a bus name", {"--guide", "x", "--name", ":1.5"});
+  expect(3, "/missing: No such file", {"--guide", "/missing"});
+  expect(3, "/missing", {"--guide", SHIPPED_GUIDE, "--save-dir", "/missing"});
+  expect(0, "brindlemoor-5: ", {"--guide", SHIPPED_GUIDE, "--check"});
+  {
+    const RawPeer owner(kName);
+    expect(4, "is taken by process", {"--guide", SHIPPED_GUIDE});
+  }
+  GuideService service({"--guide", SHIPPED_GUIDE});
+  ASSERT_TRUE(service.WaitForLine("ready"));
+  TestBus().Stop();
+  EXPECT_EQ(service.Wait(), 8);
+  expect(8, "no system bus", {"--guide", SHIPPED_GUIDE});
+}
+
+}  // namespace

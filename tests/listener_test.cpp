@@ -1,0 +1,212 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+
+#include "Harness.h"
+#include "IPCS/ECNativeConnection.h"
+#include "IPCS/IESGCallListener.h"
+#include "LogCapture.h"
+
+namespace {
+
+using ipcs::MessagePtr;
+
+/// Answers with the method's name and the payload; fails "false".
+class Echo : public IESGCallListener {
+ public:
+  bool OnMethodCall(const char* method, ESGMessageBuffer& in, ESGMessageBuffer& out) override {
+    ++calls;
+    const std::string name = method;
+    if (name == "wait") {
+      proceed.Next();
+    }
+    std::string text = name == "large" ? std::string(33UL << 20, 'x') : name + ":" + Bytes(in);
+    out.PushConcatenated(text.size(), text.data());
+    if (name == "popped") {
+      out.PopChar();
+    }
+    return name != "false";
+  }
+
+  Inbox<bool> proceed;
+  std::atomic<int> calls{0};
+};
+
+/// An answer as a text: its number, length and bytes, or the name of its error.
+std::string Said(const MessagePtr& answer) {
+  if (answer == nullptr) {
+    return "nothing";
+  }
+  if (dbus_message_get_type(answer.get()) == DBUS_MESSAGE_TYPE_ERROR) {
+    return dbus_message_get_error_name(answer.get());
+  }
+  const Body body = ReadBody(answer.get());
+  return std::to_string(body.number) + " " + std::to_string(body.length) + " " + body.bytes;
+}
+
+MessagePtr EmptyCall(const char* interface, const char* member, const std::string& signature = "",
+                     int elements = 1) {
+  MessagePtr call(dbus_message_new_method_call(kService, "/com/velmora/Object", interface, member));
+  return WithBody(std::move(call), signature, elements);
+}
+
+class Listener : public testing::Test {
+ protected:
+  std::string Ask(const std::string& method, const std::string& payload = "") {
+    return Said(client.Call(MakeCall(kService, method, payload)));
+  }
+
+  RawPeer client;
+  Echo listener;
+  ECNativeConnection connection;
+};
+
+TEST_F(Listener, AnswersEachCallAndOutlivesTheWrongOnes) {
+  ASSERT_TRUE(connection.Start(kService, &listener));
+  const MainLoopThread loop;
+  EXPECT_EQ(Ask("x"), "1 2 x:");
+  EXPECT_EQ(Ask("", std::string("\0\xff", 2)), std::string("1 3 :\0\xff", 7));
+  EXPECT_EQ(Ask("false", "why"), "0 9 false:why");
+  EXPECT_EQ(Ask("popped", "abc"), "1 9 popped:ab");
+  // D-Bus lets a caller leave out the interface.
+  EXPECT_EQ(Said(client.Call(EmptyCall(nullptr, "MethodCall", "siay"))), "1 3 5:\x05");
+
+  const std::string unknown = DBUS_ERROR_UNKNOWN_METHOD;
+  std::vector<std::tuple<MessagePtr, std::string, std::string>> wrong;
+  wrong.emplace_back(MakeCall(kService, "large", ""), DBUS_ERROR_LIMITS_EXCEEDED,
+                     "larger than the bus takes");
+  wrong.emplace_back(EmptyCall(kService, "MethodCall"), unknown, "> Message has no arguments!\n");
+  wrong.emplace_back(EmptyCall(kService, "Other", "siay"), unknown, "> It is not method call !\n");
+  wrong.emplace_back(EmptyCall("com.velmora.Other", "MethodCall", "siay"), unknown,
+                     "> It is not method call !\n");
+  for (const auto& [signature, elements] : WrongBodies("s")) {
+    wrong.emplace_back(EmptyCall(kService, "MethodCall", signature, elements), unknown,
+                       "> Message has wrong arguments: " + signature + "\n");
+  }
+  for (auto& [call, said, line] : wrong) {
+    log_capture::Clear();
+    EXPECT_EQ(Said(client.Call(std::move(call))), said) << line;
+    EXPECT_EQ(Ask("good"), "1 5 good:");
+    EXPECT_EQ(log_capture::Count(line), 1) << line;
+    EXPECT_EQ(log_capture::Lines().size(), 1U) << line;
+  }
+  // What wants no answer gets none.
+  const int before = listener.calls;
+  for (const char* method : {"x", "large"}) {
+    MessagePtr call = MakeCall(kService, method, "");
+    dbus_message_set_no_reply(call.get(), TRUE);
+    client.Send(std::move(call));
+  }
+  client.Send(MakeSignal("MethodCall", 1, "", kService));
+  EXPECT_EQ(Ask("good"), "1 5 good:");
+  EXPECT_EQ(listener.calls, before + 3);
+}
+
+TEST_F(Listener, OutlivesACallerThatDiesBeforeItsAnswer) {
+  ASSERT_TRUE(connection.Start(kService, &listener));
+  const MainLoopThread loop;
+  RawPeer caller;
+  caller.Send(MakeCall(kService, "wait", std::string(1UL << 20, 'x')));
+  caller.Send(MakeCall(kService, "wait", "queued"));
+  // The bus has taken both when it has answered this.
+  EXPECT_NE(caller.Call(MessagePtr(dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
+                                                                DBUS_INTERFACE_PEER, "Ping"))),
+            nullptr);
+  caller.Stop();
+  listener.proceed.Put(true);
+  listener.proceed.Put(true);
+  EXPECT_EQ(Ask("good"), "1 5 good:");
+  EXPECT_EQ(listener.calls, 3);
+}
+
+TEST_F(Listener, StartsAgainOnTheSameConnectionEvenWhileCallsArrive) {
+  Echo second;
+  ASSERT_TRUE(connection.Start(kService, &listener));
+  const int descriptors = OpenDescriptors();
+  ASSERT_TRUE(connection.Start(kService, &second));
+  EXPECT_EQ(OpenDescriptors(), descriptors);
+  const MainLoopThread loop;
+  EXPECT_EQ(Ask("x"), "1 2 x:");
+  EXPECT_EQ(second.calls, 1);
+  std::atomic<bool> done{false};
+  auto caller = Threads(1, [&](int) {
+    while (!done) {
+      EXPECT_EQ(Ask("x"), "1 2 x:");
+    }
+  });
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_TRUE(connection.Start(kService, i % 2 == 0 ? &listener : &second));
+  }
+  done = true;
+  Join(caller);
+}
+
+TEST_F(Listener, RefusesABadNameAndMayStartLater) {
+  const std::string names[] = {"",
+                               "noDots",
+                               "com.velmora.\xff",
+                               std::string("com.v\0", 6),
+                               "org.freedesktop.DBus",
+                               ":1.5",
+                               ".x" + std::string(300, 'x')};
+  for (const std::string& name : names) {
+    log_capture::Clear();
+    EXPECT_FALSE(connection.Start(name, &listener)) << name;
+    EXPECT_EQ(log_capture::Count("> Naming Error ("), 1);
+  }
+  ASSERT_TRUE(connection.Start(kService, &listener));
+  EXPECT_FALSE(connection.Start("noDots", nullptr));
+  const MainLoopThread loop;
+  EXPECT_EQ(Ask("x"), "1 2 x:");
+}
+
+TEST_F(Listener, WaitsInTheQueueBehindAnotherOwner) {
+  RawPeer owner(kService, [](DBusMessage* call) { return MakeReply(call, 2, ""); });
+  ASSERT_TRUE(connection.Start(kService, &listener));
+  const MainLoopThread loop;
+  EXPECT_EQ(Ask("x"), "2 0 ");
+  owner.Stop();
+  // Until the bus has noticed, calls go to the owner that is gone.
+  const Stopwatch stopwatch;
+  std::string said;
+  while ((said = Ask("x")) != "1 2 x:" && stopwatch.Milliseconds() < 10000) {
+  }
+  EXPECT_EQ(said, "1 2 x:");
+}
+
+TEST_F(Listener, ShowsTheMethodToTools) {
+  ASSERT_TRUE(connection.Start(kService, &listener));
+  const MainLoopThread loop;
+  const MessagePtr answer = client.Call(EmptyCall(DBUS_INTERFACE_INTROSPECTABLE, "Introspect"));
+  const char* xml = "";
+  dbus_message_get_args(answer.get(), nullptr, DBUS_TYPE_STRING, &xml, DBUS_TYPE_INVALID);
+  for (const char* part : {"<interface name=\"com.velmora.Test\">",
+                           "<arg name=\"payload\" type=\"ay\" direction=\"out\"/>"}) {
+    EXPECT_NE(std::string(xml).find(part), std::string::npos) << xml;
+  }
+  EXPECT_EQ(Ask("x"), "1 2 x:");
+}
+
+TEST_F(Listener, MayBeDestroyedWhileCallsArrive) {
+  const MainLoopThread loop;
+  std::atomic<bool> done{false};
+  auto callers = Threads(2, [&](int) {
+    while (!done) {
+      client.Send(MakeCall(kService, "unanswered", std::string(1000, 'x')));
+      const std::string said = Ask("x");
+      EXPECT_TRUE(said == "1 2 x:" || said == DBUS_ERROR_NO_REPLY ||
+                  said == DBUS_ERROR_SERVICE_UNKNOWN)
+          << said;
+    }
+  });
+  for (int round = 0; round < (kSanitized ? 50 : 200); ++round) {
+    auto shortLived = std::make_unique<ECNativeConnection>();
+    ASSERT_TRUE(shortLived->Start(kService, &listener));
+    EXPECT_EQ(Ask("y"), "1 2 y:");
+  }
+  done = true;
+  Join(callers);
+}
+
+}  // namespace

@@ -1,0 +1,303 @@
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <climits>
+#include <functional>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "../src/ESGService_Proxy.h"
+#include "ESGAPI.h"
+#include "IPCS/ESGMessageBuffer.h"
+#include "LogCapture.h"
+#include "MockConnection.h"
+#include "RawPeer.h"
+
+namespace {
+
+using ipcs::MessagePtr;
+using testing::_;
+using testing::StrEq;
+
+constexpr char kService[] = "com.velmora.ESGCallListener";
+
+// Stays in front: the process-wide connection must not be there yet.
+TEST(OwnConnection, CarriesTheCallsWhileTheProcessWideOneComesIntoBeing) {
+  MockConnection connection;
+  ESGService_Proxy proxy(&connection);
+  ASSERT_EQ(log_capture::Count("m_Connect("), 0);
+
+  std::string request;
+  EXPECT_CALL(connection, Call(kService, StrEq("Ask"), _, _))
+      .WillOnce([&](auto&, auto, ESGMessageBuffer& in, ESGMessageBuffer& out) {
+        request.assign(in.GetAsCStr(0), in.GetFullBufferSize());
+        for (const char c : {'[', '1', ']'}) {
+          out.PushChar(c);
+        }
+        return 5;
+      })
+      .WillOnce(testing::Return(-1))
+      .WillOnce([](auto&, auto, ESGMessageBuffer&, ESGMessageBuffer& out) {
+        out.PushChar('a');
+        out.PushChar('b');
+        out.PopChar();  // what was read is taken off the end
+        return 0;
+      });
+  Json::Value arguments;
+  arguments["a"] = "b";
+  Json::Value reply;
+  EXPECT_TRUE(proxy.RemoteCallWithJsonArguments("Ask", arguments, reply));
+  EXPECT_EQ(request, "{\n\t\"a\" : \"b\"\n}");
+  EXPECT_EQ(reply.size(), 1U);
+  EXPECT_EQ(log_capture::Count("m_Connect("), 1);
+
+  std::string text = "old";
+  EXPECT_FALSE(proxy.RemoteCallWithStringArguments("Ask", "", text));
+  EXPECT_EQ(text, "old");
+  EXPECT_TRUE(proxy.RemoteCallWithStringArguments("Ask", "", text));
+  EXPECT_EQ(text, "a");
+}
+
+Json::Value Parse(const std::string& text) {
+  Json::Value value;
+  std::istringstream(text) >> value;
+  return value;
+}
+
+/// The arguments that an operation fills or takes by reference.
+struct Variables {
+  std::string id = "urn:a";
+  std::string xml = "old";
+  FCESGProgramInfo program;
+  ESGProgramMap programs;
+
+  Variables() {
+    program.SetTitle("given");
+    program.SetStartTime(7);
+  }
+  std::string Show() const {
+    std::string text = xml + " " + program.Title();
+    for (const auto& [key, listed] : programs) {
+      text += " " + std::to_string(key) + listed.Title();
+    }
+    return text;
+  }
+};
+
+/// One row for each operation of the service.
+const struct Operation {
+  const char* name;
+  bool (*run)(IESGService& service, Variables& variables);
+  const char* log;  // null: none
+  const char* arguments;
+  const char* result;
+  const char* shown;  // the variables afterwards
+} kOperations[] = {
+    {"GetPresentProgram",
+     [](IESGService& service, Variables& v) { return service.GetPresentProgram(v.id, v.program); },
+     "Invoked: globalServiceId=urn:a \n", R"({"global_service_id":"urn:a"})", R"("title":"new")",
+     "old new"},
+    {"GetProgramList",
+     [](IESGService& service, Variables& v) {
+       return service.GetProgramList(v.id, 4294967295, 60, v.programs);
+     },
+     "Invoked: globalServiceId=urn:a  startTime=4294967295  duration=60\n",
+     R"({"start_time":4294967295,"duration":60,"global_service_id":"urn:a"})",
+     R"("ESGProgramMap":[{"key":9,"title":"i"},{"key":4,"title":"d"}])", "old given 4d 9i"},
+    {"GetProgram",
+     [](IESGService& service, Variables& v) {
+       return service.GetProgram(v.program, eRelative_Position_Previous, v.program);
+     },
+     nullptr,
+     R"({"Start":7,"duration":0,"eventID":"","genre":"","globalServiceId":"","privateExt":null,
+         "synopsis":"","title":"given","eRelative_Position":-1})",
+     R"("title":"new")", "old new"},
+    {"GetProgramItem",
+     [](IESGService& service, Variables& v) {
+       return service.GetProgramItem(v.id, "c1", 4294967295, v.program);
+     },
+     "Invoked: global_service_id=urn:a  contentId = c1  startTime=-1\n",
+     R"({"global_service_id":"urn:a","ContentId":"c1","start_time":4294967295})",
+     R"("title":"new")", "old new"},
+    {"GetScheduleFragment",
+     [](IESGService& service, Variables& v) {
+       return service.GetScheduleFragment(v.xml, v.id, 5, 60, true);
+     },
+     "urn:a\n", R"({"BB":true,"global_service_id":"urn:a","start_time":5,"duration":60})",
+     R"("xmlFragment":"<a/>")", "<a/> given"},
+    {"GetServiceFragment",
+     [](IESGService& service, Variables& v) {
+       return service.GetServiceFragment(v.xml, v.id, false);
+     },
+     "urn:a\n", R"({"BB":false,"global_service_id":"urn:a"})", R"("xmlFragment":"")", " given"},
+    {"GetContentFragment",
+     [](IESGService& service, Variables& v) {
+       return service.GetContentFragment(v.xml, v.id, 5, 60, true);
+     },
+     "urn:a\n", R"({"BB":true,"global_service_id":"urn:a","start_time":5,"duration":60})",
+     R"("xmlFragment":"<a/>")", "<a/> given"},
+    {"SaveContentFragment",
+     [](IESGService& service, Variables& v) {
+       return service.SaveContentFragment("/p", v.id, true);
+     },
+     "urn:a\n", R"({"BB":true,"global_service_id":"urn:a","path":"/p"})", R"("path":"/q")",
+     "old given"},
+    {"SaveScheduleFragment",
+     [](IESGService& service, Variables& v) {
+       return service.SaveScheduleFragment("/p", v.id, false);
+     },
+     "urn:a\n", R"({"BB":false,"global_service_id":"urn:a","path":"/p"})", R"("path":"/q")",
+     "old given"},
+    {"SaveServiceFragment",
+     [](IESGService& service, Variables& v) {
+       return service.SaveServiceFragment("/p", v.id, true);
+     },
+     "urn:a\n", R"({"BB":true,"global_service_id":"urn:a","path":"/p"})", R"("path":"/q")",
+     "old given"},
+};
+
+/// The lines of a priority as "function > message".
+std::vector<std::string> Logged(int priority) {
+  std::vector<std::string> lines;
+  for (const log_capture::Line& line : log_capture::Lines()) {
+    const std::size_t start = line.text.find(": ") + 2;
+    if (line.priority == priority) {
+      lines.push_back(line.text.substr(start, line.text.find('(') - start) + " > " + line.message);
+    }
+  }
+  return lines;
+}
+
+class Queries : public testing::Test {
+ protected:
+  using Answer = std::function<MessagePtr(DBusMessage* call)>;
+
+  Queries() { EIIPCConnection::GetInstance(); }
+
+  bool Run(const Operation& operation, Variables& variables, Answer answer) {
+    {
+      const std::lock_guard<std::mutex> lock(m_mutex);
+      m_answer = std::move(answer);
+    }
+    log_capture::Clear();
+    return operation.run(*ESGAPI::GetESGServiceAPI(), variables);
+  }
+  bool Run(const Operation& operation, Variables& variables, const std::string& reply,
+           int result = 1) {
+    return Run(operation, variables,
+               [=](DBusMessage* call) { return MakeReply(call, result, reply); });
+  }
+
+  std::mutex m_mutex;
+  Answer m_answer;
+  Body m_call;
+  RawPeer m_service{kService, [this](DBusMessage* call) {
+                      const std::lock_guard<std::mutex> lock(m_mutex);
+                      m_call = ReadBody(call);
+                      return m_answer(call);
+                    }};
+};
+
+TEST_F(Queries, SendTheirArgumentsAndTakeTheirResults) {
+  EXPECT_EQ(ESGAPI::GetESGServiceAPI(), ESGService_Proxy::Instance());
+  for (const Operation& operation : kOperations) {
+    SCOPED_TRACE(operation.name);
+    Variables variables;
+    EXPECT_TRUE(Run(operation, variables, std::string("{\"ret\":true,") + operation.result + "}"));
+    EXPECT_EQ(variables.Show(), operation.shown);
+
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    EXPECT_EQ(m_call.text, operation.name);
+    EXPECT_EQ(m_call.bytes,
+              Json::writeString(Json::StreamWriterBuilder(), Parse(operation.arguments)));
+    std::vector<std::string> lines;
+    if (operation.log != nullptr) {
+      lines.push_back(std::string(operation.name) + " > " + operation.log);
+      EXPECT_EQ(log_capture::Lines()[0].text.find("ESGService_Proxy.cpp: "), 0U);
+      EXPECT_EQ(log_capture::Lines()[0].tag, "esg");
+    }
+    EXPECT_EQ(Logged(4), lines);
+    EXPECT_EQ(Logged(6), std::vector<std::string>());
+  }
+}
+
+TEST_F(Queries, FailWithTheirReasonInTheLogAndTouchNothing) {
+  const std::string noBus = "RemoteCallWithStringArguments > Fail to communicate using d-bus\n";
+  const std::string noJson = "RemoteCallWithJsonArguments > Fail to parse json data\n";
+  const auto reply = [](int result, const char* text) {
+    return [=](DBusMessage* call) { return MakeReply(call, result, text); };
+  };
+  const auto error = [](DBusMessage* call) {
+    return MessagePtr(dbus_message_new_error(call, "com.velmora.Odd", "no %s disk"));
+  };
+  const struct {
+    Answer answer;
+    std::vector<std::string> lines;
+  } failures[] = {
+      {error,
+       {"Call > [com.velmora.ESGCallListener:METHOD] Error answer received "
+        "[Error name: com.velmora.Odd]: no %s disk\n",
+        noBus}},
+      {reply(-1, R"({"ret":true})"), {noBus}},
+      {reply(1, "{"), {noJson}},
+      {reply(1, ""), {noJson}},
+      {reply(1, R"({"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"), {}},
+      {reply(1, R"({"ret":false,"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"), {}},
+      {reply(1, R"({"ret":null})"), {}},
+      {reply(1, R"({"ret":0})"), {}},
+      {reply(1, "null"), {}},
+  };
+  for (const Operation& operation : kOperations) {
+    for (auto [answer, lines] : failures) {
+      Variables variables;
+      EXPECT_FALSE(Run(operation, variables, answer));
+      EXPECT_EQ(variables.Show(), Variables().Show());
+      for (std::string& line : lines) {
+        const std::size_t method = line.find("METHOD");
+        method == std::string::npos ? line : line.replace(method, 6, operation.name);
+      }
+      EXPECT_EQ(Logged(6), lines) << operation.name;
+    }
+  }
+  m_service.Stop();
+  Variables variables;
+  EXPECT_FALSE(Run(kOperations[0], variables, ""));
+  EXPECT_EQ(log_capture::Count("[Error name: org.freedesktop.DBus.Error.ServiceUnknown]: "), 1);
+  EXPECT_EQ(Logged(6).back(), noBus);
+}
+
+TEST_F(Queries, SucceedWithAnyResultButMinusOneAndAnyTrueVerdict) {
+  for (const int result : {0, 5, -2, INT_MIN}) {
+    for (const char* verdict : {"true", "1", "0.5", "-1", "true/*!*/"}) {
+      Variables variables;
+      EXPECT_TRUE(Run(kOperations[0], variables, std::string("{\"ret\":") + verdict + "}", result));
+      EXPECT_EQ(variables.Show(), "old ");
+    }
+  }
+}
+
+TEST_F(Queries, RaiseTheJsonExceptionOfAMemberOfTheWrongType) {
+  const struct {
+    const Operation& operation;
+    const char* reply;
+    const char* shown;
+  } cases[] = {
+      {kOperations[0], R"({"ret":true,"Start":"x","title":"new"})", "old given"},
+      {kOperations[0], R"({"ret":true,"title":"new","genre":[]})", "old new"},
+      {kOperations[1], R"({"ret":true,"ESGProgramMap":[{"key":4,"title":"d"},{"key":-1}]})",
+       "old given 4d"},
+      {kOperations[4], R"({"ret":true,"xmlFragment":{}})", "old given"},
+      {kOperations[9], R"({"ret":"true"})", "old given"},
+      {kOperations[9], "[true]", "old given"},
+  };
+  for (const auto& [operation, reply, shown] : cases) {
+    Variables variables;
+    EXPECT_THROW(Run(operation, variables, reply), Json::LogicError) << reply;
+    EXPECT_EQ(variables.Show(), shown) << reply;
+    EXPECT_TRUE(Run(operation, variables, R"({"ret":true})"));
+  }
+}
+
+}  // namespace

@@ -1,0 +1,41 @@
+#ifndef TESTS_PRIVATE_BUS_H
+#define TESTS_PRIVATE_BUS_H
+
+#include <sys/types.h>
+
+#include <string>
+
+/// A real dbus-daemon of type `system`, with that type's own limits, which ends with this process.
+///
+/// Its address is known, and stands in DBUS_SYSTEM_BUS_ADDRESS, before it is started; it may be
+/// started late, and again at the same address.
+class PrivateBus {
+ public:
+  /// `policy` takes the place of the default one, under which everybody may do everything.
+  explicit PrivateBus(const std::string& policy = "", std::string socketPath = "");
+  ~PrivateBus();
+  PrivateBus(const PrivateBus&) = delete;
+  PrivateBus& operator=(const PrivateBus&) = delete;
+
+  /// Returns when the bus takes connections; throws when it does not start.
+  void Start();
+  /// Ends it, asking or not, and returns when it is gone.
+  void Stop();
+  void Kill();
+
+  const std::string& Address() const { return m_address; }
+  pid_t Pid() const { return m_pid; }
+
+ private:
+  void End(int signal);
+
+  std::string m_folder;
+  std::string m_address;
+  pid_t m_pid = -1;
+};
+
+/// The bus that is there for every test, started before it; not started, if the test suite's name
+/// has "NoBus" in it.
+PrivateBus& TestBus();
+
+#endif

@@ -19,12 +19,6 @@ namespace {
 
 using Delivery = std::array<int, 5>;  // which callback, event, parameters
 
-EIIPCConnection& Connection() { return *EIIPCConnection::GetInstance(); }
-
-void SendEvent(RawPeer& peer, int number, std::initializer_list<int> values = {}) {
-  peer.Send(MakeSignal("Event", number, Integers(values), Connection().GetConnectionId()));
-}
-
 Inbox<Delivery>& Deliveries() {
   static auto& inbox = *new Inbox<Delivery>;
   return inbox;
@@ -41,28 +35,27 @@ ESGEventCallback Callback(int id) {
 IESGEMS& Proxy(const ESGEventCallback& callback) {
   static std::mutex mutex;
   static auto& known = *new std::set<IESGEMS*>;
-  IESGEMS* proxy = ESGEMSProxy::GetInstance(&Connection(), callback);
+  IESGEMS* proxy = ESGEMSProxy::GetInstance(EIIPCConnection::GetInstance(), callback);
   const std::lock_guard<std::mutex> lock(mutex);
   return **known.insert(proxy).first;
 }
 
 TEST(EventsOnTheBus, AreDeliveredAsLongAsTheyAreSubscribed) {
   IESGEMS& proxy = Proxy(Callback(1));
-  EXPECT_EQ(proxy.SubscribeSignal(5), 0);
-  EXPECT_EQ(proxy.SubscribeSignal(6), 0);
+  EXPECT_EQ(proxy.SubscribeSignal(5) + proxy.SubscribeSignal(6), 0);
   const MainLoopThread loop;
   RawPeer peer;
-  const std::pair<std::string, Delivery> payloads[] = {{"", {1, 5, -1, -1, -1}},
-                                                       {Integers({9}), {1, 5, 9, 0, 0}},
-                                                       {Integers({1, -2, 3}), {1, 5, 1, -2, 3}},
-                                                       {Integers({1, 2, 3, 4}), {1, 5, 1, 2, 3}}};
+  const std::pair<std::string, Delivery> payloads[] = {
+      {"", {1, 5, -1, -1, -1}},
+      {Integers({9}), {1, 5, 9, 0, 0}},
+      {Integers({1, -2, 3, 4}), {1, 5, 1, -2, 3}},
+  };
   for (const auto& [payload, delivery] : payloads) {
     peer.Send(MakeSignal("Event", 7, payload));  // not subscribed
     peer.Send(MakeSignal("Event", 5, payload));
     EXPECT_EQ(Deliveries().Next(), delivery);
   }
-  EXPECT_EQ(proxy.UnsubscribeSignal(5), 0);
-  EXPECT_EQ(proxy.UnsubscribeSignal(6), 0);
+  EXPECT_EQ(proxy.UnsubscribeSignal(5) + proxy.UnsubscribeSignal(6), 0);
   peer.Send(MakeSignal("Event", 6, ""));  // to nobody
   IESGEMS& fresh = Proxy(Callback(3));
   EXPECT_EQ(fresh.SubscribeSignal(7), 0);
@@ -81,16 +74,15 @@ TEST(EventsOnTheBus, ArriveInOrderAndAllOfThemInAStorm) {
   IESGEMS& proxy = Proxy([&](int number, const ESGEventData& data) {
     if (number == 6) {
       inOrder.set_value(expected);
-    } else {
-      if (expected == 0) {
-        sent.get_future().wait();  // all others pile up behind a slow callback
-      }
-      expected += data.m_param1 == expected && data.m_param3 == -expected ? 1 : 0;
+      return 0;
     }
+    if (expected == 0) {
+      sent.get_future().wait();  // all others pile up behind a slow callback
+    }
+    expected += data.m_param1 == expected && data.m_param3 == -expected ? 1 : 0;
     return 0;
   });
-  EXPECT_EQ(proxy.SubscribeSignal(5), 0);
-  EXPECT_EQ(proxy.SubscribeSignal(6), 0);
+  EXPECT_EQ(proxy.SubscribeSignal(5) + proxy.SubscribeSignal(6), 0);
   const MainLoopThread loop;
   RawPeer peer;
   auto others = Threads(2, [&](int thread) {
@@ -128,6 +120,7 @@ TEST(EventsOnTheBus, MayHaveTheirProxyReplacedFromInsideTheCallbackAndFromOtherT
   }
   EXPECT_EQ(Proxy(nullptr).UnsubscribeSignal(5), 0);
   // From other threads, while events are under way: each comes whole, to one callback.
+  const std::string own = EIIPCConnection::GetInstance()->GetConnectionId();
   std::atomic<int> torn{0};
   auto others = Threads(3, [&](int thread) {
     for (int i = 0; i < kEvents; ++i) {
@@ -137,17 +130,17 @@ TEST(EventsOnTheBus, MayHaveTheirProxyReplacedFromInsideTheCallbackAndFromOtherT
         return 0;
       });
       proxy.SubscribeSignal(5);
-      SendEvent(peer, 5, {i, 0, i});
+      peer.Send(MakeSignal("Event", 5, Integers({i, 0, i}), own));
       proxy.UnsubscribeSignal(5);
     }
   });
   Join(others);
   EXPECT_EQ(Proxy(Callback(-1)).SubscribeSignal(6), 0);
-  SendEvent(peer, 6);
-  Delivery last = Deliveries().Next();
-  while (last[1] == 5) {  // was under way
+  peer.Send(MakeSignal("Event", 6, "", own));
+  Delivery last{};
+  do {
     last = Deliveries().Next();
-  }
+  } while (last[1] == 5);  // was under way
   EXPECT_EQ(last, (Delivery{-1, 6, -1, -1, -1}));
   EXPECT_EQ(torn, 0);
 }

@@ -181,8 +181,8 @@ TEST_F(Listener, ShowsTheMethodToTools) {
   const MessagePtr answer = client.Call(EmptyCall(DBUS_INTERFACE_INTROSPECTABLE, "Introspect"));
   const char* xml = "";
   dbus_message_get_args(answer.get(), nullptr, DBUS_TYPE_STRING, &xml, DBUS_TYPE_INVALID);
-  for (const char* part : {"<interface name=\"com.velmora.Test\">",
-                           "<arg name=\"payload\" type=\"ay\" direction=\"out\"/>"}) {
+  for (const char* part : {R"(<interface name="com.velmora.Test">)",
+                           R"(<arg name="payload" type="ay" direction="out"/>)"}) {
     EXPECT_NE(std::string(xml).find(part), std::string::npos) << xml;
   }
   EXPECT_EQ(Ask("x"), "1 2 x:");

@@ -5,13 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <functional>
+#include <future>
 #include <map>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -85,33 +86,29 @@ TEST(PlatformLog, KeepsErrnoAndSurvivesAClosedStandardError) {
 }
 
 TEST(PlatformLog, KeepsLinesOfManyThreadsApart) {
-  constexpr std::size_t kThreads = 8;
+  static constexpr std::array kLetters = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'};
   constexpr std::size_t kLines = 200;
   const auto log = [] {
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < kThreads; ++i) {
-      threads.emplace_back([i] {
+    std::vector<std::future<void>> threads;
+    for (const char letter : kLetters) {
+      threads.push_back(std::async(std::launch::async, [letter] {
         for (std::size_t line = 0; line < kLines; ++line) {
-          Error(std::string(100, "abcdefgh"[i]));
+          Error(std::string(100, letter));
         }
-      });
-    }
-    for (std::thread& thread : threads) {
-      thread.join();
+      }));
     }
   };
   const auto areWhole = [](const std::string& text) {
+    std::map<std::string, std::size_t> expected;
     std::map<std::string, std::size_t> counts;
+    for (const char letter : kLetters) {
+      expected["E/esg: " + std::string(100, letter)] = kLines;
+    }
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
       ++counts[line];
     }
-    for (const char letter : std::string("abcdefgh")) {
-      if (counts["E/esg: " + std::string(100, letter)] != kLines) {
-        return false;
-      }
-    }
-    return counts.size() == kThreads;
+    return counts == expected;
   };
   ExpectWritten(nullptr, log, testing::Truly(areWhole));
 }

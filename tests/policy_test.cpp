@@ -8,6 +8,7 @@
 #include <fstream>
 #include <regex>
 #include <sstream>
+#include <tuple>
 
 #include "IPCS/DBusHandles.h"
 #include "PrivateBus.h"
@@ -159,27 +160,23 @@ TEST_F(PolicyNoBus, LetsEverybodyCallAndNothingElse) {
 TEST_F(PolicyNoBus, TellsWhoMayEmit) {
   Client subscriber;
   subscriber.Subscribe();
-  const struct {
-    User user;
-    const char* member;
-    bool addressed;
-    bool allowed;
-  } rows[] = {
+  // Who emits what, whether to one receiver, and whether that is allowed.
+  const std::tuple<User, const char*, bool, bool> rows[] = {
       {kRoot, "Event", false, true},    {kRoot, "Data", false, true},
       {kGuide, "Event", false, true},   {kGuide, "Data", true, true},
       {kPoster, "Event", true, true},   {kPoster, "Event", false, false},
       {kPoster, "Data", true, false},   {kNobody, "Event", true, false},
       {kNobody, "Event", false, false}, {kNobody, "Data", false, false},
   };
-  for (const auto& row : rows) {
-    const std::string destination = row.addressed ? subscriber.Name() : "";
-    SCOPED_TRACE(std::string(row.user.what) + " " + row.member + " " + destination);
-    const std::string error = As(row.user, [&](Client& client) {
-      return client.Send(MakeSignal(row.member, 5, "", destination));
-    });
+  for (const auto& [user, member, addressed, allowed] : rows) {
+    const std::string destination = addressed ? subscriber.Name() : "";
+    SCOPED_TRACE(std::string(user.what) + " " + member + " " + destination);
+    const auto emit = [&, name = member](Client& client) {
+      return client.Send(MakeSignal(name, 5, "", destination));
+    };
     // The bus says nothing about a broadcast that it drops.
-    EXPECT_EQ(error, row.allowed || !row.addressed ? "" : kRefused);
-    EXPECT_EQ(subscriber.Received().size(), row.allowed ? 1U : 0U);
+    EXPECT_EQ(As(user, emit), allowed || !addressed ? "" : kRefused);
+    EXPECT_EQ(subscriber.Received().size(), allowed ? 1U : 0U);
   }
 }
 

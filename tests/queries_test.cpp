@@ -4,8 +4,11 @@
 #include <climits>
 #include <functional>
 #include <mutex>
+#include <regex>
 #include <sstream>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "../src/ESGService_Proxy.h"
@@ -60,12 +63,6 @@ TEST(OwnConnection, CarriesTheCallsWhileTheProcessWideOneComesIntoBeing) {
   EXPECT_EQ(text, "a");
 }
 
-Json::Value Parse(const std::string& text) {
-  Json::Value value;
-  std::istringstream(text) >> value;
-  return value;
-}
-
 /// The arguments that an operation fills or takes by reference.
 struct Variables {
   std::string id = "urn:a";
@@ -86,6 +83,10 @@ struct Variables {
   }
 };
 
+constexpr char kProgram[] = R"("title":"new")";
+constexpr char kFragment[] = R"("xmlFragment":"<a/>")";
+constexpr char kSaved[] = R"("path":"/q")";
+
 /// One row for each operation of the service.
 const struct Operation {
   const char* name;
@@ -95,67 +96,46 @@ const struct Operation {
   const char* result;
   const char* shown;  // the variables afterwards
 } kOperations[] = {
-    {"GetPresentProgram",
-     [](IESGService& service, Variables& v) { return service.GetPresentProgram(v.id, v.program); },
-     "Invoked: globalServiceId=urn:a \n", R"({"global_service_id":"urn:a"})", R"("title":"new")",
-     "old new"},
+    {"GetPresentProgram", [](auto& s, auto& v) { return s.GetPresentProgram(v.id, v.program); },
+     "Invoked: globalServiceId=urn:a \n", R"({"global_service_id":"urn:a"})", kProgram, "old new"},
     {"GetProgramList",
-     [](IESGService& service, Variables& v) {
-       return service.GetProgramList(v.id, 4294967295, 60, v.programs);
-     },
+     [](auto& s, auto& v) { return s.GetProgramList(v.id, 4294967295, 60, v.programs); },
      "Invoked: globalServiceId=urn:a  startTime=4294967295  duration=60\n",
      R"({"start_time":4294967295,"duration":60,"global_service_id":"urn:a"})",
      R"("ESGProgramMap":[{"key":9,"title":"i"},{"key":4,"title":"d"}])", "old given 4d 9i"},
     {"GetProgram",
-     [](IESGService& service, Variables& v) {
-       return service.GetProgram(v.program, eRelative_Position_Previous, v.program);
+     [](auto& s, auto& v) {
+       return s.GetProgram(v.program, eRelative_Position_Previous, v.program);
      },
      nullptr,
      R"({"Start":7,"duration":0,"eventID":"","genre":"","globalServiceId":"","privateExt":null,
          "synopsis":"","title":"given","eRelative_Position":-1})",
-     R"("title":"new")", "old new"},
+     kProgram, "old new"},
     {"GetProgramItem",
-     [](IESGService& service, Variables& v) {
-       return service.GetProgramItem(v.id, "c1", 4294967295, v.program);
-     },
+     [](auto& s, auto& v) { return s.GetProgramItem(v.id, "c1", 4294967295, v.program); },
      "Invoked: global_service_id=urn:a  contentId = c1  startTime=-1\n",
-     R"({"global_service_id":"urn:a","ContentId":"c1","start_time":4294967295})",
-     R"("title":"new")", "old new"},
+     R"({"global_service_id":"urn:a","ContentId":"c1","start_time":4294967295})", kProgram,
+     "old new"},
     {"GetScheduleFragment",
-     [](IESGService& service, Variables& v) {
-       return service.GetScheduleFragment(v.xml, v.id, 5, 60, true);
-     },
-     "urn:a\n", R"({"BB":true,"global_service_id":"urn:a","start_time":5,"duration":60})",
-     R"("xmlFragment":"<a/>")", "<a/> given"},
+     [](auto& s, auto& v) { return s.GetScheduleFragment(v.xml, v.id, 5, 60, true); }, "urn:a\n",
+     R"({"BB":true,"global_service_id":"urn:a","start_time":5,"duration":60})", kFragment,
+     "<a/> given"},
     {"GetServiceFragment",
-     [](IESGService& service, Variables& v) {
-       return service.GetServiceFragment(v.xml, v.id, false);
-     },
-     "urn:a\n", R"({"BB":false,"global_service_id":"urn:a"})", R"("xmlFragment":"")", " given"},
+     [](auto& s, auto& v) { return s.GetServiceFragment(v.xml, v.id, false); }, "urn:a\n",
+     R"({"BB":false,"global_service_id":"urn:a"})", R"("xmlFragment":"")", " given"},
     {"GetContentFragment",
-     [](IESGService& service, Variables& v) {
-       return service.GetContentFragment(v.xml, v.id, 5, 60, true);
-     },
-     "urn:a\n", R"({"BB":true,"global_service_id":"urn:a","start_time":5,"duration":60})",
-     R"("xmlFragment":"<a/>")", "<a/> given"},
+     [](auto& s, auto& v) { return s.GetContentFragment(v.xml, v.id, 5, 60, true); }, "urn:a\n",
+     R"({"BB":true,"global_service_id":"urn:a","start_time":5,"duration":60})", kFragment,
+     "<a/> given"},
     {"SaveContentFragment",
-     [](IESGService& service, Variables& v) {
-       return service.SaveContentFragment("/p", v.id, true);
-     },
-     "urn:a\n", R"({"BB":true,"global_service_id":"urn:a","path":"/p"})", R"("path":"/q")",
-     "old given"},
+     [](auto& s, auto& v) { return s.SaveContentFragment("/p", v.id, true); }, "urn:a\n",
+     R"({"BB":true,"global_service_id":"urn:a","path":"/p"})", kSaved, "old given"},
     {"SaveScheduleFragment",
-     [](IESGService& service, Variables& v) {
-       return service.SaveScheduleFragment("/p", v.id, false);
-     },
-     "urn:a\n", R"({"BB":false,"global_service_id":"urn:a","path":"/p"})", R"("path":"/q")",
-     "old given"},
+     [](auto& s, auto& v) { return s.SaveScheduleFragment("/p", v.id, false); }, "urn:a\n",
+     R"({"BB":false,"global_service_id":"urn:a","path":"/p"})", kSaved, "old given"},
     {"SaveServiceFragment",
-     [](IESGService& service, Variables& v) {
-       return service.SaveServiceFragment("/p", v.id, true);
-     },
-     "urn:a\n", R"({"BB":true,"global_service_id":"urn:a","path":"/p"})", R"("path":"/q")",
-     "old given"},
+     [](auto& s, auto& v) { return s.SaveServiceFragment("/p", v.id, true); }, "urn:a\n",
+     R"({"BB":true,"global_service_id":"urn:a","path":"/p"})", kSaved, "old given"},
 };
 
 /// The lines of a priority as "function > message".
@@ -170,10 +150,14 @@ std::vector<std::string> Logged(int priority) {
   return lines;
 }
 
+using Answer = std::function<MessagePtr(DBusMessage* call)>;
+
+Answer Reply(const std::string& text, int result = 1) {
+  return [=](DBusMessage* call) { return MakeReply(call, result, text); };
+}
+
 class Queries : public testing::Test {
  protected:
-  using Answer = std::function<MessagePtr(DBusMessage* call)>;
-
   Queries() { EIIPCConnection::GetInstance(); }
 
   bool Run(const Operation& operation, Variables& variables, Answer answer) {
@@ -183,11 +167,6 @@ class Queries : public testing::Test {
     }
     log_capture::Clear();
     return operation.run(*ESGAPI::GetESGServiceAPI(), variables);
-  }
-  bool Run(const Operation& operation, Variables& variables, const std::string& reply,
-           int result = 1) {
-    return Run(operation, variables,
-               [=](DBusMessage* call) { return MakeReply(call, result, reply); });
   }
 
   std::mutex m_mutex;
@@ -205,13 +184,15 @@ TEST_F(Queries, SendTheirArgumentsAndTakeTheirResults) {
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.name);
     Variables variables;
-    EXPECT_TRUE(Run(operation, variables, std::string("{\"ret\":true,") + operation.result + "}"));
+    EXPECT_TRUE(
+        Run(operation, variables, Reply(std::string("{\"ret\":true,") + operation.result + "}")));
     EXPECT_EQ(variables.Show(), operation.shown);
 
     const std::lock_guard<std::mutex> lock(m_mutex);
     EXPECT_EQ(m_call.text, operation.name);
-    EXPECT_EQ(m_call.bytes,
-              Json::writeString(Json::StreamWriterBuilder(), Parse(operation.arguments)));
+    Json::Value arguments;
+    std::istringstream(operation.arguments) >> arguments;
+    EXPECT_EQ(m_call.bytes, Json::writeString(Json::StreamWriterBuilder(), arguments));
     std::vector<std::string> lines;
     if (operation.log != nullptr) {
       lines.push_back(std::string(operation.name) + " > " + operation.log);
@@ -226,28 +207,22 @@ TEST_F(Queries, SendTheirArgumentsAndTakeTheirResults) {
 TEST_F(Queries, FailWithTheirReasonInTheLogAndTouchNothing) {
   const std::string noBus = "RemoteCallWithStringArguments > Fail to communicate using d-bus\n";
   const std::string noJson = "RemoteCallWithJsonArguments > Fail to parse json data\n";
-  const auto reply = [](int result, const char* text) {
-    return [=](DBusMessage* call) { return MakeReply(call, result, text); };
-  };
   const auto error = [](DBusMessage* call) {
     return MessagePtr(dbus_message_new_error(call, "com.velmora.Odd", "no %s disk"));
   };
-  const struct {
-    Answer answer;
-    std::vector<std::string> lines;
-  } failures[] = {
+  const std::pair<Answer, std::vector<std::string>> failures[] = {
       {error,
        {"Call > [com.velmora.ESGCallListener:METHOD] Error answer received "
         "[Error name: com.velmora.Odd]: no %s disk\n",
         noBus}},
-      {reply(-1, R"({"ret":true})"), {noBus}},
-      {reply(1, "{"), {noJson}},
-      {reply(1, ""), {noJson}},
-      {reply(1, R"({"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"), {}},
-      {reply(1, R"({"ret":false,"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"), {}},
-      {reply(1, R"({"ret":null})"), {}},
-      {reply(1, R"({"ret":0})"), {}},
-      {reply(1, "null"), {}},
+      {Reply(R"({"ret":true})", -1), {noBus}},
+      {Reply("{"), {noJson}},
+      {Reply(""), {noJson}},
+      {Reply(R"({"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"), {}},
+      {Reply(R"({"ret":false,"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"), {}},
+      {Reply(R"({"ret":null})"), {}},
+      {Reply(R"({"ret":0})"), {}},
+      {Reply("null"), {}},
   };
   for (const Operation& operation : kOperations) {
     for (auto [answer, lines] : failures) {
@@ -255,15 +230,14 @@ TEST_F(Queries, FailWithTheirReasonInTheLogAndTouchNothing) {
       EXPECT_FALSE(Run(operation, variables, answer));
       EXPECT_EQ(variables.Show(), Variables().Show());
       for (std::string& line : lines) {
-        const std::size_t method = line.find("METHOD");
-        method == std::string::npos ? line : line.replace(method, 6, operation.name);
+        line = std::regex_replace(line, std::regex("METHOD"), operation.name);
       }
       EXPECT_EQ(Logged(6), lines) << operation.name;
     }
   }
   m_service.Stop();
   Variables variables;
-  EXPECT_FALSE(Run(kOperations[0], variables, ""));
+  EXPECT_FALSE(Run(kOperations[0], variables, Reply("")));
   EXPECT_EQ(log_capture::Count("[Error name: org.freedesktop.DBus.Error.ServiceUnknown]: "), 1);
   EXPECT_EQ(Logged(6).back(), noBus);
 }
@@ -272,18 +246,15 @@ TEST_F(Queries, SucceedWithAnyResultButMinusOneAndAnyTrueVerdict) {
   for (const int result : {0, 5, -2, INT_MIN}) {
     for (const char* verdict : {"true", "1", "0.5", "-1", "true/*!*/"}) {
       Variables variables;
-      EXPECT_TRUE(Run(kOperations[0], variables, std::string("{\"ret\":") + verdict + "}", result));
+      EXPECT_TRUE(
+          Run(kOperations[0], variables, Reply(std::string("{\"ret\":") + verdict + "}", result)));
       EXPECT_EQ(variables.Show(), "old ");
     }
   }
 }
 
 TEST_F(Queries, RaiseTheJsonExceptionOfAMemberOfTheWrongType) {
-  const struct {
-    const Operation& operation;
-    const char* reply;
-    const char* shown;
-  } cases[] = {
+  const std::tuple<const Operation&, const char*, const char*> cases[] = {
       {kOperations[0], R"({"ret":true,"Start":"x","title":"new"})", "old given"},
       {kOperations[0], R"({"ret":true,"title":"new","genre":[]})", "old new"},
       {kOperations[1], R"({"ret":true,"ESGProgramMap":[{"key":4,"title":"d"},{"key":-1}]})",
@@ -294,9 +265,9 @@ TEST_F(Queries, RaiseTheJsonExceptionOfAMemberOfTheWrongType) {
   };
   for (const auto& [operation, reply, shown] : cases) {
     Variables variables;
-    EXPECT_THROW(Run(operation, variables, reply), Json::LogicError) << reply;
+    EXPECT_THROW(Run(operation, variables, Reply(reply)), Json::LogicError) << reply;
     EXPECT_EQ(variables.Show(), shown) << reply;
-    EXPECT_TRUE(Run(operation, variables, R"({"ret":true})"));
+    EXPECT_TRUE(Run(operation, variables, Reply(R"({"ret":true})")));
   }
 }
 

@@ -90,6 +90,7 @@ TEST(PlatformLog, KeepsLinesOfManyThreadsApart) {
   constexpr std::size_t kLines = 200;
   const auto log = [] {
     std::vector<std::future<void>> threads;
+    threads.reserve(kLetters.size());
     for (const char letter : kLetters) {
       threads.push_back(std::async(std::launch::async, [letter] {
         for (std::size_t line = 0; line < kLines; ++line) {

@@ -67,7 +67,7 @@ class Client {
     while (const MessagePtr message{dbus_connection_pop_message(m_connection)}) {
       const char* error = dbus_message_get_error_name(message.get());
       const char* member = dbus_message_get_member(message.get());
-      if (!dbus_message_has_sender(message.get(), DBUS_SERVICE_DBUS) || error != nullptr) {
+      if (dbus_message_has_sender(message.get(), DBUS_SERVICE_DBUS) == FALSE || error != nullptr) {
         received.emplace_back(error != nullptr ? error : member != nullptr ? member : "reply");
       }
     }

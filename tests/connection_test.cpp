@@ -146,16 +146,6 @@ TEST(Connection, SendsTheLargestMessageThatTheBusTakesAndRefusesALargerOne) {
   EXPECT_EQ(service.Calls(), 3);
 }
 
-TEST(Connection, FormatsARuleForOneNumberOfOneKind) {
-  auto& connection = dynamic_cast<ECIPCConnection&>(*EIIPCConnection::GetInstance());
-  EXPECT_FALSE(connection.Connect());
-  char rule[256];
-  connection.m_CreateMatchRule(Event, 7, rule);
-  EXPECT_STREQ(rule,
-               "path='/com/velmora/ESG/IPCS', type='signal', interface='com.velmora.ESG.Signal', "
-               "member='Event', arg0='7'");
-}
-
 TEST(ConnectionNoBus, FindsABusThatAppearsThreeSecondsLate) {
   const Stopwatch stopwatch;
   auto call = std::async([] { return Call("m", ""); });

@@ -59,31 +59,6 @@ TEST(EsgctlTextNoBus, WidthCutAndPad) {
   EXPECT_EQ(Cut("abc", 0), "");
 }
 
-TEST(EsgctlTextNoBus, NothingReachesTheTerminalRaw) {
-  EXPECT_EQ(Printable("a\x1b[31mb\a\x7f"), "a\ufffd[31mb\ufffd\ufffd");
-  EXPECT_EQ(Printable("one\r\ntwo\tthree\u2028four"), "one  two three four");
-  EXPECT_EQ(Printable("\u009b31m"), "\ufffd31m");
-  EXPECT_EQ(Printable("caf\xe9 \xf0\x9f"), "caf\ufffd \ufffd\ufffd");
-  EXPECT_EQ(Printable(std::string_view("a\0b", 3)), "a\ufffdb");
-  EXPECT_EQ(Printable("\u202egnp.exe\u2066"), "gnp.exe");  // NOLINT(misc-misleading-bidirectional)
-  EXPECT_EQ(GuardDirection("abc 日"), "abc 日");
-  EXPECT_EQ(GuardDirection("أخبار"), "\u200eأخبار\u200e");
-}
-
-TEST(EsgctlTextNoBus, Tables) {
-  Table table({"A", "TITLE"});
-  table.AddRow({"日本", "one\x1b[2J"});
-  table.AddRow({"x", "a rather long title"}, true);
-  EXPECT_EQ(table.Render({}), "A     TITLE\n日本  one\ufffd[2J\nx     a rather long title\n");
-  EXPECT_EQ(table.Render({16, true}),
-            "\x1b[1mA     TITLE\x1b[0m\n日本  one\ufffd[2J\n\x1b[1mx     a rather …\x1b[0m\n");
-
-  EXPECT_EQ(RenderFields({{"Title", "T"}, {"Text", "four words in here"}}, {18, false}),
-            "Title  T\nText   four words\n       in here\n");
-  EXPECT_EQ(RenderFields({{"Id", "abcdefghijklmnopqrst"}}, {14, false}),
-            "Id  abcdefghij\n    klmnopqrst\n");
-}
-
 TEST(EsgctlTimeNoBus, MomentsAsPeopleWriteThem) {
   constexpr Seconds kMidnight = kNow - 18 * 3600;
   // Seconds from 2026-05-01 00:00; whether only a time of day was given.

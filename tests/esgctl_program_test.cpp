@@ -3,10 +3,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <json/json.h>
-#include <pty.h>
 
 #include <csignal>
-#include <future>
 #include <sstream>
 
 #include "ChildProgram.h"
@@ -224,65 +222,6 @@ TEST_F(Esgctl, LongRangesComeInPieces) {
   const Result full = Program("list s1", open("/dev/full", O_WRONLY)).End();
   EXPECT_EQ(full.status, 1);
   EXPECT_THAT(full.errors, HasSubstr("No space left"));
-}
-
-/// The end of a pseudo-terminal that a program gets, and what arrives at the other.
-struct Terminal {
-  Terminal() {
-    winsize size = {24, 40, 0, 0};
-    EXPECT_EQ(openpty(&other, &program, nullptr, nullptr, &size), 0);
-  }
-  ~Terminal() { close(other); }
-  /// Reads until `part` has come or nothing comes any more.
-  std::string Until(const std::string& part) {
-    char buffer[256];
-    for (ssize_t n = 1; n > 0 && text.find(part) == std::string::npos;) {
-      n = read(other, buffer, sizeof buffer);
-      text.append(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
-    }
-    return text;
-  }
-
-  int program = -1;
-  int other = -1;
-  std::string text;
-};
-
-TEST_F(Esgctl, OnATerminal) {
-  unsetenv("COLUMNS");
-  unsetenv("NO_COLOR");
-  setenv("TERM", "xterm", 1);
-  std::promise<void> seen;
-  RawPeer service(kService, [&seen](DBusMessage* call) {
-    seen.get_future().wait();
-    return MakeReply(call, 1, R"({"ret":true,"title":"A title of more than enough characters"})");
-  });
-  Terminal output;
-  Terminal errors;
-  Program program("now s1", output.program, errors.program);
-  EXPECT_THAT(errors.Until("("), HasSubstr("Asking the guide service"));
-  seen.set_value();
-  EXPECT_THAT(output.Until("…"),
-              AllOf(StartsWith("\x1b[1mSTART"), HasSubstr("A title…"), Not(HasSubstr("enough"))));
-  EXPECT_THAT(errors.Until("\r\x1b[K\r\x1b[K"), testing::EndsWith("\r\x1b[K"));
-  EXPECT_EQ(program.Wait(), 0);
-}
-
-TEST_F(Esgctl, GridOfAliases) {
-  m_folder.Write("esg-client/services", "one = 1\ntwo = 2\n");
-  RawPeer service(kService, [](DBusMessage* call) {
-    const bool one = Parse(ReadBody(call).bytes)["global_service_id"] == "1";
-    return MakeReply(call, 1,
-                     one ? R"({"ret":true,"ESGProgramMap":[{"key":1,"Start":3986640600,)"
-                           R"("duration":1800,"title":"Film"}]})"
-                         : R"({"ret":false})");
-  });
-  const std::string range = " --from 2026-05-01T16:00 --for 1h --width 40";
-  EXPECT_EQ(RunProgram("grid" + range).output,
-            "    16:00    16:15    16:30    16:45\n"
-            "one ......|Film             |...........\n"
-            "two ....................................\n");
-  EXPECT_EQ(RunProgram("grid two" + range).status, 10);
 }
 
 TEST_F(Esgctl, WatchPrintsEvents) {

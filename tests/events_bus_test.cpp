@@ -40,32 +40,6 @@ IESGEMS& Proxy(const ESGEventCallback& callback) {
   return **known.insert(proxy).first;
 }
 
-TEST(EventsOnTheBus, AreDeliveredAsLongAsTheyAreSubscribed) {
-  IESGEMS& proxy = Proxy(Callback(1));
-  EXPECT_EQ(proxy.SubscribeSignal(5) + proxy.SubscribeSignal(6), 0);
-  const MainLoopThread loop;
-  RawPeer peer;
-  const std::pair<std::string, Delivery> payloads[] = {
-      {"", {1, 5, -1, -1, -1}},
-      {Integers({9}), {1, 5, 9, 0, 0}},
-      {Integers({1, -2, 3, 4}), {1, 5, 1, -2, 3}},
-  };
-  for (const auto& [payload, delivery] : payloads) {
-    peer.Send(MakeSignal("Event", 7, payload));  // not subscribed
-    peer.Send(MakeSignal("Event", 5, payload));
-    EXPECT_EQ(Deliveries().Next(), delivery);
-  }
-  EXPECT_EQ(proxy.UnsubscribeSignal(5) + proxy.UnsubscribeSignal(6), 0);
-  peer.Send(MakeSignal("Event", 6, ""));  // to nobody
-  IESGEMS& fresh = Proxy(Callback(3));
-  EXPECT_EQ(fresh.SubscribeSignal(7), 0);
-  peer.Send(MakeSignal("Event", 5, ""));
-  peer.Send(MakeSignal("Event", 7, ""));
-  EXPECT_EQ(Deliveries().Next(), (Delivery{3, 7, -1, -1, -1}));
-  EXPECT_EQ(fresh.UnsubscribeSignal(99), -1);
-  EXPECT_EQ(log_capture::Count("> Error while adding match rule: "), 1);
-}
-
 TEST(EventsOnTheBus, ArriveInOrderAndAllOfThemInAStorm) {
   constexpr int kEvents = kSanitized ? 20000 : 100000;
   std::promise<void> sent;

@@ -74,7 +74,9 @@ TEST(EventProxyNoBus, SubscribesOnceAndForgetsItselfWithTheLastEvent) {
 
 TEST(EventProxyNoBusDeathTest, EndsTheProcessOnAPayloadThatIsTooLong) {
   ESGMessageBuffer data;
-  data.Resize(17);
+  data.Resize(16);
+  ESGEMSProxy::OnEventReceived(5, data);
+  data.Resize(1);
   EXPECT_DEATH(ESGEMSProxy::OnEventReceived(5, data),
                "Assertion `sizeof\\(params\\) >= data.GetFullBufferSize\\(\\)' failed");
 }

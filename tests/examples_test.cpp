@@ -37,14 +37,6 @@ TEST(Examples, AskTheMinimalService) {
   EXPECT_THAT(line, Optional(MatchesRegex("Programme [0-9]+"))) << "no change was shown";
 }
 
-TEST(Examples, SayThatThereIsNoService) {
-  for (const char* program : {NOW, QUERY}) {
-    ChildProgram asking({program, "urn:example:one"});
-    EXPECT_EQ(asking.ReadLine(), std::nullopt) << program;
-    EXPECT_EQ(asking.Wait(), 1) << program;
-  }
-}
-
 TEST(Examples, TheBannersMainLoopGoesOnWhileTheServiceIsMute) {
   std::promise<void> eventsWereShown;
   std::shared_future<void> shown = eventsWereShown.get_future().share();

@@ -119,16 +119,6 @@ TEST(NoBusGuideFragment, EveryFormIsRead) {
   }
 }
 
-TEST(NoBusGuideFragment, LengthsAreIsoDurations) {
-  const std::pair<const char*, std::uint32_t> cases[] = {
-      {"PT2H", 7200}, {"P1DT1S", 86401}, {"PT", 0},    {"P1M", 0},     {"PT5", 0},
-      {"2H", 0},      {"PTT1S", 0},      {"PT-1S", 0}, {"P49711D", 0}, {"PT99999999999H", 0},
-  };
-  for (const auto& [text, seconds] : cases) {
-    EXPECT_EQ(ParseLength(text), seconds) << text;
-  }
-}
-
 TEST(NoBusGuideFragment, OfFragmentsSentTwiceTheNewestStays) {
   std::map<char, std::string> xml = {{'a', "<Content id='c' version='1'/>"},
                                      {'b', "<Content id='c' version='1'><Name/></Content>"},

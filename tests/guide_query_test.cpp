@@ -136,16 +136,6 @@ TEST_F(NoBusGuideQuery, NeighboursGoByStart) {
   }
 }
 
-TEST(NoBusGuide, WhatNobodyDescribesIsKeptAndReported) {
-  std::vector<std::string> reports;
-  const Guide guide({MakeSchedule("1", "9", "x 100 10  x 110 0")}, 1000,
-                    [&](const std::string& line) { reports.push_back(line); });
-  EXPECT_EQ(Names(guide.Within("9", {0, UINT32_MAX})), "x@1100");
-  EXPECT_EQ(Guide::Record("9", *guide.At("9", 1100)).Title(), "");
-  EXPECT_THAT(reports, ElementsAre(HasSubstr("service 9"), HasSubstr("content x"),
-                                   HasSubstr("lasts no time")));
-}
-
 TEST(NoBusGuide, TimeGoesOnBehindTheEndOfTheEra) {
   constexpr std::uint32_t kEnd = 4294967196;  // 100 seconds before
   std::vector<Fragment> fragments = {

@@ -5,16 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <functional>
-#include <future>
-#include <map>
-#include <sstream>
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -72,46 +66,6 @@ TEST(PlatformLog, MakesEveryMessageOneHarmlessLine) {
     ExpectWritten(
         nullptr, [&text = message] { Error(text); }, "E/esg: " + line + "\n");
   }
-}
-
-TEST(PlatformLog, KeepsErrnoAndSurvivesAClosedStandardError) {
-  const auto log = [] {
-    close(STDERR_FILENO);
-    errno = ENOENT;
-    Error("lost");
-    _FCAssert("lost", "x", 1);
-    _exit(errno == ENOENT ? 0 : 1);
-  };
-  ExpectWritten(nullptr, log, "");
-}
-
-TEST(PlatformLog, KeepsLinesOfManyThreadsApart) {
-  static constexpr std::array kLetters = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'};
-  constexpr std::size_t kLines = 200;
-  const auto log = [] {
-    std::vector<std::future<void>> threads;
-    threads.reserve(kLetters.size());
-    for (const char letter : kLetters) {
-      threads.push_back(std::async(std::launch::async, [letter] {
-        for (std::size_t line = 0; line < kLines; ++line) {
-          Error(std::string(100, letter));
-        }
-      }));
-    }
-  };
-  const auto areWhole = [](const std::string& text) {
-    std::map<std::string, std::size_t> expected;
-    std::map<std::string, std::size_t> counts;
-    for (const char letter : kLetters) {
-      expected["E/esg: " + std::string(100, letter)] = kLines;
-    }
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-      ++counts[line];
-    }
-    return counts == expected;
-  };
-  ExpectWritten(nullptr, log, testing::Truly(areWhole));
 }
 
 }  // namespace

@@ -13,55 +13,15 @@
 
 #include "../src/ESGService_Proxy.h"
 #include "ESGAPI.h"
-#include "IPCS/ESGMessageBuffer.h"
+#include "IPCS/EIIPCConnection.h"
 #include "LogCapture.h"
-#include "MockConnection.h"
 #include "RawPeer.h"
 
 namespace {
 
 using ipcs::MessagePtr;
-using testing::_;
-using testing::StrEq;
 
 constexpr char kService[] = "com.velmora.ESGCallListener";
-
-// Stays in front: the process-wide connection must not be there yet.
-TEST(OwnConnection, CarriesTheCallsWhileTheProcessWideOneComesIntoBeing) {
-  MockConnection connection;
-  ESGService_Proxy proxy(&connection);
-  ASSERT_EQ(log_capture::Count("m_Connect("), 0);
-
-  std::string request;
-  EXPECT_CALL(connection, Call(kService, StrEq("Ask"), _, _))
-      .WillOnce([&](auto&, auto, ESGMessageBuffer& in, ESGMessageBuffer& out) {
-        request.assign(in.GetAsCStr(0), in.GetFullBufferSize());
-        for (const char c : {'[', '1', ']'}) {
-          out.PushChar(c);
-        }
-        return 5;
-      })
-      .WillOnce(testing::Return(-1))
-      .WillOnce([](auto&, auto, ESGMessageBuffer&, ESGMessageBuffer& out) {
-        out.PushChar('a');
-        out.PushChar('b');
-        out.PopChar();  // what was read is taken off the end
-        return 0;
-      });
-  Json::Value arguments;
-  arguments["a"] = "b";
-  Json::Value reply;
-  EXPECT_TRUE(proxy.RemoteCallWithJsonArguments("Ask", arguments, reply));
-  EXPECT_EQ(request, "{\n\t\"a\" : \"b\"\n}");
-  EXPECT_EQ(reply.size(), 1U);
-  EXPECT_EQ(log_capture::Count("m_Connect("), 1);
-
-  std::string text = "old";
-  EXPECT_FALSE(proxy.RemoteCallWithStringArguments("Ask", "", text));
-  EXPECT_EQ(text, "old");
-  EXPECT_TRUE(proxy.RemoteCallWithStringArguments("Ask", "", text));
-  EXPECT_EQ(text, "a");
-}
 
 /// The arguments that an operation fills or takes by reference.
 struct Variables {

@@ -363,17 +363,4 @@ TEST(MarshalNoBus, EachMemberHasItsNameAndType) {
   CheckPair("BB", true, "true", BBToJson, JsonToBB);
 }
 
-TEST(MarshalNoBus, ParsesTheWholeOfATextAndAnyRoot) {
-  Json::Value result;
-  for (std::string text : {"[1,2]", "null", "{} {"}) {
-    EXPECT_TRUE(ESGMarshal::ParseToJson(text, result)) << text;
-  }
-  for (std::string text :
-       {std::string("{"), std::string(), std::string("nul"), std::string("[\0]", 3)}) {
-    EXPECT_FALSE(ESGMarshal::ParseToJson(text, result)) << text;
-  }
-  std::string deep(1001, '[');
-  EXPECT_THROW(ESGMarshal::ParseToJson(deep, result), Json::RuntimeError);
-}
-
 }  // namespace

@@ -122,9 +122,10 @@ TEST_F(Esgctl, ServiceAndBusThatGoWhileAsked) {
 TEST_F(EsgctlNoBus, WrongUsageAndNoBusAtAll) {
   m_folder.Write("esg-client/services", "one = 1\nother = 2\nbroken\n");
   TestBus();  // its address, without a daemon
-  for (const char* line : {"", "what", "now", "now s --json --raw", "list s --from soon",
-                           "list s --from 1800-01-01", "now o", "now \xff", "xml film s",
-                           "emit 5 1 2 3 4", "emit 2147483648", "watch", "save service s"}) {
+  for (const char* line :
+       {"", "what", "now", "now s --json --raw", "list s --from soon", "list s --from 1800-01-01",
+        "now o", "now \xff", "xml film s", "xml content s --number 1 --for 1h", "emit 5 1 2 3 4",
+        "emit 2147483648", "watch", "save service s"}) {
     const Result result = RunProgram(line);
     EXPECT_EQ(result.status, 2) << line;
     EXPECT_NE(result.errors, "") << line;
@@ -177,6 +178,9 @@ TEST_F(Esgctl, SendsWhatWasAsked) {
       {"xml schedule s1 --from 1777651200 --for 2d",
        R"(GetScheduleFragment {"BB":false,"duration":172800,"global_service_id":"s1",)"
        R"("start_time":3986640000})",
+       "<a>\x1b&é\r\n"},
+      {"xml content s1 --number 7 --bb",
+       R"(GetContentFragment {"BB":true,"duration":0,"global_service_id":"s1","start_time":7})",
        "<a>\x1b&é\r\n"},
       {"save content s1 some/path --bb",
        R"(SaveContentFragment {"BB":true,"global_service_id":"s1","path":"some/path"})", ""},

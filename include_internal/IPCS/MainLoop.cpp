@@ -39,12 +39,28 @@ struct Job {
 
 using JobPtr = std::shared_ptr<Job>;
 
+/// Orders what passes through GLib, whose own locks a race detector does not see.
+std::mutex handOver;
+
+gpointer Hand(const JobPtr& job) {
+  const std::lock_guard<std::mutex> lock(handOver);
+  return new JobPtr(job);
+}
+
+JobPtr Handed(gpointer job) {
+  const std::lock_guard<std::mutex> lock(handOver);
+  return *static_cast<JobPtr*>(job);
+}
+
 gboolean OnMainLoop(gpointer job) {
-  (*static_cast<JobPtr*>(job))->Run();
+  Handed(job)->Run();
   return G_SOURCE_REMOVE;
 }
 
-void ReleaseJob(gpointer job) { delete static_cast<JobPtr*>(job); }
+void ReleaseJob(gpointer job) {
+  const std::lock_guard<std::mutex> lock(handOver);
+  delete static_cast<JobPtr*>(job);
+}
 
 /// Waits for the thread that runs `context` to do the job, or does it here as soon as none does.
 bool Await(GMainContext* context, Job& job, std::chrono::milliseconds limit) {
@@ -95,7 +111,7 @@ bool RunInMainLoop(DBusConnection* connection, std::chrono::milliseconds limit,
 
   GSource* source = g_idle_source_new();
   g_source_set_priority(source, G_PRIORITY_DEFAULT);
-  g_source_set_callback(source, &OnMainLoop, new JobPtr(job), &ReleaseJob);
+  g_source_set_callback(source, &OnMainLoop, Hand(job), &ReleaseJob);
   g_source_attach(source, context);
   const bool done = Await(context, *job, limit);
   g_source_destroy(source);

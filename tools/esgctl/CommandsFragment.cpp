@@ -12,14 +12,23 @@ struct FragmentRequest {
   std::string service;
   std::string path;
   RangeOptions range;
+  std::optional<std::uint32_t> number;
   bool bb = false;
 };
 
-Status Xml(Session& session, FragmentRequest request) {
-  const Clock clock = session.MakeClock();
+/// What the service is asked for: a range of time, or, with a length of 0, one fragment by its
+/// number.
+Piece Which(const FragmentRequest& request, const Clock& clock) {
+  if (request.number) {
+    return {*request.number, 0};
+  }
   const TimeRange range = request.range.Parse(kUsualRange, clock);
-  const unsigned int start = clock.ToRecord(range.from);
-  const auto length = static_cast<unsigned int>(range.to - range.from);
+  return {clock.ToRecord(range.from), static_cast<std::uint32_t>(range.to - range.from)};
+}
+
+Status Xml(Session& session, const FragmentRequest& request) {
+  const Clock clock = session.MakeClock();
+  const Piece which = Which(request, clock);
   std::string id = session.Services().Resolve(request.service);
 
   std::string text;
@@ -29,13 +38,14 @@ Status Xml(Session& session, FragmentRequest request) {
         return api.GetServiceFragment(text, id, request.bb);
       }
       return request.kind == "schedule"
-                 ? api.GetScheduleFragment(text, id, start, length, request.bb)
-                 : api.GetContentFragment(text, id, start, length, request.bb);
+                 ? api.GetScheduleFragment(text, id, which.start, which.duration, request.bb)
+                 : api.GetContentFragment(text, id, which.start, which.duration, request.bb);
     });
   });
   if (!found) {
     throw Failure(Status::NotFound, "The guide service has no such " + request.kind +
-                                        " fragment of " + id + " for this time.");
+                                        " fragment of " + id +
+                                        (request.number ? " by this number." : " for this time."));
   }
   Print(text);
   return Status::Found;
@@ -77,6 +87,12 @@ void AddFragmentCommands(CLI::App& app, Session& session) {
   const auto request = std::make_shared<FragmentRequest>();
   CLI::App& xml = AddFragment(app, "xml", "Print a fragment's XML, byte for byte", *request);
   request->range.AddTo(xml, "24 hours");
+  CLI::Option& number = *xml.add_option(
+      "--number", request->number,
+      "Which of the service's fragments of this kind, from 0 on, in place of a time");
+  for (const char* option : {"--from", "--to", "--for"}) {
+    number.excludes(option);
+  }
   xml.callback([&session, request] {
     session.command = [&session, request] { return Xml(session, *request); };
   });

@@ -18,13 +18,21 @@ constexpr std::size_t kMatchRuleSize = 256;
 
 /// A call to a service, whose bus name is the interface as well; null when it is not fit to be
 /// both. Whatever is an interface name is fit for a bus name too.
+///
+/// libdbus copies a header sooner than it checks and builds one, so each thread keeps its last.
 ipcs::MessagePtr NewCall(const std::string& destination) {
-  const char* name = destination.c_str();
-  const bool valid = destination.find('\0') == std::string::npos &&
-                     dbus_validate_interface(name, nullptr) != FALSE;
-  return ipcs::MessagePtr(
-      valid ? dbus_message_new_method_call(name, wire::kCallPath, name, wire::kCallMember)
-            : nullptr);
+  thread_local std::string patternOf;
+  thread_local ipcs::MessagePtr pattern;
+  if (pattern == nullptr || destination != patternOf) {
+    const char* name = destination.c_str();
+    if (destination.find('\0') != std::string::npos ||
+        dbus_validate_interface(name, nullptr) == FALSE) {
+      return nullptr;
+    }
+    pattern.reset(dbus_message_new_method_call(name, wire::kCallPath, name, wire::kCallMember));
+    patternOf = destination;
+  }
+  return ipcs::MessagePtr(pattern != nullptr ? dbus_message_copy(pattern.get()) : nullptr);
 }
 
 }  // namespace
@@ -154,7 +162,7 @@ void ECIPCConnection::m_ChangeMatchRule(MatchRuleChange change, int event, DBusE
   ESG_ASSERT(m_pConnection_gmainloop != nullptr, "m_pConnection_gmainloop", kSource);
   char rule[kMatchRuleSize];
   m_CreateMatchRule(Event, event, rule);
-  change(m_pConnection_gmainloop, rule, error);
+  ipcs::AskBus(m_pConnection_gmainloop, [&] { change(m_pConnection_gmainloop, rule, error); });
 }
 
 bool ECIPCConnection::AddMatchRule(int event) {

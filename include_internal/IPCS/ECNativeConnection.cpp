@@ -92,8 +92,10 @@ bool ECNativeConnection::Start(const std::string& name, IESGCallListener* listen
   // until it is attached.
   ipcs::Error error;
   if (ipcs::IsBusName(name, error.Out())) {
-    dbus_bus_request_name(m_pConnection, name.c_str(), DBUS_NAME_FLAG_REPLACE_EXISTING,
-                          error.Out());
+    ipcs::AskBus(m_pConnection, [&] {
+      dbus_bus_request_name(m_pConnection, name.c_str(), DBUS_NAME_FLAG_REPLACE_EXISTING,
+                            error.Out());
+    });
   }
   if (error.IsSet()) {
     ESG_LOGE("Naming Error (%s)\n\n", error.Text());

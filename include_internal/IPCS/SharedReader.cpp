@@ -131,7 +131,7 @@ void SharedReader::ReadOnce(std::unique_lock<std::mutex>& lock) {
   m_reading = true;
   m_polling = true;
   lock.unlock();
-  poll(polled, 2, limit);
+  const int ready = poll(polled, 2, limit);
   lock.lock();
   m_polling = false;
 
@@ -146,7 +146,9 @@ void SharedReader::ReadOnce(std::unique_lock<std::mutex>& lock) {
     // After an error or a hang-up there may still be something to read; reading finds out.
     Handle(DBUS_WATCH_READABLE);
   }
-  HandleExpired();
+  if (ready <= 0 || limit == 0) {
+    HandleExpired();
+  }
   // Runs OnReply for the replies among what came in, and drops the rest.
   while (dbus_connection_dispatch(m_connection) == DBUS_DISPATCH_DATA_REMAINS) {
   }

@@ -47,24 +47,6 @@ Value Written(const Record& record) {
   return target;
 }
 
-/// Whether what was written is what had been read, wherever no conversion was needed.
-bool Agrees(const Value& written, const Value& source, const std::string& key = "") {
-  if (written.isInt64() && source.isInt64()) {
-    const Json::Int64 number = source.asInt64();
-    return written.asInt64() == (key == "uriType" ? number & 0xFF : number);
-  }
-  bool agrees = !written.isArray() || !source.isArray() || written.size() == source.size();
-  if (written.isString() && source.isString()) {
-    agrees = written == source;
-  } else if (written.type() == source.type()) {
-    for (auto member = written.begin(); agrees && member != written.end(); ++member) {
-      agrees = Agrees(*member, written.isArray() ? source[member.index()] : source[member.name()],
-                      member.name());
-    }
-  }
-  return agrees;
-}
-
 /// Through text where it can be: the JSON library does not keep what is not UTF-8.
 Value Carried(const Value& value) {
   Json::StreamWriterBuilder plain;
@@ -84,7 +66,7 @@ void Run(const Value& value) {
   if constexpr (!std::is_same_v<Record, Programs>) {
     Record other;
     assert(Raised([&] { json::Read(value, other); }) == raised);
-    assert(!raised.empty() || (Written(other) == Written(record) && Agrees(Written(other), value)));
+    assert(!raised.empty() || Written(other) == Written(record));
   }
   static const Value empty = [] {
     Value nothing;

@@ -142,7 +142,7 @@ TEST_F(EsgctlNoBus, WrongUsageAndNoBusAtAll) {
 
 TEST_F(EsgctlNoBus, TheBusStartsTheService) {
   m_folder.Write("guide.service", std::string("[D-BUS Service]\nUser=root\nName=") + kService +
-                                      "\nExec=" GUIDE_SERVICE " --guide " SHIPPED_GUIDE
+                                      "\nExec=" ESG_GUIDE_SERVICE " --guide " SHIPPED_GUIDE
                                       " --today\n");
   PrivateBus bus(
       "<policy context=\"default\"><allow user=\"*\"/><allow own=\"*\"/><allow eavesdrop=\"true\"/>"

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <clocale>
 #include <ctime>
-#include <filesystem>
 #include <future>
 #include <set>
 
@@ -14,6 +13,7 @@
 #include "IPCS/ECIPCClient.h"
 #include "LogCapture.h"
 #include "PrivateBus.h"
+#include "TemporaryFolder.h"
 
 namespace {
 
@@ -51,6 +51,9 @@ TEST(EventsOnTheBus, ArriveInOrderAndAllOfThemInAStorm) {
       return 0;
     }
     if (expected == 0) {
+      // It may wait for a thread that subscribes, which then does not wait for the main loop.
+      const auto add = [] { return EIIPCConnection::GetInstance()->AddMatchRule(9); };
+      EXPECT_TRUE(std::async(std::launch::async, add).get());
       sent.get_future().wait();  // all others pile up behind a slow callback
     }
     expected += data.m_param1 == expected && data.m_param3 == -expected ? 1 : 0;
@@ -186,13 +189,10 @@ TEST(BusDeath, LeavesTheProcessAliveAndTheLoopQuiet) {
 }
 
 TEST(Locale, OfTheApplicationChangesNoNumber) {
-  std::string folder = (std::filesystem::temp_directory_path() / "esg-locale-XXXXXX").string();
-  ASSERT_NE(mkdtemp(folder.data()), nullptr);
-  ChildProgram({"localedef", "-i", "de_DE", "-f", "UTF-8", folder + "/de_DE.UTF-8"}).Wait();
-  setenv("LOCPATH", folder.c_str(), 1);
-  const bool found = std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr;
-  std::filesystem::remove_all(folder);
-  if (!found) {
+  const TemporaryFolder folder;
+  ChildProgram({"localedef", "-i", "de_DE", "-f", "UTF-8", folder.path / "de_DE.UTF-8"}).Wait();
+  setenv("LOCPATH", folder.path.c_str(), 1);
+  if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr) {
     GTEST_SKIP() << "no locale with a decimal comma";
   }
   ASSERT_STREQ(std::localeconv()->decimal_point, ",");

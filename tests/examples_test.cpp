@@ -15,20 +15,20 @@ using testing::Optional;
 constexpr char kService[] = "com.velmora.ESGCallListener";
 
 TEST(Examples, AskTheMinimalService) {
-  ChildProgram service({MINIMAL_SERVICE, "1"});
+  ChildProgram service({EXAMPLE_MINIMAL_SERVICE, "1"});
   ASSERT_THAT(service.ReadLine(), Optional(std::string("ready")));
 
   setenv("TZ", "UTC", 1);
-  ChildProgram now({NOW, "urn:example:one"});
+  ChildProgram now({EXAMPLE_NOW, "urn:example:one"});
   EXPECT_THAT(now.ReadLine(), Optional(MatchesRegex("from  20..-..-.. ..:..:..")));
   EXPECT_THAT(now.ReadLine(), Optional(MatchesRegex("until 20..-..-.. ..:..:..")));
   EXPECT_EQ(now.Wait(), 0);
 
-  ChildProgram query({QUERY, "urn:example:one"});
+  ChildProgram query({EXAMPLE_QUERY, "urn:example:one"});
   EXPECT_THAT(query.ReadLine(), Optional(MatchesRegex("Programme [0-9]+")));
   EXPECT_EQ(query.Wait(), 0);
 
-  ChildProgram banner({BANNER, "urn:example:one", "5"});
+  ChildProgram banner({EXAMPLE_BANNER, "urn:example:one", "5"});
   std::optional<std::string> line = banner.ReadLine();
   EXPECT_THAT(line, Optional(MatchesRegex("Programme [0-9]+|event 5")));
   for (const std::string first = *line; line && (*line == first || *line == "event 5");) {
@@ -47,7 +47,7 @@ TEST(Examples, TheBannersMainLoopGoesOnWhileTheServiceIsMute) {
                      R"({"ret":true,"title":"Answer )" + std::to_string(++answers) + R"("})");
   });
   RawPeer emitter;
-  ChildProgram banner({BANNER, "urn:example:one", "5"});
+  ChildProgram banner({EXAMPLE_BANNER, "urn:example:one", "5"});
   ASSERT_TRUE(service.WaitForCalls(1));
   for (int i = 0; i < 3; ++i) {
     emitter.Send(MakeSignal("Event", 5, ""));

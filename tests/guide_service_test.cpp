@@ -19,7 +19,7 @@ constexpr char kName[] = "com.velmora.ESGCallListener";
 class GuideService : public ChildProgram {
  public:
   explicit GuideService(std::vector<std::string> arguments)
-      : ChildProgram((arguments.insert(arguments.begin(), GUIDE_SERVICE), arguments), kPipe,
+      : ChildProgram((arguments.insert(arguments.begin(), ESG_GUIDE_SERVICE), arguments), kPipe,
                      kPipe) {}
 };
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "Assertion.h"
-#include "IPCS/DBusHandles.h"
+#include "IPCS/BusRequest.h"
 #include "IPCS/ESGMessageBuffer.h"
 #include "IPCS/MainLoop.h"
 #include "IPCS/SharedReader.h"
@@ -158,16 +158,18 @@ void ECIPCConnection::m_CreateMatchRule(eECIPCMessageType type, int event, char*
                 wire::kSignalPath, wire::kSignalInterface, m_ConvertMsgTypeToString(type), event);
 }
 
-void ECIPCConnection::m_ChangeMatchRule(MatchRuleChange change, int event, DBusError* error) {
+void ECIPCConnection::m_ChangeMatchRule(const char* change, int event, DBusError* error) {
   ESG_ASSERT(m_pConnection_gmainloop != nullptr, "m_pConnection_gmainloop", kSource);
   char rule[kMatchRuleSize];
   m_CreateMatchRule(Event, event, rule);
-  ipcs::AskBus(m_pConnection_gmainloop, [&] { change(m_pConnection_gmainloop, rule, error); });
+  const char* text = rule;
+  ipcs::AskBus(m_pConnection_gmainloop, ipcs::NewBusRequest(change, DBUS_TYPE_STRING, &text),
+               error);
 }
 
 bool ECIPCConnection::AddMatchRule(int event) {
   ipcs::Error error;
-  m_ChangeMatchRule(&dbus_bus_add_match, event, error.Out());
+  m_ChangeMatchRule("AddMatch", event, error.Out());
   if (error.IsSet()) {
     ESG_LOGE("Error while adding match rule: %s\n\n", error.Text());
   }
@@ -176,7 +178,7 @@ bool ECIPCConnection::AddMatchRule(int event) {
 
 bool ECIPCConnection::RemoveMatchRule(int event) {
   ipcs::Error error;
-  m_ChangeMatchRule(&dbus_bus_remove_match, event, error.Out());
+  m_ChangeMatchRule("RemoveMatch", event, error.Out());
   if (error.IsSet()) {
     ESG_LOGE("Error while adding match rule: %s\n\n", error.Text());
   }

@@ -45,8 +45,8 @@ class ESG_API ECIPCConnection : public EIIPCConnection {
  private:
   friend struct BinaryInterface;
 
-  using MatchRuleChange = void (*)(DBusConnection*, const char*, DBusError*);
-  void m_ChangeMatchRule(MatchRuleChange change, int event, DBusError* error);
+  /// `change` is the bus's own method for it.
+  void m_ChangeMatchRule(const char* change, int event, DBusError* error);
 
   // Written under m_instanceMutex; read without it, so a callback just cleared may run once more.
   std::atomic<EIIPCCallback> m_eventCallback{nullptr};

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "Assertion.h"
+#include "IPCS/BusRequest.h"
 #include "IPCS/DBusHandles.h"
 #include "IPCS/ESGMessageBuffer.h"
 #include "IPCS/IESGCallListener.h"
@@ -92,10 +93,11 @@ bool ECNativeConnection::Start(const std::string& name, IESGCallListener* listen
   // until it is attached.
   ipcs::Error error;
   if (ipcs::IsBusName(name, error.Out())) {
-    ipcs::AskBus(m_pConnection, [&] {
-      dbus_bus_request_name(m_pConnection, name.c_str(), DBUS_NAME_FLAG_REPLACE_EXISTING,
-                            error.Out());
-    });
+    const char* text = name.c_str();
+    const dbus_uint32_t flags = DBUS_NAME_FLAG_REPLACE_EXISTING;
+    const auto request =
+        ipcs::NewBusRequest("RequestName", DBUS_TYPE_STRING, &text, DBUS_TYPE_UINT32, &flags);
+    ipcs::AskBus(m_pConnection, request, error.Out());
   }
   if (error.IsSet()) {
     ESG_LOGE("Naming Error (%s)\n\n", error.Text());

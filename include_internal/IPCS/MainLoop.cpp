@@ -120,12 +120,4 @@ bool RunInMainLoop(DBusConnection* connection, std::chrono::milliseconds limit,
   return done;
 }
 
-void AskBus(DBusConnection* connection, const std::function<void()>& work) {
-  // Longer than a round trip; short for a callback that waits for this very thread.
-  constexpr std::chrono::milliseconds kPatience(100);
-  if (!RunInMainLoop(connection, kPatience, work)) {
-    work();
-  }
-}
-
 }  // namespace ipcs

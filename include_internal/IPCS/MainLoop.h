@@ -21,12 +21,6 @@ void AttachToMainLoop(DBusConnection* connection, GMainContext* context);
 bool RunInMainLoop(DBusConnection* connection, std::chrono::milliseconds limit,
                    const std::function<void()>& work);
 
-/// Does `work`, which sends a request on `connection` and waits for the answer. libdbus crashes
-/// when the bus goes while two threads use a connection and one of them waits for an answer, so
-/// this is done where nothing is dispatched meanwhile; here, where a callback keeps the main
-/// context busy.
-void AskBus(DBusConnection* connection, const std::function<void()>& work);
-
 }  // namespace ipcs
 
 #endif

@@ -1,7 +1,6 @@
 #include "ChildProgram.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -29,9 +28,13 @@ ChildProgram::ChildProgram(const std::vector<std::string>& command, int output, 
       m_pipes[i] = ends[i == STDIN_FILENO ? 1 : 0];
     }
   }
+  const pid_t parent = getpid();
   m_pid = fork();
   if (m_pid == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) {
+      _exit(127);
+    }
     std::signal(SIGPIPE, SIG_DFL);  // which libdbus has this process ignore
     for (int i = 0; i < 3; ++i) {
       dup2(streams[static_cast<std::size_t>(i)], i);
@@ -89,8 +92,9 @@ bool ChildProgram::WaitForLine(const std::string& part, Stream stream) {
 }
 
 void ChildProgram::Write(const std::string& text) const {
-  EXPECT_EQ(write(m_pipes[STDIN_FILENO], text.data(), text.size()),
-            static_cast<ssize_t>(text.size()));
+  if (write(m_pipes[STDIN_FILENO], text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+    throw std::system_error(errno, std::generic_category(), "write");
+  }
 }
 
 void ChildProgram::CloseOutput() { close(std::exchange(m_pipes[kOutput], kPipe)); }

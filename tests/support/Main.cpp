@@ -13,7 +13,7 @@ namespace {
 class Surroundings : public testing::EmptyTestEventListener {
   void OnTestStart(const testing::TestInfo& test) override {
     PrivateBus& bus = TestBus();
-    if (bus.Pid() < 0 && std::strstr(test.test_suite_name(), "NoBus") == nullptr) {
+    if (!bus.Runs() && std::strstr(test.test_suite_name(), "NoBus") == nullptr) {
       bus.Start();
     }
   }

@@ -1,9 +1,11 @@
 #ifndef TESTS_PRIVATE_BUS_H
 #define TESTS_PRIVATE_BUS_H
 
-#include <sys/types.h>
-
+#include <memory>
 #include <string>
+
+#include "ChildProgram.h"
+#include "TemporaryFolder.h"
 
 /// A real dbus-daemon of type `system`, with that type's own limits, which ends with this process.
 ///
@@ -12,7 +14,7 @@
 class PrivateBus {
  public:
   /// `policy` takes the place of the default one, under which everybody may do everything.
-  explicit PrivateBus(const std::string& policy = "", std::string socketPath = "");
+  explicit PrivateBus(const std::string& policy = "");
   ~PrivateBus();
   PrivateBus(const PrivateBus&) = delete;
   PrivateBus& operator=(const PrivateBus&) = delete;
@@ -23,15 +25,11 @@ class PrivateBus {
   void Stop();
   void Kill();
 
-  const std::string& Address() const { return m_address; }
-  pid_t Pid() const { return m_pid; }
+  bool Runs() const { return m_daemon != nullptr; }
 
  private:
-  void End(int signal);
-
-  std::string m_folder;
-  std::string m_address;
-  pid_t m_pid = -1;
+  TemporaryFolder m_folder;
+  std::unique_ptr<ChildProgram> m_daemon;
 };
 
 /// The bus that is there for every test, started before it; not started, if the test suite's name

@@ -1,17 +1,19 @@
 #ifndef TESTS_TEMPORARY_FOLDER_H
 #define TESTS_TEMPORARY_FOLDER_H
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <system_error>
 
 /// A folder of the test's own, removed with this object.
 struct TemporaryFolder {
   TemporaryFolder() = default;
-  ~TemporaryFolder() { std::filesystem::remove_all(path); }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+  }
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
@@ -21,7 +23,7 @@ struct TemporaryFolder {
     std::filesystem::rename(path / "new", path / file);
   }
 
-  std::string name = testing::TempDir() + "esg-test-XXXXXX";
+  std::string name = std::filesystem::temp_directory_path() / "esg-test-XXXXXX";
   const std::filesystem::path path = mkdtemp(name.data());
 };
 

@@ -213,19 +213,45 @@ TEST_F(Queries, SucceedWithAnyResultButMinusOneAndAnyTrueVerdict) {
   }
 }
 
-TEST_F(Queries, RaiseTheJsonExceptionOfAMemberOfTheWrongType) {
-  const std::tuple<const Operation&, const char*, const char*> cases[] = {
-      {kOperations[0], R"({"ret":true,"Start":"x","title":"new"})", "old given"},
-      {kOperations[0], R"({"ret":true,"title":"new","genre":[]})", "old new"},
+TEST_F(Queries, TakeHostileTextForWhatItSays) {
+  // The last member of a name counts, and nothing behind the end of the object.
+  Variables variables;
+  const std::string title("a\0\xff\x1b\u00e9", 6);
+  const std::string twice = R"({"title":[],"ret":false,"title":")" + title + R"(","ret":true})";
+  EXPECT_TRUE(Run(kOperations[0], variables, Reply(twice + "} [\xff" + std::string(9, '\0'))));
+  EXPECT_EQ(variables.program.Title(), title);
+
+  std::string list;
+  for (int key = 0; key < 10000; ++key) {
+    list += ",{\"key\":" + std::to_string(key) + R"(,"title":")" + std::string(3000, 't') + "\"}";
+  }
+  EXPECT_TRUE(Run(kOperations[1], variables,
+                  Reply(R"({"ret":true,"ESGProgramMap":[)" + list.substr(1) + "]}")));
+  EXPECT_EQ(variables.programs.size(), 10000U);
+  EXPECT_EQ(variables.programs[9999].Title().size(), 3000U);
+}
+
+TEST_F(Queries, RaiseTheJsonExceptionOfWhatCannotBeRead) {
+  const std::tuple<const Operation&, std::string, const char*, const char*> cases[] = {
+      {kOperations[0], R"({"ret":true,"Start":"x","title":"new"})", "convertible", "old given"},
+      {kOperations[0], R"({"ret":true,"title":"new","genre":[]})", "convertible", "old new"},
+      {kOperations[0], R"({"ret":true,"Start":1e300})", "out of UInt range", "old given"},
+      {kOperations[0], R"({"ret":true,"title":"new","duration":-1})", "out of UInt", "old new"},
+      {kOperations[0], R"({"ret":true,"x":)" + std::string(5000, '['), "stackLimit", "old given"},
       {kOperations[1], R"({"ret":true,"ESGProgramMap":[{"key":4,"title":"d"},{"key":-1}]})",
-       "old given 4d"},
-      {kOperations[4], R"({"ret":true,"xmlFragment":{}})", "old given"},
-      {kOperations[9], R"({"ret":"true"})", "old given"},
-      {kOperations[9], "[true]", "old given"},
+       "out of UInt range", "old given 4d"},
+      {kOperations[4], R"({"ret":true,"xmlFragment":{}})", "convertible", "old given"},
+      {kOperations[9], R"({"ret":"true"})", "convertible", "old given"},
+      {kOperations[9], "[true]", "objectValue", "old given"},
   };
-  for (const auto& [operation, reply, shown] : cases) {
+  for (const auto& [operation, reply, says, shown] : cases) {
     Variables variables;
-    EXPECT_THROW(Run(operation, variables, Reply(reply)), Json::LogicError) << reply;
+    try {
+      Run(operation, variables, Reply(reply));
+      ADD_FAILURE() << reply;
+    } catch (const Json::Exception& exception) {
+      EXPECT_NE(std::string(exception.what()).find(says), std::string::npos) << exception.what();
+    }
     EXPECT_EQ(variables.Show(), shown) << reply;
     EXPECT_TRUE(Run(operation, variables, Reply(R"({"ret":true})")));
   }

@@ -16,23 +16,30 @@ namespace {
 constexpr char kSource[] = "include_internal/IPCS/ECIPCConnection";
 constexpr std::size_t kMatchRuleSize = 256;
 
+/// The last call's header: libdbus copies one sooner than it checks and builds one.
+struct Pattern {
+  std::mutex mutex;
+  std::string destination;
+  ipcs::MessagePtr message;
+};
+
 /// A call to a service, whose bus name is the interface as well; null when it is not fit to be
 /// both. Whatever is an interface name is fit for a bus name too.
-///
-/// libdbus copies a header sooner than it checks and builds one, so each thread keeps its last.
 ipcs::MessagePtr NewCall(const std::string& destination) {
-  thread_local std::string patternOf;
-  thread_local ipcs::MessagePtr pattern;
-  if (pattern == nullptr || destination != patternOf) {
+  static Pattern& pattern = *new Pattern;  // never destroyed: static objects may call at their end
+  const std::lock_guard<std::mutex> lock(pattern.mutex);
+  if (pattern.message == nullptr || destination != pattern.destination) {
     const char* name = destination.c_str();
     if (destination.find('\0') != std::string::npos ||
         dbus_validate_interface(name, nullptr) == FALSE) {
       return nullptr;
     }
-    pattern.reset(dbus_message_new_method_call(name, wire::kCallPath, name, wire::kCallMember));
-    patternOf = destination;
+    pattern.destination = destination;
+    pattern.message.reset(
+        dbus_message_new_method_call(name, wire::kCallPath, name, wire::kCallMember));
   }
-  return ipcs::MessagePtr(pattern != nullptr ? dbus_message_copy(pattern.get()) : nullptr);
+  return ipcs::MessagePtr(pattern.message != nullptr ? dbus_message_copy(pattern.message.get())
+                                                     : nullptr);
 }
 
 }  // namespace

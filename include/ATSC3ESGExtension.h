@@ -18,13 +18,11 @@
 /// Every record has the same two conversions, which always return true:
 ///
 /// - `ToJson` sets the record's members on `target` and keeps its other members; a null value
-/// becomes
-///   an object. An empty list writes nothing; a list that is already there gets the new elements
-///   behind its own.
+///   becomes an object. An empty list writes nothing; a list that is already there gets the new
+///   elements behind its own.
 /// - `FromJson` reads `source` into the record. Absent or null members read as empty or 0. Lists
-/// are
-///   appended to, not replaced: read into a fresh record where a replacement is wanted. Looking up
-///   a list or a nested record that is absent adds it to `source` as null.
+///   are appended to, not replaced: read into a fresh record where a replacement is wanted. Looking
+///   up a list or a nested record that is absent adds it to `source` as null.
 ///
 /// A member that cannot be converted raises the JSON library's exception; what was read before it
 /// stays in the record.
@@ -43,11 +41,12 @@ class ESG_API CESGIcon {
   CESGIcon& operator=(CESGIcon&&) = default;
   virtual ~CESGIcon();
 
+  /// The conversions that every record has; see ATSC3ESGExtension.
   static bool ToJson(const CESGIcon& record, Json::Value& target);
   static bool FromJson(Json::Value& source, CESGIcon& record);
 
-  std::string uri;
-  std::string mimeType;
+  std::string uri;        ///< where it is
+  std::string mimeType;   ///< its media type
   std::int32_t width;     ///< pixels
   std::int32_t height;    ///< pixels
   std::int32_t dataSize;  ///< bytes
@@ -63,11 +62,12 @@ class ESG_API CESGDescription {
   CESGDescription& operator=(CESGDescription&&) = default;
   virtual ~CESGDescription();
 
+  /// The conversions that every record has; see ATSC3ESGExtension.
   static bool ToJson(const CESGDescription& record, Json::Value& target);
   static bool FromJson(Json::Value& source, CESGDescription& record);
 
-  std::string text;
-  std::string lang;
+  std::string text;  ///< as it is shown
+  std::string lang;  ///< its language
 };
 
 /// One preview: its icons, its content items (which have the form of an icon) and its descriptions.
@@ -80,13 +80,14 @@ class ESG_API CESGPreview {
   CESGPreview& operator=(CESGPreview&&) = default;
   virtual ~CESGPreview();
 
+  /// The conversions that every record has; see ATSC3ESGExtension.
   static bool ToJson(const CESGPreview& record, Json::Value& target);
   static bool FromJson(Json::Value& source, CESGPreview& record);
 
-  std::string usage;
-  std::vector<CESGIcon> icons;
-  std::vector<CESGIcon> contents;
-  std::vector<CESGDescription> descriptions;
+  std::string usage;                          ///< what the preview is meant for
+  std::vector<CESGIcon> icons;                ///< pictures that stand for it
+  std::vector<CESGIcon> contents;             ///< what is played or shown
+  std::vector<CESGDescription> descriptions;  ///< texts, in several languages
 };
 
 /// The private extension of one programme.
@@ -99,11 +100,12 @@ class ESG_API CESGPrivateExt {
   CESGPrivateExt& operator=(CESGPrivateExt&&) = default;
   virtual ~CESGPrivateExt();
 
+  /// The conversions that every record has; see ATSC3ESGExtension.
   static bool ToJson(const CESGPrivateExt& record, Json::Value& target);
   static bool FromJson(Json::Value& source, CESGPrivateExt& record);
 
-  std::vector<CESGIcon> contentIcons;
-  std::vector<CESGPreview> previews;
+  std::vector<CESGIcon> contentIcons;  ///< pictures of the programme
+  std::vector<CESGPreview> previews;   ///< previews of the programme
 };
 
 // The service extension: for applications to build and convert; other JSON names, on purpose.
@@ -119,12 +121,13 @@ class ESG_API Link {
   Link& operator=(Link&&) = default;
   virtual ~Link();
 
+  /// The conversions that every record has; see ATSC3ESGExtension.
   static bool ToJson(const Link& record, Json::Value& target);
   static bool FromJson(Json::Value& source, Link& record);
 
-  std::string uri;
-  std::uint8_t uriType;
-  std::string description;
+  std::string uri;          ///< where it leads
+  std::uint8_t uriType;     ///< the kind of `uri`, as broadcast
+  std::string description;  ///< what it leads to
 };
 
 /// An icon with a link; its size is text.
@@ -137,13 +140,14 @@ class ESG_API Icon {
   Icon& operator=(Icon&&) = default;
   virtual ~Icon();
 
+  /// The conversions that every record has; see ATSC3ESGExtension.
   static bool ToJson(const Icon& record, Json::Value& target);
   static bool FromJson(Json::Value& source, Icon& record);
 
-  std::string uri;
-  std::string MIMEType;
-  std::string size;
-  Link link;
+  std::string uri;       ///< where it is
+  std::string MIMEType;  ///< its media type
+  std::string size;      ///< as broadcast
+  Link link;             ///< what it leads to
 };
 
 /// A text with its language and a link.
@@ -156,12 +160,13 @@ class ESG_API PreviewDescription {
   PreviewDescription& operator=(PreviewDescription&&) = default;
   virtual ~PreviewDescription();
 
+  /// The conversions that every record has; see ATSC3ESGExtension.
   static bool ToJson(const PreviewDescription& record, Json::Value& target);
   static bool FromJson(Json::Value& source, PreviewDescription& record);
 
-  std::string previewDesc;
-  std::string lang;
-  Link link;
+  std::string previewDesc;  ///< the text
+  std::string lang;         ///< its language
+  Link link;                ///< what it leads to
 };
 
 /// A description and an icon.
@@ -174,11 +179,12 @@ class ESG_API PreviewData {
   PreviewData& operator=(PreviewData&&) = default;
   virtual ~PreviewData();
 
+  /// The conversions that every record has; see ATSC3ESGExtension.
   static bool ToJson(const PreviewData& record, Json::Value& target);
   static bool FromJson(Json::Value& source, PreviewData& record);
 
-  PreviewDescription preview_description;
-  Icon icon;
+  PreviewDescription preview_description;  ///< the text
+  Icon icon;                               ///< the picture
 };
 
 /// The root of the service extension.
@@ -191,11 +197,12 @@ class ESG_API PrivateExt {
   PrivateExt& operator=(PrivateExt&&) = default;
   virtual ~PrivateExt();
 
+  /// The conversions that every record has; see ATSC3ESGExtension.
   static bool ToJson(const PrivateExt& record, Json::Value& target);
   static bool FromJson(Json::Value& source, PrivateExt& record);
 
-  std::vector<Icon> content_icon;
-  std::vector<PreviewData> preview_data;
+  std::vector<Icon> content_icon;         ///< pictures of the service
+  std::vector<PreviewData> preview_data;  ///< previews of the service
 };
 
 }  // namespace ATSC3ESGExtension

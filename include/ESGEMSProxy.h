@@ -33,6 +33,7 @@ class ESG_API ESGEMSProxy : public IESGEMS {
   static ESGEMSProxy* GetInstance(EIIPCConnection* connection,
                                   std::function<int(int, ESGEventData)> callback);
 
+  /// Not for applications; see GetInstance().
   ESGEMSProxy(EIIPCConnection* connection, std::function<int(int, ESGEventData)> callback);
   ESGEMSProxy(const ESGEMSProxy&) = delete;
   ESGEMSProxy& operator=(const ESGEMSProxy&) = delete;

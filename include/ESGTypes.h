@@ -3,14 +3,17 @@
 
 #include <map>
 
+/// @file
+/// What queries take and give besides records.
+
 class FCESGProgramInfo;
 
 /// Which programme IESGService::GetProgram wants, relative to a given one.
 /// The numeric value travels to the service as a signed integer.
 enum eRelative_Position : int {
-  eRelative_Position_Previous = -1,
-  eRelative_Position_Current = 0,
-  eRelative_Position_Next = 1,
+  eRelative_Position_Previous = -1,  ///< the one before
+  eRelative_Position_Current = 0,    ///< the same one, read again
+  eRelative_Position_Next = 1,       ///< the one behind
 };
 
 /// Programmes by the key that the service gives them, in ascending order.

@@ -3,7 +3,8 @@
 
 #include "ESGExport.h"
 
-/*
+/**
+ * @file
  * The present programme of a service, for C.
  *
  * Rules:
@@ -19,9 +20,9 @@
  *    must not be disposed of while another thread reads it.
  * 7. FCESGProgramAPIGetPresentProgram blocks like IESGService::GetPresentProgram: up to 25 seconds
  *    when the service is mute, longer on the first call of a process while there is no bus. The
- * other functions do not block.
+ *    other functions do not block.
  * 8. An answer of the service that has a member of the wrong type raises a C++ exception, which
- * ends a C program.
+ *    ends a C program.
  */
 
 #ifdef __cplusplus
@@ -31,19 +32,18 @@ extern "C" {
 typedef struct FCESGProgramInfo FCESGProgramInfo;
 #endif
 
-/* Asks for the programme on air now on a service. 1 when it was found, else 0. Stores a new record
- * in
- * `*program` in both cases; after 0 it reads as zero. */
+/** Asks for the programme on air now on a service. 1 when it was found, else 0. Stores a new record
+ *  in `*program` in both cases; after 0 it reads as zero. */
 ESG_API int FCESGProgramAPIGetPresentProgram(const char* globalServiceId,
                                              FCESGProgramInfo** program);
 
-/* The start, in the service's clock: NTP seconds for a broadcast guide. */
+/** The start, in the service's clock: NTP seconds for a broadcast guide. */
 ESG_API unsigned int FCESGProgramStartTime(FCESGProgramInfo* program);
 
-/* The length in seconds. */
+/** The length in seconds. */
 ESG_API unsigned int FCESGProgramDuration(FCESGProgramInfo* program);
 
-/* Frees a record; a null pointer does nothing. */
+/** Frees a record; a null pointer does nothing. */
 ESG_API void FCESGProgramDispose(FCESGProgramInfo* program);
 
 #ifdef __cplusplus

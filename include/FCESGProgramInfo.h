@@ -33,16 +33,19 @@ class ESG_API FCESGProgramInfo {
   void SetEventID(std::string eventId);
   const std::string& GetEventID() const;
 
+  /// The title, as it is shown.
   void SetTitle(const std::string& title);
   const std::string& Title() const;
 
+  /// What the programme is about.
   void SetSynopsis(const std::string& synopsis);
   const std::string& Synopsis() const;
 
+  /// The genre, as text.
   void SetGenre(const std::string& genre);
   const std::string& Genre() const;
 
-  /// Filled by FromJson() only.
+  /// The service's id and the private extension: filled by FromJson() only.
   const std::string& GlobalServiceID() const;
   const ATSC3ESGExtension::CESGPrivateExt& PrivateExt() const;
 

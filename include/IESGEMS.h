@@ -6,6 +6,9 @@
 
 #include "ESGExport.h"
 
+/// @file
+/// Events of the service.
+
 /// What comes with an event. The event's number tells what the three mean; all are -1 where the
 /// event carries nothing.
 struct ESG_API ESGEventData {
@@ -14,6 +17,7 @@ struct ESG_API ESGEventData {
   ESGEventData& operator=(const ESGEventData&) = default;
   virtual ~ESGEventData();
 
+  /// The event's integers, in their order.
   std::int32_t m_param1 = -1;
   std::int32_t m_param2 = -1;
   std::int32_t m_param3 = -1;

@@ -73,6 +73,7 @@ MessagePtr AskBus(DBusConnection* connection, const MessagePtr& request, DBusErr
       step();
     }
   } while (pending != nullptr && !bell->WaitFor(kPatience) &&
+           dbus_pending_call_get_completed(pending.get()) == FALSE &&
            dbus_connection_get_is_connected(connection) != FALSE);
 
   MessagePtr reply;

@@ -31,12 +31,17 @@ class ESG_API ECIPCConnection : public EIIPCConnection {
 
   /// `Event`, `Data`, or -1 for a message of another kind.
   int m_GetMessageType(DBusMessage* message);
+
+  /// What libdbus calls with every message that arrives.
   DBusHandlerResult m_MessageHandler(DBusMessage* message) noexcept;
   static DBusHandlerResult m_MessageHandlerHelper(DBusConnection* connection, DBusMessage* message,
                                                   void* user);
+
+  /// The signal's member, as a match rule and a message have it.
   const char* m_ConvertMsgTypeToString(eECIPCMessageType type);
-  /// `out` holds 256 bytes.
+  /// The match rule of these signals; `out` holds 256 bytes.
   void m_CreateMatchRule(eECIPCMessageType type, int event, char* out);
+  /// Gives both connections back.
   void m_ReleaseAllConnections();
 
  protected:

@@ -20,9 +20,11 @@ class ESG_API ECIPCManager {
   ECIPCManager& operator=(const ECIPCManager&) = delete;
   virtual ~ECIPCManager();
 
+  /// Emits `number` with `payload`, to whom and as what the derived class decides.
   virtual bool Send(int number, ESGMessageBuffer& payload) = 0;
 
  protected:
+  /// Connects to the system bus; what the constructor calls.
   bool m_Connect();
 
   /// Emits one signal: to the owner of `destination`, or to every subscriber where it is empty.
@@ -31,6 +33,7 @@ class ESG_API ECIPCManager {
   bool m_Send(const std::string& destination, eECIPCMessageType type, int number,
               ESGMessageBuffer& payload);
 
+  /// The signal's member.
   const char* m_ConvertMsgTypeToString(eECIPCMessageType type);
 
  private:

@@ -24,6 +24,7 @@ class ESG_API ECNativeConnection {
   /// name.
   bool Start(const std::string& name, IESGCallListener* listener);
 
+  /// What libdbus calls with every message that arrives.
   static DBusHandlerResult m_MessageHandlerHelper(DBusConnection* connection, DBusMessage* message,
                                                   void* user);
   DBusHandlerResult m_MessageHandler(DBusMessage* message) noexcept;

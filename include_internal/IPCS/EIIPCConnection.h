@@ -5,13 +5,17 @@
 
 #include <string>
 
+/// @file
+/// The client side of the bus.
+
 class ESGMessageBuffer;
+/// GLib's.
 typedef struct _GMainContext GMainContext;
 
 /// The kind of a signal; the enumerator's name is the signal's member on the bus.
 enum eECIPCMessageType : int {
-  Event = 0,
-  Data = 1,
+  Event = 0,  ///< to all subscribers, or to one receiver
+  Data = 1,   ///< to one receiver
 };
 
 /// Called with the number of an event or of data and its payload, which is valid during the call
@@ -60,6 +64,7 @@ class ESG_API EIIPCConnection {
   virtual void SetGMainLoop(GMainContext* context) = 0;
 
  protected:
+  /// Connects to the system bus; what the constructor calls.
   virtual bool m_Connect() = 0;
 };
 

@@ -27,6 +27,7 @@ struct View {
   Clock clock;
   Style style;
   const Request& request;
+  bool known;  ///< the service has an alias
 };
 
 bool IsOn(const FCESGProgramInfo& program, const Clock& clock) {
@@ -88,16 +89,18 @@ std::string InFull(const FCESGProgramInfo& program, const View& view) {
   return RenderFields(fields, view.style);
 }
 
-Status NotFound(const std::string& what, const std::string& service) {
-  throw Failure(Status::NotFound, what + " on " + service +
-                                      ".\nIs that its global service id? Known services are shown "
-                                      "by: esgctl services");
+Status NotFound(const std::string& what, const View& view) {
+  std::string message = what + " on " + view.request.service + '.';
+  if (!view.known) {
+    message += "\nIs that its global service id? Known services are shown by: esgctl services";
+  }
+  throw Failure(Status::NotFound, message);
 }
 
 Status ShowOne(const std::optional<FCESGProgramInfo>& program, const std::string& absent,
                const View& view, bool full) {
   if (!program) {
-    return NotFound(absent, view.request.service);
+    return NotFound(absent, view);
   }
   if (view.request.json || view.request.raw) {
     Print(JsonText(ForScripts(*program, view), Layout::Indented));
@@ -116,7 +119,7 @@ Status ShowAll(const Programs& programs, const std::string& absent, const View& 
     Print(JsonText(list, Layout::Indented));
   }
   if (programs.empty()) {
-    return NotFound(absent, view.request.service);
+    return NotFound(absent, view);
   }
   if (!view.request.json && !view.request.raw) {
     Print(AsTable(programs, view));
@@ -186,8 +189,11 @@ CLI::App& Add(CLI::App& app, Session& session, const char* name, const char* des
       ->excludes(json);
   command.callback([&session, request, run] {
     session.command = [&session, request, run] {
-      request->service = session.Services().Resolve(request->service);
-      return run(session, View{session.MakeClock(), TableStyle(session.looks), *request});
+      const Aliases& aliases = session.Services();
+      std::string& id = request->service;
+      id = aliases.Resolve(id);
+      const bool known = aliases.NameOf(id) != id;
+      return run(session, View{session.MakeClock(), TableStyle(session.looks), *request, known});
     };
   });
   return command;

@@ -4,6 +4,9 @@
 
 #include <cstdio>
 
+#include "Terminal.h"
+#include "TextWidth.h"
+
 namespace esgctl {
 namespace {
 
@@ -44,8 +47,10 @@ void Progress::Run() {
   std::unique_lock<std::mutex> lock(m_mutex);
   while (!m_changed.wait_for(lock, kPatience, [this] { return m_ended; })) {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start);
-    std::fprintf(stderr, "%s%s (%lld s)", kBackAndClear, m_text.c_str(),
-                 static_cast<long long>(seconds.count()));
+    const std::string elapsed = " (" + std::to_string(seconds.count()) + " s)";
+    // One row, or the next line could not take its place.
+    const int room = TerminalWidth(STDERR_FILENO) - 1 - DisplayWidth(elapsed);
+    std::fputs((kBackAndClear + Cut(Printable(m_text), room) + elapsed).c_str(), stderr);
     std::fflush(stderr);
     shown = true;
   }

@@ -32,31 +32,34 @@ bool Colour(const Looks& looks) {
   return looks.colour == "always";
 }
 
-int TerminalWidth() {
-  const int columns = std::atoi(std::string(Variable("COLUMNS")).c_str());
-  if (columns > 0 && columns < kWidest) {
-    return columns;
-  }
-  winsize size = {};
-  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
-    return size.ws_col;
-  }
-  return kUsualWidth;
-}
-
 Failure OutputFailure() {
   return {Status::Other, std::string("The output cannot be written: ") + std::strerror(errno)};
 }
 
 }  // namespace
 
+int TerminalWidth(int descriptor) {
+  const int columns = std::atoi(std::string(Variable("COLUMNS")).c_str());
+  if (columns > 0 && columns < kWidest) {
+    return columns;
+  }
+  winsize size = {};
+  if (ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
+    return size.ws_col;
+  }
+  return kUsualWidth;
+}
+
 Style TableStyle(const Looks& looks) {
   const bool terminal = isatty(STDOUT_FILENO) != 0;
-  return {looks.width > 0 ? looks.width : terminal ? TerminalWidth() : 0, Colour(looks)};
+  return {looks.width > 0 ? looks.width
+          : terminal      ? TerminalWidth(STDOUT_FILENO)
+                          : 0,
+          Colour(looks)};
 }
 
 Style GridStyle(const Looks& looks) {
-  return {looks.width > 0 ? looks.width : TerminalWidth(), Colour(looks)};
+  return {looks.width > 0 ? looks.width : TerminalWidth(STDOUT_FILENO), Colour(looks)};
 }
 
 void ReserveStandardDescriptors() {

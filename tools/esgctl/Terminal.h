@@ -19,6 +19,9 @@ Style TableStyle(const Looks& looks);
 /// How the grid looks: always fitted into a width.
 Style GridStyle(const Looks& looks);
 
+/// The columns of the terminal behind a descriptor.
+int TerminalWidth(int descriptor);
+
 /// Writes to standard output and hands it on at once. Throws ClosedPipe, or a failure where the
 /// output cannot be written.
 void Print(const std::string& text);

@@ -185,7 +185,7 @@ CLI::App& Add(CLI::App& app, Session& session, const char* name, const char* des
   AddService(command, request->service);
   CLI::Option* const json =
       command.add_flag("--json", request->json, "For scripts: JSON, times in Unix seconds");
-  command.add_flag("--raw", request->raw, "The record's own JSON, as the service sends it")
+  command.add_flag("--raw", request->raw, "The record's own JSON, in the protocol's form")
       ->excludes(json);
   command.callback([&session, request, run] {
     session.command = [&session, request, run] {

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "IPCS/Wire.h"
+
 namespace bare {
 namespace {
 
@@ -37,7 +39,8 @@ DBusConnection* Open() {
 }
 
 ipcs::MessagePtr NewCall(const char* service, const char* method, std::string_view payload) {
-  ipcs::MessagePtr call(dbus_message_new_method_call(service, kPath, service, kMember));
+  ipcs::MessagePtr call(
+      dbus_message_new_method_call(service, wire::kCallPath, service, wire::kCallMember));
   Append(call.get(), DBUS_TYPE_STRING, &method, payload);
   return call;
 }
@@ -51,7 +54,7 @@ ipcs::MessagePtr NewReply(DBusMessage* call, std::string_view payload) {
 
 ipcs::MessagePtr NewEvent(int event, std::string_view payload) {
   ipcs::MessagePtr signal(
-      dbus_message_new_signal("/com/velmora/ESG/IPCS", "com.velmora.ESG.Signal", "Event"));
+      dbus_message_new_signal(wire::kSignalPath, wire::kSignalInterface, "Event"));
   const std::string number = std::to_string(event);
   const char* text = number.c_str();
   Append(signal.get(), DBUS_TYPE_STRING, &text, payload);

@@ -12,8 +12,6 @@
 namespace bare {
 
 inline constexpr char kService[] = "com.velmora.ESGCallListener";
-inline constexpr char kPath[] = "/com/velmora/Object";
-inline constexpr char kMember[] = "MethodCall";
 
 /// Ends the process with a message when `done` is false.
 void Require(bool done, const char* what);

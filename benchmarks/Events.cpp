@@ -10,6 +10,7 @@
 #include "IPCS/ECIPCManager.h"
 #include "IPCS/EIIPCConnection.h"
 #include "IPCS/ESGMessageBuffer.h"
+#include "IPCS/Wire.h"
 #include "Interleave.h"
 
 namespace {
@@ -28,7 +29,7 @@ void Receive(int events) {
 }
 
 DBusHandlerResult OnMessage(DBusConnection* /*connection*/, DBusMessage* message, void* /*data*/) {
-  if (dbus_message_is_signal(message, "com.velmora.ESG.Signal", "Event") == FALSE ||
+  if (dbus_message_is_signal(message, wire::kSignalInterface, "Event") == FALSE ||
       dbus_message_has_signature(message, "siay") == FALSE) {
     return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
   }
@@ -57,9 +58,8 @@ DBusConnection* Subscribe() {
       return ++received;
     })->SubscribeSignal(kLibraryEvent);
     DBusConnection* opened = bare::Open();
-    const std::string rule =
-        "type='signal',interface='com.velmora.ESG.Signal',member='Event',arg0='" +
-        std::to_string(kBareEvent) + "'";
+    const std::string rule = std::string("type='signal',interface='") + wire::kSignalInterface +
+                             "',member='Event',arg0='" + std::to_string(kBareEvent) + "'";
     dbus_bus_add_match(opened, rule.c_str(), nullptr);
     dbus_connection_flush(opened);
     dbus_connection_add_filter(opened, &OnMessage, nullptr, nullptr);

@@ -3,11 +3,10 @@
 #include <memory>
 
 #include "Bare.h"
+#include "Guide.h"
 
 namespace hand {
 namespace {
-
-constexpr char kServiceId[] = "urn:example:service:7";
 
 template <class Record>
 std::vector<Record> ReadAll(const Json::Value& list, Record (*read)(const Json::Value&)) {
@@ -53,13 +52,13 @@ std::string ListRequest(unsigned int programmes) {
   Json::Value arguments;
   arguments["start_time"] = 0U;
   arguments["duration"] = programmes;
-  arguments["global_service_id"] = kServiceId;
+  arguments["global_service_id"] = guide::kServiceId;
   return Write(arguments);
 }
 
 std::string PresentRequest() {
   Json::Value arguments;
-  arguments["global_service_id"] = kServiceId;
+  arguments["global_service_id"] = guide::kServiceId;
   return Write(arguments);
 }
 

@@ -31,7 +31,7 @@ Json::Value Programme(unsigned int i) {
   programme["synopsis"] = Text(i);
   programme["genre"] = "Drama";
   programme["duration"] = 1800;
-  programme["globalServiceId"] = "urn:example:service:7";
+  programme["globalServiceId"] = guide::kServiceId;
   programme["privateExt"]["contentIcons"].append(Icon(i));
   Json::Value& preview = programme["privateExt"]["previews"].append(Json::Value());
   preview["usage"] = "preview";

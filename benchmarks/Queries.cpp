@@ -7,24 +7,23 @@
 #include "Bare.h"
 #include "ESGAPI.h"
 #include "Floor.h"
+#include "Guide.h"
 #include "IESGService.h"
 #include "Interleave.h"
 #include "Others.h"
 
 namespace {
 
-constexpr char kServiceId[] = "urn:example:service:7";
-
 ESGProgramMap LibraryList(unsigned int programmes) {
   ESGProgramMap list;
-  bare::Require(ESGAPI::GetESGServiceAPI()->GetProgramList(kServiceId, 0, programmes, list),
+  bare::Require(ESGAPI::GetESGServiceAPI()->GetProgramList(guide::kServiceId, 0, programmes, list),
                 "the library found nothing");
   return list;
 }
 
 void LibraryPresent() {
   FCESGProgramInfo programme;
-  bare::Require(ESGAPI::GetESGServiceAPI()->GetPresentProgram(kServiceId, programme),
+  bare::Require(ESGAPI::GetESGServiceAPI()->GetPresentProgram(guide::kServiceId, programme),
                 "the library found nothing");
 }
 

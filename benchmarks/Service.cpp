@@ -13,6 +13,7 @@
 #include "IPCS/ECNativeConnection.h"
 #include "IPCS/ESGMessageBuffer.h"
 #include "IPCS/IESGCallListener.h"
+#include "IPCS/Wire.h"
 
 namespace service {
 namespace {
@@ -45,7 +46,7 @@ void Flood(DBusConnection* connection, std::string_view request) {
 }
 
 DBusHandlerResult OnMessage(DBusConnection* connection, DBusMessage* call, void* /*data*/) {
-  if (dbus_message_is_method_call(call, bare::kService, bare::kMember) == FALSE) {
+  if (dbus_message_is_method_call(call, bare::kService, wire::kCallMember) == FALSE) {
     return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
   }
   const std::string method = bare::Text(call);

@@ -120,7 +120,7 @@ TEST_F(NoBusGuideQuery, NeighboursGoByStart) {
   const Case neighbours[] = {{"a", 100, "- a@100 b@200"},     {"b", 200, "a@100 b@200 c@400"},
                              {"d", 500, "c@400 d@500 a@600"}, {"a", 600, "d@500 a@600 e@700"},
                              {"f", 700, "a@600 f@700 b@800"}, {"x", 700, "a@600 e@700 b@800"},
-                             {"b", 800, "e@700 b@800 -"},     {"a", 101, "- - -"}};
+                             {"b", 800, "e@700 b@800 -"},     {"a", 101, "a@100 - b@200"}};
   for (const auto& [content, start, expected] : neighbours) {
     std::vector<const Program*> programs;
     for (const auto position :

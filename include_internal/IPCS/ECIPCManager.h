@@ -18,6 +18,7 @@ class ESG_API ECIPCManager {
   ECIPCManager();
   ECIPCManager(const ECIPCManager&) = delete;
   ECIPCManager& operator=(const ECIPCManager&) = delete;
+  /// Closes the connection and does not release it: one emitter is for the whole process.
   virtual ~ECIPCManager();
 
   /// Emits `number` with `payload`, to whom and as what the derived class decides.

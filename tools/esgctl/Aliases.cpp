@@ -3,20 +3,14 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 
 #include "Failure.h"
+#include "TextWidth.h"
 
 namespace esgctl {
 namespace {
-
-std::string Trimmed(const std::string& text) {
-  static constexpr char kBlanks[] = " \t\r\n";
-  const std::size_t first = text.find_first_not_of(kBlanks);
-  return first == std::string::npos
-             ? std::string()
-             : text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
-}
 
 std::string Folded(const std::string& text) {
   char* const folded = g_utf8_casefold(text.c_str(), static_cast<gssize>(text.size()));
@@ -37,7 +31,12 @@ std::string Aliases::DefaultPath() {
 
 Aliases Aliases::Load(const std::string& path) {
   std::ifstream file(path);
-  return Aliases(file);
+  const bool absent = !file.is_open() && errno == ENOENT;
+  Aliases aliases(file);
+  if (!absent && !file.eof()) {
+    aliases.m_complaints.emplace_back("the file cannot be read");
+  }
+  return aliases;
 }
 
 Aliases::Aliases(std::istream& text) {

@@ -14,13 +14,14 @@ class Aliases {
  public:
   /// The user's file; it need not exist.
   static std::string DefaultPath();
+  /// No aliases where there is no such file, and a complaint where it cannot be read.
   static Aliases Load(const std::string& path);
 
   explicit Aliases(std::istream& text);
   Aliases() = default;
 
   const std::map<std::string, std::string>& All() const { return m_ids; }
-  /// What was wrong in the file, one text a line of it.
+  /// What is wrong with the file, or with single lines of it.
   const std::vector<std::string>& Complaints() const { return m_complaints; }
 
   /// The global service id that the user means: by alias, by known id, by a part of one alias alone

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <limits>
 
 #include "Bus.h"
 #include "Commands.h"
@@ -31,7 +32,7 @@ Status Emit(int event, const Parameters& parameters) {
       payload.PushInt(*parameter);
     }
   }
-  Emitter emitter;
+  static Emitter emitter;  // its connection stays when it is destroyed
   if (!emitter.Send(event, payload)) {
     throw Failure(Status::Other, "The event cannot be sent; --verbose shows why.");
   }
@@ -45,7 +46,7 @@ void AddEventCommands(CLI::App& app, Session& session) {
   CLI::App& watch = *app.add_subcommand("watch", "Print events, one line each, as they come");
   watch.add_option("EVENT", request->events, "Numbers of events")->required();
   watch.add_option("--count", request->count, "End after so many events")
-      ->check(CLI::PositiveNumber);
+      ->check(CLI::Range(1U, std::numeric_limits<unsigned int>::max()));
   watch.add_flag("--json", request->json, "One JSON object a line");
   watch.callback([&session, request] { session.command = [request] { return Watch(*request); }; });
 

@@ -2,6 +2,9 @@
 
 #include <json/value.h>
 
+#include <algorithm>
+#include <memory>
+
 #include "Commands.h"
 #include "Json.h"
 #include "Table.h"
@@ -89,7 +92,7 @@ std::string InFull(const FCESGProgramInfo& program, const View& view) {
   return RenderFields(fields, view.style);
 }
 
-Status NotFound(const std::string& what, const View& view) {
+[[noreturn]] void NotFound(const std::string& what, const View& view) {
   std::string message = what + " on " + view.request.service + '.';
   if (!view.known) {
     message += "\nIs that its global service id? Known services are shown by: esgctl services";
@@ -100,7 +103,7 @@ Status NotFound(const std::string& what, const View& view) {
 Status ShowOne(const std::optional<FCESGProgramInfo>& program, const std::string& absent,
                const View& view, bool full) {
   if (!program) {
-    return NotFound(absent, view);
+    NotFound(absent, view);
   }
   if (view.request.json || view.request.raw) {
     Print(JsonText(ForScripts(*program, view), Layout::Indented));
@@ -119,7 +122,7 @@ Status ShowAll(const Programs& programs, const std::string& absent, const View& 
     Print(JsonText(list, Layout::Indented));
   }
   if (programs.empty()) {
-    return NotFound(absent, view);
+    NotFound(absent, view);
   }
   if (!view.request.json && !view.request.raw) {
     Print(AsTable(programs, view));

@@ -1,6 +1,7 @@
 #include "Grid.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "TextWidth.h"
 

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <mutex>
 
+#include "TextWidth.h"
+
 namespace {
 
 constexpr int kErrorPriority = 6;
@@ -28,7 +30,7 @@ extern "C" int __dlog_print(int, int priority, const char* tag, const char* form
   char* const text = g_strchomp(g_strdup_vprintf(format, arguments));
   va_end(arguments);
   if (verbose) {
-    std::fprintf(stderr, "%s %d %s\n", tag, priority, text);
+    std::fprintf(stderr, "%s %d %s\n", tag, priority, esgctl::Printable(text).c_str());
   }
   if (priority >= kErrorPriority) {
     const std::lock_guard<std::mutex> lock(mutex);

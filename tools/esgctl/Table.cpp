@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string_view>
 
 #include "TextWidth.h"
 
@@ -12,29 +13,22 @@ constexpr int kGap = 2;
 constexpr int kNarrowestCell = 8;
 
 /// Breaks at spaces, or inside a word that is longer than a line.
-std::vector<std::string> Wrap(const std::string& text, int width) {
+std::vector<std::string> Wrap(std::string_view text, int width) {
   std::vector<std::string> lines(1);
-  std::size_t at = 0;
-  while (at < text.size()) {
-    const std::size_t end = std::min(text.find(' ', at), text.size());
-    std::string word = text.substr(at, end - at);
-    at = end + 1;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find(' '), text.size());
+    std::string_view word = text.substr(0, end);
+    text.remove_prefix(std::min(end + 1, text.size()));
     const int used = DisplayWidth(lines.back());
     if (used > 0 && used + 1 + DisplayWidth(word) > width) {
       lines.emplace_back();
     } else if (used > 0) {
       lines.back() += ' ';
     }
-    while (DisplayWidth(lines.back()) + DisplayWidth(word) > width) {
-      // One column more than fits: the cut's ellipsis is then not part of the line.
-      std::string head = Cut(word, width + 1);
-      head.resize(head.rfind("\u2026"));
-      if (head.empty()) {
-        break;
-      }
-      word.erase(0, head.size());
+    for (auto head = Prefix(word, width); head.size() < word.size(); head = Prefix(word, width)) {
       lines.back() += head;
       lines.emplace_back();
+      word.remove_prefix(head.size());
     }
     lines.back() += word;
   }

@@ -79,21 +79,23 @@ int DisplayWidth(std::string_view text) {
   return width;
 }
 
-std::string Cut(std::string_view text, int width) {
-  if (DisplayWidth(text) <= width) {
-    return std::string(text);
-  }
-  if (width <= 0) {
-    return {};
-  }
+std::string Trimmed(const std::string& text) {
+  static constexpr char kBlanks[] = " \t\r\n";
+  const std::size_t first = text.find_first_not_of(kBlanks);
+  return first == std::string::npos
+             ? std::string()
+             : text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
+}
+
+std::string_view Prefix(std::string_view text, int width) {
   int used = 0;
   std::size_t keep = text.size();
   gunichar previous = 0;
   std::size_t joiner = 0;
   ForEachCharacter(text, [&](gunichar c, std::size_t at) {
     used += CharacterWidth(c);
-    if (used > width - 1) {
-      // A joiner left at the end would join the ellipsis.
+    if (used > width) {
+      // A joiner left at the end would join what is put behind.
       keep = previous == kZeroWidthJoiner ? joiner : at;
       return false;
     }
@@ -101,7 +103,14 @@ std::string Cut(std::string_view text, int width) {
     previous = c;
     return true;
   });
-  return std::string(text.substr(0, keep)).append(kEllipsis);
+  return text.substr(0, keep);
+}
+
+std::string Cut(std::string_view text, int width) {
+  if (Prefix(text, width).size() == text.size()) {
+    return std::string(text);
+  }
+  return width <= 0 ? std::string() : std::string(Prefix(text, width - 1)).append(kEllipsis);
 }
 
 std::string Pad(std::string_view text, int width) {

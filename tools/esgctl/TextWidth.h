@@ -14,8 +14,14 @@ std::string Printable(std::string_view text);
 /// do: wide ones two, combining ones and joiners none.
 int DisplayWidth(std::string_view text);
 
-/// The text, or as much of it as fits `width` columns with an ellipsis behind. Combining characters
-/// stay with their base.
+/// The text without the blanks around it.
+std::string Trimmed(const std::string& text);
+
+/// As much of the beginning of a printable text as fits `width` columns. Combining characters stay
+/// with their base.
+std::string_view Prefix(std::string_view text, int width);
+
+/// The text, or as much of it as fits `width` columns with an ellipsis behind.
 std::string Cut(std::string_view text, int width);
 
 /// The text filled with spaces to `width` columns; a longer text stays as it is.

@@ -8,6 +8,7 @@
 #include <regex>
 
 #include "Failure.h"
+#include "TextWidth.h"
 
 namespace esgctl {
 namespace {
@@ -35,8 +36,8 @@ std::string Format(GDateTime* time, const char* pattern) {
   return result;
 }
 
-std::string Trimmed(const std::string& text) {
-  std::string result = std::regex_replace(text, std::regex("^\\s+|\\s+$"), "");
+std::string Normalized(const std::string& text) {
+  std::string result = Trimmed(text);
   std::transform(result.begin(), result.end(), result.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return result;
@@ -54,7 +55,7 @@ std::string DayOf(const std::string& word, Seconds now) {
 
 std::optional<Moment> ParseCalendar(const std::string& text, Seconds now) {
   static const std::regex pattern(
-      "(?:(today|tomorrow|yesterday|\\d{4}-\\d{2}-\\d{2})(?: +|t|$))?"
+      "(?:(today|tomorrow|yesterday|\\d{4}-\\d{2}-\\d{2})(?: {1,9}|t|$))?"
       "(?:(\\d{1,2}):(\\d{2})(?::(\\d{2}))?(z|[+-]\\d{2}(?::?\\d{2})?)?)?");
   std::smatch parts;
   if (text.empty() || !std::regex_match(text, parts, pattern)) {
@@ -116,7 +117,7 @@ std::uint32_t Clock::ToRecord(Seconds time) const {
 
 Moment ParseMoment(const std::string& written, Seconds now) {
   static const std::regex digits("\\d{1,12}");
-  const std::string text = Trimmed(written);
+  const std::string text = Normalized(written);
   if (text == "now") {
     return {now, false};
   }
@@ -137,7 +138,7 @@ Moment ParseMoment(const std::string& written, Seconds now) {
 }
 
 Seconds ParseDuration(const std::string& text) {
-  if (const auto duration = TryDuration(Trimmed(text))) {
+  if (const auto duration = TryDuration(Normalized(text))) {
     return *duration;
   }
   throw Failure(Status::Usage,
@@ -156,10 +157,15 @@ TimeRange ParseRange(const std::string& from, const std::string& to, const std::
   } else {
     const Moment end = ParseMoment(to, now);
     range.to = end.time;
-    while (end.timeOfDay && range.to <= range.from) {
-      // By the calendar: a day may have 23 or 25 hours.
-      range.to =
-          g_date_time_to_unix(DateTime(g_date_time_add_days(Local(range.to).get(), 1)).get());
+    // By the calendar: a day may have 23 or 25 hours.
+    const DateTime today = Local(end.time);
+    for (Seconds days = (range.from - end.time) / kDay; end.timeOfDay && range.to <= range.from;
+         ++days) {
+      const DateTime later(g_date_time_add_days(today.get(), static_cast<int>(days)));
+      if (later == nullptr) {
+        break;  // behind the calendar's end
+      }
+      range.to = g_date_time_to_unix(later.get());
     }
   }
   if (range.to <= range.from) {

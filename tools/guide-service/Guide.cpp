@@ -78,13 +78,13 @@ const Program* Guide::Neighbour(const std::string& service, std::uint32_t start,
   const auto first = std::lower_bound(programs.begin(), programs.end(), start, StartsBefore);
   const auto end = std::find_if(
       first, programs.end(), [&](const Program& program) { return program.time.start != start; });
-  if (first == end) {
-    return nullptr;
-  }
   switch (position) {
     case eRelative_Position_Previous:
       return first == programs.begin() ? nullptr : &*std::prev(first);
     case eRelative_Position_Current: {
+      if (first == end) {
+        return nullptr;
+      }
       const auto meant = std::find_if(
           first, end, [&](const Program& program) { return program.contentId == contentId; });
       return meant != end ? &*meant : &*std::prev(end);

@@ -43,8 +43,8 @@ class Guide {
   /// The programmes that overlap `range`, one for each start.
   std::vector<const Program*> Within(const std::string& service, const Span& range) const;
 
-  /// The neighbour of the programme that starts at `start`; `contentId` tells which one is meant
-  /// where several do.
+  /// The programme that starts at `start`, or the nearest that starts before or after, also where
+  /// nothing starts then. `contentId` tells which one is the current where several are.
   const Program* Neighbour(const std::string& service, std::uint32_t start,
                            const std::string& contentId, eRelative_Position position) const;
 

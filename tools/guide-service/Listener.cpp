@@ -231,7 +231,7 @@ bool GuideListener::GetServiceFragment(Json::Value& request, Json::Value& reply)
 // A save names no time: it is the fragment of the present moment, or the first where there is none.
 const Fragment* GuideListener::ToSave(Json::Value& request, Find find) const {
   const std::string service = ServiceId(request);
-  const Fragment* fragment = ((*m_guide).*find)(service, {m_now(), 0});
+  const Fragment* fragment = ((*m_guide).*find)(service, {m_now(), 1});
   return fragment != nullptr ? fragment : ((*m_guide).*find)(service, {0, 0});
 }
 

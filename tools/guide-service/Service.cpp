@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <ctime>
 #include <iostream>
 #include <system_error>
 #include <utility>
@@ -51,7 +52,7 @@ Service::~Service() {
 }
 
 void Service::Run() {
-  HandleSignals();
+  HandleHangup();
   WatchFolder();
   try {
     m_source.Read();
@@ -89,7 +90,8 @@ void Service::TakeName() {
   if (const unsigned int owner = m_bus->OwnerOf(name)) {
     throwTaken(owner);
   }
-  m_emitter = std::make_unique<EventEmitter>();
+  static EventEmitter emitter;  // its connection stays when it is destroyed
+  m_emitter = &emitter;
   m_connection = std::make_unique<ECNativeConnection>();
   if (!m_connection->Start(name, m_listener.get())) {
     throw ServiceError(kExitNameRefused, "the bus refuses the name " + name +
@@ -101,14 +103,8 @@ void Service::TakeName() {
   }
 }
 
-// A signal that comes before the loop runs is served when it does.
-void Service::HandleSignals() {
-  const auto quit = [](gpointer loop) -> gboolean {
-    g_main_loop_quit(static_cast<GMainLoop*>(loop));
-    return G_SOURCE_CONTINUE;
-  };
-  g_unix_signal_add(SIGINT, quit, m_loop);
-  g_unix_signal_add(SIGTERM, quit, m_loop);
+// One that comes before the loop runs is served when it does.
+void Service::HandleHangup() {
   g_unix_signal_add(
       SIGHUP,
       [](gpointer service) -> gboolean {
@@ -135,7 +131,14 @@ void Service::WatchFolder() {
   }
 }
 
+// Before this, SIGINT and SIGTERM end the process at once, even where a mute bus holds it up.
 void Service::Listen() {
+  const auto quit = [](gpointer loop) -> gboolean {
+    g_main_loop_quit(static_cast<GMainLoop*>(loop));
+    return G_SOURCE_CONTINUE;
+  };
+  g_unix_signal_add(SIGINT, quit, m_loop);
+  g_unix_signal_add(SIGTERM, quit, m_loop);
   m_bus->OnLost([this] {
     m_busLost = true;
     g_main_loop_quit(m_loop);

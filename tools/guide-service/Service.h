@@ -82,7 +82,7 @@ class Service {
   void Run();
 
  private:
-  void HandleSignals();
+  void HandleHangup();
   void TakeName();
   void WatchFolder();
   void Listen();
@@ -96,7 +96,7 @@ class Service {
   GuideSource m_source;
   std::unique_ptr<GuideListener> m_listener;
   std::unique_ptr<Bus> m_bus;
-  std::unique_ptr<EventEmitter> m_emitter;
+  EventEmitter* m_emitter = nullptr;  ///< the process's
   std::unique_ptr<ECNativeConnection> m_connection;
   GFileMonitor* m_monitor = nullptr;
   GDataInputStream* m_orders = nullptr;  ///< events to emit, a line each

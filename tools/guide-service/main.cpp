@@ -1,7 +1,10 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <iostream>
+#include <string>
+#include <system_error>
 
 #include "Service.h"
 
@@ -9,16 +12,28 @@ namespace {
 
 using guide::ServiceOptions;
 
-void Report(const std::string& line) { std::cerr << "esg-guide-service: " + line + "\n"; }
+/// Ids and file names may hold anything.
+std::string OneLine(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return g_ascii_iscntrl(c) != FALSE; }, '?');
+  return text;
+}
+
+void Report(const std::string& line) {
+  std::cerr << "esg-guide-service: " + OneLine(line) + "\n";
+}
 
 void Check(const ServiceOptions& options) {
   guide::GuideSource source(options.guideFolder, options.today, Report);
   source.Read();
   const guide::Guide& guide = *source.Current();
   for (const auto& [service, programs] : guide.Summary()) {
-    std::cout << service << ": " << programs << " programmes\n";
+    std::cout << OneLine(service) << ": " << programs << " programmes\n";
   }
   std::cout << guide.ServiceCount() << " services, " << guide.ProgramCount() << " programmes\n";
+  if (!std::cout.flush()) {
+    throw guide::ServiceError(guide::kExitFailed, "the output cannot be written");
+  }
 }
 
 int Run(const ServiceOptions& options, bool checkOnly) {
@@ -58,9 +73,10 @@ int Main(int argc, char** argv) {
       ->capture_default_str()
       ->type_name("BUSNAME")
       ->check([](const std::string& name) {
-        return g_dbus_is_name(name.c_str()) != FALSE && g_dbus_is_unique_name(name.c_str()) == FALSE
+        // Calls name it as their interface too.
+        return g_dbus_is_interface_name(name.c_str()) != FALSE
                    ? std::string()
-                   : "not a bus name: " + name;
+                   : "not a bus name that calls can go to: " + name;
       });
   app.add_flag("--stdin-events", options.stdinEvents,
                "emit the events written on standard input, a line each: NUMBER [P1 P2 P3]");

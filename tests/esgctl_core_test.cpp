@@ -57,6 +57,8 @@ TEST(EsgctlTextNoBus, WidthCutAndPad) {
   }
   EXPECT_EQ(Cut("abc", 1), "…");
   EXPECT_EQ(Cut("abc", 0), "");
+  EXPECT_EQ(RenderFields({{"T", "日本語日本 abcdefghi"}}, {11, false}),
+            "T  日本語日\n   本\n   abcdefgh\n   i\n");
 }
 
 TEST(EsgctlTimeNoBus, MomentsAsPeopleWriteThem) {
@@ -99,6 +101,8 @@ TEST(EsgctlTimeNoBus, RangesAndPieces) {
       {"", "20:00", "2h", ""},
       {"", "", "0", ""},
       {"", "", "2x", ""},
+      {"999999999999", "02:00", "", ""},
+      {"9999-12-31 23:00", "02:00", "", ""},
   };
   for (const auto& [from, to, length, expected] : cases) {
     std::string range;

@@ -86,6 +86,7 @@ TEST(GuideService, SaysWhyItCannotServe) {
   };
   expect(2, "--guide is required", {});
   expect(2, "not a bus name", {"--guide", "x", "--name", ":1.5"});
+  expect(2, "not a bus name", {"--guide", "x", "--name", "org.example.my-guide"});
   expect(3, "/missing: No such file", {"--guide", "/missing"});
   expect(3, "/missing", {"--guide", SHIPPED_GUIDE, "--save-dir", "/missing"});
   expect(0, "brindlemoor-5: ", {"--guide", SHIPPED_GUIDE, "--check"});

@@ -25,7 +25,8 @@ struct GridRequest {
 /// Ids differ in what stands last.
 std::string RowName(const std::string& id, const Aliases& aliases) {
   const std::string name = aliases.NameOf(id);
-  return name == id ? id.substr(id.find_last_of("/:") + 1) : name;
+  const std::size_t last = id.find_last_of("/:") + 1;
+  return name == id && last < id.size() ? id.substr(last) : name;
 }
 
 std::vector<std::string> GridServices(const GridRequest& request, const Aliases& aliases) {

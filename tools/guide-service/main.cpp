@@ -19,9 +19,7 @@ std::string OneLine(std::string text) {
   return text;
 }
 
-void Report(const std::string& line) {
-  std::cerr << "esg-guide-service: " + OneLine(line) + "\n";
-}
+void Report(const std::string& line) { std::cerr << "esg-guide-service: " + OneLine(line) + "\n"; }
 
 void Check(const ServiceOptions& options) {
   guide::GuideSource source(options.guideFolder, options.today, Report);

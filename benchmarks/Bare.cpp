@@ -2,9 +2,10 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 
-#include "IPCS/Wire.h"
+#include "IPCS/internal/Wire.h"
 
 namespace bare {
 namespace {
@@ -38,23 +39,24 @@ DBusConnection* Open() {
   return connection;
 }
 
-ipcs::MessagePtr NewCall(const char* service, const char* method, std::string_view payload) {
-  ipcs::MessagePtr call(
-      dbus_message_new_method_call(service, wire::kCallPath, service, wire::kCallMember));
+esg::internal::MessagePtr NewCall(const char* service, const char* method,
+                                  std::string_view payload) {
+  esg::internal::MessagePtr call(dbus_message_new_method_call(service, esg::internal::kCallPath,
+                                                              service, esg::internal::kCallMember));
   Append(call.get(), DBUS_TYPE_STRING, &method, payload);
   return call;
 }
 
-ipcs::MessagePtr NewReply(DBusMessage* call, std::string_view payload) {
-  ipcs::MessagePtr reply(dbus_message_new_method_return(call));
+esg::internal::MessagePtr NewReply(DBusMessage* call, std::string_view payload) {
+  esg::internal::MessagePtr reply(dbus_message_new_method_return(call));
   const dbus_int32_t result = 1;
   Append(reply.get(), DBUS_TYPE_INT32, &result, payload);
   return reply;
 }
 
-ipcs::MessagePtr NewEvent(int event, std::string_view payload) {
-  ipcs::MessagePtr signal(
-      dbus_message_new_signal(wire::kSignalPath, wire::kSignalInterface, "Event"));
+esg::internal::MessagePtr NewEvent(int event, std::string_view payload) {
+  esg::internal::MessagePtr signal(dbus_message_new_signal(
+      esg::internal::kSignalPath, esg::internal::kSignalInterface, "Event"));
   const std::string number = std::to_string(event);
   const char* text = number.c_str();
   Append(signal.get(), DBUS_TYPE_STRING, &text, payload);
@@ -82,13 +84,15 @@ const char* Text(DBusMessage* message) {
   return text;
 }
 
-ipcs::MessagePtr Call(DBusConnection* connection, const char* method, std::string_view payload) {
-  const ipcs::MessagePtr call = NewCall(kService, method, payload);
+esg::internal::MessagePtr Call(DBusConnection* connection, const char* method,
+                               std::string_view payload) {
+  const esg::internal::MessagePtr call = NewCall(kESGServiceName, method, payload);
   DBusPendingCall* sent = nullptr;
   dbus_connection_send_with_reply(connection, call.get(), &sent, DBUS_TIMEOUT_USE_DEFAULT);
-  const ipcs::PendingCallPtr pending(sent);
+  const std::unique_ptr<DBusPendingCall, decltype(&dbus_pending_call_unref)> pending(
+      sent, &dbus_pending_call_unref);
   dbus_pending_call_block(pending.get());
-  ipcs::MessagePtr reply(dbus_pending_call_steal_reply(pending.get()));
+  esg::internal::MessagePtr reply(dbus_pending_call_steal_reply(pending.get()));
   Require(dbus_message_has_signature(reply.get(), "iiay") != FALSE, "no answer");
   return reply;
 }

@@ -5,13 +5,12 @@
 
 #include <string_view>
 
-#include "IPCS/DBusHandles.h"
+#include "IESGService.h"
+#include "IPCS/internal/Handles.h"
 
 /// The protocol straight on libdbus: what the library is measured against, and the service that
 /// answers.
 namespace bare {
-
-inline constexpr char kService[] = "com.velmora.ESGCallListener";
 
 /// Ends the process with a message when `done` is false.
 void Require(bool done, const char* what);
@@ -19,9 +18,10 @@ void Require(bool done, const char* what);
 /// A private connection to the system bus.
 DBusConnection* Open();
 
-ipcs::MessagePtr NewCall(const char* service, const char* method, std::string_view payload);
-ipcs::MessagePtr NewReply(DBusMessage* call, std::string_view payload);
-ipcs::MessagePtr NewEvent(int event, std::string_view payload);
+esg::internal::MessagePtr NewCall(const char* service, const char* method,
+                                  std::string_view payload);
+esg::internal::MessagePtr NewReply(DBusMessage* call, std::string_view payload);
+esg::internal::MessagePtr NewEvent(int event, std::string_view payload);
 
 /// The bytes of a call, a reply or a signal; valid as long as the message.
 std::string_view Payload(DBusMessage* message);
@@ -29,7 +29,8 @@ std::string_view Payload(DBusMessage* message);
 const char* Text(DBusMessage* message);
 
 /// One call to the service: sends, blocks, hands out the reply.
-ipcs::MessagePtr Call(DBusConnection* connection, const char* method, std::string_view payload);
+esg::internal::MessagePtr Call(DBusConnection* connection, const char* method,
+                               std::string_view payload);
 
 }  // namespace bare
 

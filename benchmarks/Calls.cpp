@@ -19,13 +19,13 @@ void CallLibrary() {
   ESGMessageBuffer in;
   ESGMessageBuffer out;
   in.PushConcatenated(sizeof(kSmall), const_cast<char*>(kSmall));
-  bare::Require(EIIPCConnection::GetInstance()->Call(bare::kService, "Echo", in, out) == 1 &&
+  bare::Require(EIIPCConnection::GetInstance()->Call(kESGServiceName, "Echo", in, out) == 1 &&
                     out.GetFullBufferSize() == sizeof(kSmall),
                 "no echo for the library");
 }
 
 void CallBare(DBusConnection* connection) {
-  const ipcs::MessagePtr reply = bare::Call(connection, "Echo", {kSmall, sizeof(kSmall)});
+  const esg::internal::MessagePtr reply = bare::Call(connection, "Echo", {kSmall, sizeof(kSmall)});
   bare::Require(bare::Payload(reply.get()).size() == sizeof(kSmall), "no echo");
 }
 
@@ -63,7 +63,7 @@ void Saturate(DBusConnection* connection, const char* service, int calls) {
                            bare::NewCall(service, "Echo", {kSmall, sizeof(kSmall)}).get(), nullptr);
     }
     dbus_connection_read_write(connection, -1);
-    while (const ipcs::MessagePtr reply{dbus_connection_pop_message(connection)}) {
+    while (const esg::internal::MessagePtr reply{dbus_connection_pop_message(connection)}) {
       answered += dbus_message_get_type(reply.get()) == DBUS_MESSAGE_TYPE_METHOD_RETURN ? 1 : 0;
       bare::Require(dbus_message_get_type(reply.get()) != DBUS_MESSAGE_TYPE_ERROR, "no answer");
     }
@@ -75,8 +75,8 @@ void Answers(benchmark::State& state) {
   DBusConnection* connection = bare::Open();
   Interleave(state, {1, kAnswers},
              {{"library", [=] { Saturate(connection, service::kListener, kAnswers); }},
-              {"libdbus", [=] { Saturate(connection, bare::kService, kAnswers); }}});
-  ipcs::CloseAndRelease(connection);
+              {"libdbus", [=] { Saturate(connection, kESGServiceName, kAnswers); }}});
+  esg::internal::ConnectionPtr(connection).reset();
 }
 BENCHMARK(Answers)->Iterations(7)->UseRealTime();
 

@@ -10,7 +10,7 @@
 #include "IPCS/ECIPCManager.h"
 #include "IPCS/EIIPCConnection.h"
 #include "IPCS/ESGMessageBuffer.h"
-#include "IPCS/Wire.h"
+#include "IPCS/internal/Wire.h"
 #include "Interleave.h"
 
 namespace {
@@ -29,7 +29,7 @@ void Receive(int events) {
 }
 
 DBusHandlerResult OnMessage(DBusConnection* /*connection*/, DBusMessage* message, void* /*data*/) {
-  if (dbus_message_is_signal(message, wire::kSignalInterface, "Event") == FALSE ||
+  if (dbus_message_is_signal(message, esg::internal::kSignalInterface, "Event") == FALSE ||
       dbus_message_has_signature(message, "siay") == FALSE) {
     return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
   }
@@ -58,8 +58,9 @@ DBusConnection* Subscribe() {
       return ++received;
     })->SubscribeSignal(kLibraryEvent);
     DBusConnection* opened = bare::Open();
-    const std::string rule = std::string("type='signal',interface='") + wire::kSignalInterface +
-                             "',member='Event',arg0='" + std::to_string(kBareEvent) + "'";
+    const std::string rule = std::string("type='signal',interface='") +
+                             esg::internal::kSignalInterface + "',member='Event',arg0='" +
+                             std::to_string(kBareEvent) + "'";
     dbus_bus_add_match(opened, rule.c_str(), nullptr);
     dbus_connection_flush(opened);
     dbus_connection_add_filter(opened, &OnMessage, nullptr, nullptr);
@@ -75,8 +76,8 @@ void Flood(benchmark::State& state) {
   DBusConnection* connection = bare::Open();
   const auto flood = [connection](int event) {
     const int order[] = {event, kEvents};
-    const ipcs::MessagePtr call = bare::NewCall(
-        bare::kService, "Flood", {reinterpret_cast<const char*>(order), sizeof(order)});
+    const esg::internal::MessagePtr call = bare::NewCall(
+        kESGServiceName, "Flood", {reinterpret_cast<const char*>(order), sizeof(order)});
     dbus_message_set_no_reply(call.get(), TRUE);
     dbus_connection_send(connection, call.get(), nullptr);
     dbus_connection_flush(connection);
@@ -84,7 +85,7 @@ void Flood(benchmark::State& state) {
   };
   Interleave(state, {1, kEvents},
              {{"library", [=] { flood(kLibraryEvent); }}, {"libdbus", [=] { flood(kBareEvent); }}});
-  ipcs::CloseAndRelease(connection);
+  esg::internal::ConnectionPtr(connection).reset();
 }
 BENCHMARK(Flood)->Iterations(7)->UseRealTime();
 

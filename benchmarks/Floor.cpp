@@ -37,13 +37,16 @@ std::string Write(const Json::Value& value) {
   return Json::writeString(Json::StreamWriterBuilder(), value);
 }
 
-/// The reply to one call, after the two parses.
-Json::Value Ask(DBusConnection* connection, const char* method, const std::string& request) {
-  ipcs::MessagePtr message = bare::Call(connection, method, request);
+/// The reply in a message, after the two parses.
+Json::Value ReadReply(esg::internal::MessagePtr message) {
   Json::Value reply = Parse(bare::Payload(message.get()));
   message.reset();
   bare::Require(Parse(Write(reply))["ret"].asBool(), "not found");
   return reply;
+}
+
+Json::Value Ask(DBusConnection* connection, const char* method, const std::string& request) {
+  return ReadReply(bare::Call(connection, method, request));
 }
 
 }  // namespace
@@ -97,6 +100,24 @@ Programmes GetProgramList(DBusConnection* connection, unsigned int programmes) {
 
 Programme GetPresentProgram(DBusConnection* connection) {
   return ReadProgramme(Ask(connection, "GetPresentProgram", PresentRequest()));
+}
+
+std::vector<Programme> GetPresentPrograms(DBusConnection* connection, int count) {
+  for (int i = 0; i < count; ++i) {
+    dbus_connection_send(
+        connection, bare::NewCall(kESGServiceName, "GetPresentProgram", PresentRequest()).get(),
+        nullptr);
+  }
+  std::vector<Programme> programmes;
+  while (programmes.size() < static_cast<std::size_t>(count)) {
+    dbus_connection_read_write(connection, -1);
+    while (esg::internal::MessagePtr reply{dbus_connection_pop_message(connection)}) {
+      if (dbus_message_has_signature(reply.get(), "iiay") != FALSE) {
+        programmes.push_back(ReadProgramme(ReadReply(std::move(reply))));
+      }
+    }
+  }
+  return programmes;
 }
 
 }  // namespace hand

@@ -55,6 +55,8 @@ Programmes ReadList(const Json::Value& reply);
 
 Programmes GetProgramList(DBusConnection* connection, unsigned int programmes);
 Programme GetPresentProgram(DBusConnection* connection);
+/// So many calls sent at once, and their answers.
+std::vector<Programme> GetPresentPrograms(DBusConnection* connection, int count);
 
 }  // namespace hand
 

@@ -1,7 +1,7 @@
 #include "Others.h"
 
 #include "Bare.h"
-#include "IPCS/Wire.h"
+#include "IPCS/internal/Wire.h"
 
 namespace others {
 
@@ -16,7 +16,8 @@ void CallGDBus(GDBusConnection* connection, const char* method, const std::strin
   GVariant* bytes =
       g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, request.data(), request.size(), 1);
   GVariant* reply = g_dbus_connection_call_sync(
-      connection, bare::kService, wire::kCallPath, bare::kService, wire::kCallMember,
+      connection, kESGServiceName, esg::internal::kCallPath, kESGServiceName,
+      esg::internal::kCallMember,
       g_variant_new("(si@ay)", method, static_cast<gint32>(request.size()), bytes),
       G_VARIANT_TYPE("(iiay)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
   bare::Require(reply != nullptr, "no answer for GDBus");
@@ -40,8 +41,8 @@ void CallSdBus(sd_bus* bus, const char* method, const std::string& request, cons
   const void* data = nullptr;
   std::size_t size = 0;
   const bool done =
-      sd_bus_message_new_method_call(bus, &call, bare::kService, wire::kCallPath, bare::kService,
-                                     wire::kCallMember) >= 0 &&
+      sd_bus_message_new_method_call(bus, &call, kESGServiceName, esg::internal::kCallPath,
+                                     kESGServiceName, esg::internal::kCallMember) >= 0 &&
       sd_bus_message_append(call, "si", method, static_cast<int>(request.size())) >= 0 &&
       sd_bus_message_append_array(call, 'y', request.data(), request.size()) >= 0 &&
       sd_bus_call(bus, call, 0, nullptr, &reply) >= 0 && sd_bus_message_skip(reply, "ii") >= 0 &&

@@ -1,11 +1,14 @@
 #include "Queries.h"
 
+#include <glib.h>
+
 #include <algorithm>
 #include <string>
 #include <utility>
 
 #include "Bare.h"
 #include "ESGAPI.h"
+#include "ESGAsync.h"
 #include "Floor.h"
 #include "Guide.h"
 #include "IESGService.h"
@@ -19,6 +22,33 @@ ESGProgramMap LibraryList(unsigned int programmes) {
   bare::Require(ESGAPI::GetESGServiceAPI()->GetProgramList(guide::kServiceId, 0, programmes, list),
                 "the library found nothing");
   return list;
+}
+
+/// So many queries that do not block, each made with a callback, and their answers.
+template <typename Ask>
+void LibraryLater(int count, Ask ask) {
+  int found = 0;
+  for (int i = 0; i < count; ++i) {
+    ask([&found, count](const ESGFailure& failure, const auto& result) {
+      benchmark::DoNotOptimize(result);
+      found += !failure ? 1 : count + 1;
+    });
+  }
+  while (found < count) {
+    g_main_context_iteration(nullptr, TRUE);
+  }
+  bare::Require(found == count, "a query found nothing");
+}
+
+void LibraryListLater(unsigned int programmes) {
+  LibraryLater(1, [programmes](auto callback) {
+    ESGAsync::GetProgramList(guide::kServiceId, 0, programmes, callback);
+  });
+}
+
+void LibraryPresentLater(int count) {
+  LibraryLater(count,
+               [](auto callback) { ESGAsync::GetPresentProgram(guide::kServiceId, callback); });
 }
 
 void LibraryPresent() {
@@ -80,6 +110,24 @@ BENCHMARK(Query)->Arg(1)->Arg(100)->Iterations(11)->UseRealTime();
 BENCHMARK(Query)->Arg(1000)->Iterations(7)->UseRealTime();
 BENCHMARK(Query)->Arg(10000)->Iterations(5)->UseRealTime();
 
+/// The same without blocking, which is free to read the answer in another way.
+void QueryLater(benchmark::State& state) {
+  const auto programmes = static_cast<unsigned int>(state.range(0));
+  const Connections& on = Open();
+  const std::string request = hand::ListRequest(programmes);
+  const char* method = "GetProgramList";
+  Interleave(
+      state, {std::clamp(1000 / static_cast<int>(programmes), 1, 100), 1},
+      {{"later", [&] { LibraryListLater(programmes); }},
+       {"library", [&] { LibraryList(programmes); }},
+       {"libdbus", [&] { Ignore(bare::Payload(bare::Call(on.libdbus, method, request).get())); }},
+       {"sd-bus and one parse", [&] {
+          others::CallSdBus(on.sdbus, method, request,
+                            [](std::string_view text) { hand::ReadList(hand::Parse(text)); });
+        }}});
+}
+BENCHMARK(QueryLater)->Arg(100)->Arg(1000)->Arg(10000)->Iterations(11)->UseRealTime();
+
 /// Time per programme of one long list against that of many shorter ones.
 void Growth(benchmark::State& state, void (*query)(unsigned int programmes)) {
   constexpr unsigned int kLong = 10000;
@@ -94,6 +142,7 @@ void Growth(benchmark::State& state, void (*query)(unsigned int programmes)) {
 BENCHMARK_CAPTURE(Growth, library, [](unsigned int programmes) { LibraryList(programmes); })
     ->Iterations(3)
     ->UseRealTime();
+BENCHMARK_CAPTURE(Growth, later, &LibraryListLater)->Iterations(7)->UseRealTime();
 BENCHMARK_CAPTURE(Growth, floor,
                   [](unsigned int programmes) { hand::GetProgramList(Open().libdbus, programmes); })
     ->Iterations(3)
@@ -110,11 +159,43 @@ void PresentProgram(benchmark::State& state) {
 }
 BENCHMARK(PresentProgram)->Iterations(11)->UseRealTime();
 
+void PresentProgramLater(benchmark::State& state) {
+  GDBusConnection* connection = Open().gdbus;
+  const std::string request = hand::PresentRequest();
+  Interleave(
+      state, {100, 1},
+      {{"later", [] { LibraryPresentLater(1); }},
+       {"GDBus", [&] { others::CallGDBus(connection, "GetPresentProgram", request, &Ignore); }}});
+}
+BENCHMARK(PresentProgramLater)->Iterations(11)->UseRealTime();
+
+/// The present programme of a hundred services, from one thread.
+void Burst(benchmark::State& state) {
+  constexpr int kServices = 100;
+  const auto ask = [] { LibraryPresentLater(kServices); };
+  const auto block = [] {
+    for (int i = 0; i < kServices; ++i) {
+      LibraryPresent();
+    }
+  };
+  DBusConnection* connection = Open().libdbus;
+  Interleave(state, {3, kServices},
+             {{"library", ask},
+              {"blocking", block},
+              {"libdbus", [=] { hand::GetPresentPrograms(connection, kServices); }}});
+}
+BENCHMARK(Burst)->Iterations(15)->UseRealTime();
+
 }  // namespace
 
 void QueryOnce(const std::string& contender, unsigned int programmes) {
   if (contender == "library") {
     LibraryList(programmes);
+  } else if (contender == "later") {
+    LibraryListLater(programmes);
+  } else if (contender == "sd-bus") {
+    others::CallSdBus(others::OpenSdBus(), "GetProgramList", hand::ListRequest(programmes),
+                      [](std::string_view text) { hand::ReadList(hand::Parse(text)); });
   } else {
     hand::GetProgramList(bare::Open(), programmes);
   }

@@ -3,7 +3,7 @@
 
 #include <string>
 
-/// One list by "library" or "floor", in a process that does nothing else.
+/// One list by "library", "later", "sd-bus" or "floor", in a process that does nothing else.
 void QueryOnce(const std::string& contender, unsigned int programmes);
 
 #endif

@@ -13,7 +13,7 @@
 #include "IPCS/ECNativeConnection.h"
 #include "IPCS/ESGMessageBuffer.h"
 #include "IPCS/IESGCallListener.h"
-#include "IPCS/Wire.h"
+#include "IPCS/internal/Wire.h"
 
 namespace service {
 namespace {
@@ -46,7 +46,7 @@ void Flood(DBusConnection* connection, std::string_view request) {
 }
 
 DBusHandlerResult OnMessage(DBusConnection* connection, DBusMessage* call, void* /*data*/) {
-  if (dbus_message_is_method_call(call, bare::kService, wire::kCallMember) == FALSE) {
+  if (dbus_message_is_method_call(call, kESGServiceName, esg::internal::kCallMember) == FALSE) {
     return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
   }
   const std::string method = bare::Text(call);
@@ -79,7 +79,7 @@ void SayReady() {
 void RunBare() {
   DBusConnection* connection = bare::Open();
   dbus_connection_add_filter(connection, &OnMessage, nullptr, nullptr);
-  bare::Require(dbus_bus_request_name(connection, bare::kService, 0, nullptr) ==
+  bare::Require(dbus_bus_request_name(connection, kESGServiceName, 0, nullptr) ==
                     DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER,
                 "no name");
   SayReady();

@@ -37,7 +37,7 @@ class Measured:
         for file in sorted(folder.glob("benchmarks-*.json")):
             for run in json.loads(file.read_text())["benchmarks"]:
                 self.runs.setdefault(run["name"].split("/iterations:")[0], []).append(run)
-        self.peaks = {"library": [], "floor": []}
+        self.peaks = {"library": [], "floor": [], "later": [], "sd-bus": []}
         for line in (folder / "peaks.txt").read_text().splitlines():
             contender, kilobytes = line.split()
             self.peaks[contender].append(int(kilobytes))
@@ -51,8 +51,8 @@ class Measured:
         spread = max(self.median(run, name + " spread"), (max(values) - min(values)) / 2)
         return Ratio(statistics.median(values), spread)
 
-    def peak(self):
-        pairs = zip(self.peaks["library"], self.peaks["floor"])
+    def peak(self, contender, other):
+        pairs = zip(self.peaks[contender], self.peaks[other])
         low, median, high = statistics.quantiles([a / b for a, b in pairs], n=4)
         return Ratio(median, (high - low) / 2)
 
@@ -66,16 +66,29 @@ def rows(measured):
             yield f"{text}: {unit}, floor", of(run, f"library/floor {measure}"), "<=", 1.05
     yield "present programme: CPU time, bare GDBus", of("PresentProgram", "library/GDBus cpu"), "<", 1.0
     yield "present programme: wall time, bare GDBus", of("PresentProgram", "library/GDBus wall"), "<", 1.0
-    yield "list of 10000: peak memory, floor", measured.peak(), "<=", 1.05
+    yield "list of 10000: peak memory, floor", measured.peak("library", "floor"), "<=", 1.05
     yield "time per programme, 10000 : 100", of("Growth/library", "long/short wall"), "<=", 1.5
     yield "the same of the floor", of("Growth/floor", "long/short wall"), None, None
     yield "events per second, bare filter", of("Flood", "library/libdbus wall").inverse(), ">=", 0.95
     yield "emit to callback: wall time, bare libdbus", of("Delay", "library/libdbus wall"), None, None
     yield "calls per second, 8 threads, blocking libdbus", of("Threads/8", "library/libdbus wall").inverse(), ">=", 1.3
+    yield "burst of 100 queries: wall time, one by one", of("Burst", "library/blocking wall"), "<=", 0.4
+    yield "burst of 100 queries: wall time, bare libdbus", of("Burst", "library/libdbus wall"), "<=", 1.05
+    yield "burst of 100 queries: CPU time, bare libdbus", of("Burst", "library/libdbus cpu"), None, None
+    for size in SIZES[1:]:
+        run, text = "QueryLater/%d" % size, "list of %d, not blocking" % size
+        for measure in ("wall", "cpu"):
+            yield f"{text}: {measure}, sd-bus and one parse", of(run, f"later/sd-bus and one parse {measure}"), "<=", 0.5
+        if size >= 1000:
+            yield f"{text}: wall, the bytes alone", of(run, "later/libdbus wall"), "<=", 1.35
+            yield f"{text}: wall, blocking", of(run, "later/library wall"), "<=", 0.3
+    yield "list of 10000, not blocking: peak memory, sd-bus", measured.peak("later", "sd-bus"), "<=", 0.5
+    yield "present programme, not blocking: CPU, GDBus", of("PresentProgramLater", "later/GDBus cpu"), "<=", 0.8
+    yield "growth, not blocking, 10000 : 100", of("Growth/later", "long/short wall"), "<=", 1.2
     for threads in (4, 2):
         text = f"calls per second, {threads} threads, blocking libdbus"
         yield text, of(f"Threads/{threads}", "library/libdbus wall").inverse(), None, None
-    yield "one small call: wall time, bare libdbus", of("Threads/1", "library/libdbus wall"), "<=", 1.0
+    yield "one small call: wall time, bare libdbus", of("Threads/1", "library/libdbus wall"), "<=", 1.05
     yield "one small call: CPU time, bare libdbus", of("Threads/1", "library/libdbus cpu"), None, None
     yield "answers per second, bare libdbus loop", of("Answers", "library/libdbus wall").inverse(), None, None
     # Constant time, give or take what caches do.

@@ -1,4 +1,4 @@
-# Library, headers, CMake package and pkg-config file. All paths in them are relative to where they lie,
+# Library, headers, CMake package, pkg-config file and Python module. All paths in them are relative to where they lie,
 # so that the installed tree can be moved.
 
 include(CMakePackageConfigHelpers)
@@ -9,12 +9,13 @@ install(TARGETS esg-client EXPORT esg-client
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development)
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/esg-client
   COMPONENT Development FILES_MATCHING PATTERN "*.h")
-foreach(class IN ITEMS
-    ESGMessageBuffer EIIPCConnection ECIPCConnection ECIPCManager ECIPCClient IESGCallListener
-    ECNativeConnection)
-  install(FILES include_internal/IPCS/${class}.h
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/esg-client/IPCS COMPONENT Development)
-endforeach()
+install(FILES ${ESG_IPCS_HEADERS}
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/esg-client/IPCS COMPONENT Development)
+
+# Where Debian's interpreters look; it is the same for all of them.
+set(ESG_PYTHON_DIR "lib/python3/dist-packages" CACHE STRING
+  "The folder of the Python module, below the prefix")
+install(FILES python/esg_client.py DESTINATION ${ESG_PYTHON_DIR} COMPONENT Python)
 
 install(EXPORT esg-client NAMESPACE ESG:: FILE esg-client-targets.cmake
   DESTINATION ${ESG_CMAKE_DIR} COMPONENT Development)

@@ -1,77 +1,88 @@
 // Keeps showing what is on: banner SERVICE-ID EVENT
 //
-// Reads the present programme again at each EVENT. A query blocks, for up to 25 seconds when the
-// service is mute, so it runs on a thread of its own, and the main loop goes on meanwhile.
+// Asks again when the programme ends and at each EVENT, and prints what has changed. Nothing here
+// blocks the main loop: the answer comes as a callback.
 
-#include <ESGAPI.h>
+#include <ESGAsync.h>
 #include <ESGEMSProxy.h>
-#include <IESGService.h>
 #include <IPCS/EIIPCConnection.h>
 #include <glib.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
-#include <exception>
 #include <iostream>
-#include <memory>
-#include <optional>
 #include <string>
-#include <thread>
 #include <utility>
 
 namespace {
 
-/// All of it belongs to the thread of the main loop; Ask alone runs elsewhere and shares nothing.
+constexpr std::uint32_t kUnixToNtp = 2208988800;
+
+/// How long a programme goes on, in milliseconds; negative when it is over.
+std::int64_t MillisecondsLeft(const FCESGProgramInfo& program) {
+  const std::int64_t now = g_get_real_time() / 1000;
+  const auto ntpNow = static_cast<std::uint32_t>(now / 1000 + kUnixToNtp);
+  // The difference in 32 bits is right also when the count of seconds begins again.
+  const auto seconds =
+      static_cast<std::int32_t>(program.GetStartTime() + program.Duration() - ntpNow);
+  return std::int64_t{seconds} * 1000 - now % 1000;
+}
+
+/// All of it runs on the thread of the main loop.
 class Banner {
  public:
   explicit Banner(std::string serviceId) : m_serviceId(std::move(serviceId)) {}
 
   void Refresh() {
-    if (m_asking) {
-      m_again = true;  // the answer under way may be older than the event
+    if (m_isAsking) {
+      m_asksAgain = true;  // the answer under way may be older than the event
       return;
     }
-    m_asking = true;
-    std::thread(Ask, this, m_serviceId).detach();  // one at a time
+    m_isAsking = true;  // one at a time, however many events come
+    ESGAsync::GetPresentProgram(
+        m_serviceId, [this](const ESGFailure& failure, const FCESGProgramInfo& program) {
+          m_isAsking = false;
+          Show(failure ? ESGFailureText(failure.reason) : program.Title());
+          if (std::exchange(m_asksAgain, false)) {
+            Refresh();
+          } else {
+            RefreshIn(failure ? kAtMost : MillisecondsLeft(program) + kBehind);
+          }
+        });
   }
 
  private:
-  struct Answer {
-    Banner* banner;
-    std::optional<FCESGProgramInfo> program;
-  };
+  // A gap, an overlap and a change of the clock come without an end that could be waited for.
+  static constexpr std::int64_t kAtMost = 30'000;
+  static constexpr std::int64_t kAtLeast = 1'000;  // a service that repeats itself is not flooded
+  static constexpr std::int64_t kBehind = 50;      // the service's clock may be a little slow
 
-  static void Ask(Banner* banner, const std::string& serviceId) {
-    auto answer = std::make_unique<Answer>(Answer{banner, {}});
-    try {
-      FCESGProgramInfo program;
-      if (ESGAPI::GetESGServiceAPI()->GetPresentProgram(serviceId, program)) {
-        answer->program = std::move(program);
-      }
-    } catch (const std::exception& unreadable) {
-      std::cerr << unreadable.what() << '\n';
+  void Show(const std::string& text) {
+    if (text != m_shown) {
+      std::cout << text << std::endl;
+      m_shown = text;
     }
-    // At the priority of events, not of idle work: a storm of events must not keep it waiting.
-    g_idle_add_full(G_PRIORITY_DEFAULT, Show, answer.release(), nullptr);
   }
 
-  static gboolean Show(void* data) {
-    const std::unique_ptr<Answer> answer(static_cast<Answer*>(data));
-    std::cout << (answer->program ? answer->program->Title() : "(no programme)") << std::endl;
-    answer->banner->Answered();
-    return G_SOURCE_REMOVE;
-  }
-
-  void Answered() {
-    m_asking = false;
-    if (m_again) {
-      m_again = false;
-      Refresh();
+  void RefreshIn(std::int64_t milliseconds) {
+    const auto refresh = [](void* banner) -> gboolean {
+      static_cast<Banner*>(banner)->m_timer = 0;
+      static_cast<Banner*>(banner)->Refresh();
+      return G_SOURCE_REMOVE;
+    };
+    if (m_timer != 0) {
+      g_source_remove(m_timer);
     }
+    milliseconds = milliseconds < 0 ? kAtLeast : std::min(milliseconds, kAtMost);
+    m_timer = g_timeout_add(static_cast<guint>(milliseconds), refresh, this);
   }
 
   const std::string m_serviceId;
-  bool m_asking = false;
-  bool m_again = false;
+  std::string m_shown;
+  bool m_isAsking = false;
+  bool m_asksAgain = false;
+  guint m_timer = 0;
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <ESGMarshal.h>
 #include <FCESGProgramInfo.h>
+#include <IESGService.h>
 #include <IPCS/ECIPCManager.h>
 #include <IPCS/ECNativeConnection.h>
 #include <IPCS/ESGMessageBuffer.h>
@@ -99,7 +100,7 @@ int main(int argc, char** argv) {
   Guide guide(static_cast<unsigned int>(seconds));
   guide.Advance();
   ECNativeConnection connection;
-  if (!connection.Start("com.velmora.ESGCallListener", &guide)) {
+  if (!connection.Start(kESGServiceName, &guide)) {
     return 1;
   }
   g_timeout_add_seconds(static_cast<unsigned int>(seconds), OnTimer, &guide);

@@ -10,6 +10,8 @@ namespace {
 fuzz::Goal tooShort{"a pop of more than there is"};
 fuzz::Goal popped{"a pop of several bytes"};
 fuzz::Goal inserted{"an insertion before the read position"};
+fuzz::Goal ownBytes{"an insertion of the buffer's own bytes"};
+fuzz::Goal below{"a read with an offset below 0"};
 
 /// What the buffer should be.
 struct Model {
@@ -35,11 +37,17 @@ void Write(ESGMessageBuffer& buffer, Model& model, unsigned int operation, fuzz:
   const int number = input.Take<int>();
   std::string data = input.Bytes(input.Take<std::uint8_t>() % 16U);
   std::size_t offset = model.bytes.size();
+  char* bytes = data.data();
+  if (number < 0 && !model.bytes.empty()) {
+    const std::size_t from = static_cast<unsigned int>(number) % model.bytes.size();
+    data = model.bytes.substr(from, data.size());
+    bytes = buffer.GetAsCStr(static_cast<int>(from));
+  }
   if (operation == 0) {
     assert(buffer.PushInt(number));
     data = Raw(number);
   } else if (operation == 1) {
-    assert(buffer.PushConcatenated(data.size(), data.data()));
+    assert(buffer.PushConcatenated(data.size(), bytes));
   } else if (operation == 2) {
     assert(buffer.PushConcatenated(data.size(), nullptr));
     data.assign(data.size(), '\0');
@@ -48,7 +56,8 @@ void Write(ESGMessageBuffer& buffer, Model& model, unsigned int operation, fuzz:
     data = offset > 4096 ? "" : model.bytes;
   } else {
     offset = static_cast<unsigned int>(number) % (offset + 1);
-    assert(buffer.WriteConcatenated(data.size(), data.data(), static_cast<int>(offset)));
+    assert(buffer.WriteConcatenated(data.size(), bytes, static_cast<int>(offset)));
+    ownBytes.reached |= bytes != data.data() && !data.empty();
     inserted.reached |= offset < model.position && !data.empty();
   }
   model.bytes.insert(offset, data);
@@ -67,13 +76,16 @@ void Read(ESGMessageBuffer& buffer, Model& model, unsigned int operation, fuzz::
     const std::unique_ptr<char[]> taken(buffer.PopConcatenated(size));
     assert((taken != nullptr) == isThere);
     assert(model.Pop(size) == (isThere ? std::string(taken.get(), size) : bytes));
-  } else if (operation == 8 && model.Unread() >= sizeof(int)) {
+  } else if (operation == 8) {
+    // Bytes before the first one read as zero.
     int number = 0;
-    buffer.ReadInt(&number, static_cast<int>(offset));
-    assert(Raw(number) == model.bytes.substr(offset, sizeof(number)));
+    buffer.ReadInt(&number, static_cast<int>(offset) - 4);
+    assert(Raw(number) == (std::string(4, '\0') + model.bytes).substr(offset, sizeof(number)));
   } else if (operation == 9 && isThere) {
     // The offset is checked, but the bytes are those at the read position.
-    buffer.ReadConcatenated(size, bytes.data(), static_cast<int>(offset));
+    const int checked = static_cast<int>(offset) - static_cast<int>(size);
+    below.reached |= checked < 0;
+    buffer.ReadConcatenated(size, bytes.data(), checked);
     assert(bytes == model.bytes.substr(model.position, size));
   }
 }

@@ -6,12 +6,12 @@
 #include <memory>
 
 #include "Fuzz.h"
-#include "IPCS/DBusHandles.h"
 #include "IPCS/ECIPCConnection.h"
 #include "IPCS/ECNativeConnection.h"
 #include "IPCS/ESGMessageBuffer.h"
 #include "IPCS/IESGCallListener.h"
-#include "IPCS/Wire.h"
+#include "IPCS/internal/Handles.h"
+#include "IPCS/internal/Wire.h"
 #include "PrivateBus.h"
 #include "RawPeer.h"
 
@@ -36,7 +36,7 @@ int deliveries = 0;
 template <eECIPCMessageType type>
 void OnSignal(int number, ESGMessageBuffer& payload) {
   ++deliveries;
-  delivered = {wire::MemberName(type), number, 0, BytesOf(payload)};
+  delivered = {esg::internal::MemberName(type), number, 0, BytesOf(payload)};
 }
 
 struct Listener : IESGCallListener {
@@ -72,8 +72,8 @@ void Expect(DBusHandlerResult result, bool isHandled, bool isRead, const Body& b
 
 void Decode(Ends& ends, DBusMessage* message) {
   const std::string signature = dbus_message_get_signature(message);
-  const bool hasText = signature == "siay";
-  const bool hasNumber = signature == "iiay";
+  const bool hasText = signature.rfind("siay", 0) == 0;
+  const bool hasNumber = signature.rfind("iiay", 0) == 0;
   const Body body = hasText || hasNumber ? ReadBody(message) : Body();
 
   const bool isCall = dbus_message_is_method_call(message, kName, "MethodCall") != FALSE;
@@ -92,11 +92,11 @@ void Decode(Ends& ends, DBusMessage* message) {
     (hasText ? signalRead : signalRefused).reached |= isSignal;
   }
 
-  wire::Number number = -1;
+  int number = -1;
   ESGMessageBuffer out;
-  const wire::Read read = wire::ReadBody(message, number, out);
-  assert((read == wire::Read::Done) == hasNumber);
-  assert((read == wire::Read::Empty) == signature.empty());
+  const esg::internal::Read read = esg::internal::ReadReply(message, number, out);
+  assert((read == esg::internal::Read::Done) == hasNumber);
+  assert((read == esg::internal::Read::Empty) == signature.empty());
   assert(number == (hasNumber ? body.number : -1));
   assert(BytesOf(out) == (hasNumber ? body.bytes : ""));
   replyRead.reached |= hasNumber;
@@ -110,7 +110,7 @@ std::string Build(unsigned int kind, fuzz::Input& input) {
     text.clear();
   }
   const std::string payload = input.Bytes(input.Take<std::uint8_t>());
-  ipcs::MessagePtr message = MakeCall(kName, text, payload);
+  esg::internal::MessagePtr message = MakeCall(kName, text, payload);
   dbus_message_set_serial(message.get(), 1);
   if (kind != 0) {
     message = kind == 1 ? MakeReply(message.get(), number, payload)
@@ -136,9 +136,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::size_t place = input.Take<std::uint16_t>() % bytes.size();
     bytes[place] = input.Take<char>();
   }
-  ipcs::Error error;
-  const ipcs::MessagePtr message(
-      dbus_message_demarshal(bytes.data(), static_cast<int>(bytes.size()), error.Out()));
+  esg::internal::Error error;
+  const esg::internal::MessagePtr message(
+      dbus_message_demarshal(bytes.data(), static_cast<int>(bytes.size()), &error));
   if (message != nullptr) {
     Decode(ends, message.get());
   }

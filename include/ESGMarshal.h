@@ -16,7 +16,8 @@
 /// A writer (…ToJson) sets its member on `target`, keeps the other members and turns a null value
 /// into an object. A reader (JsonTo…) of a single value never changes `source`; an absent or null
 /// member reads as empty, 0 or false. All of them return true; a member that cannot be converted
-/// raises the JSON library's exception and leaves the output as it was.
+/// raises the JSON library's exception and leaves a single value as it was. A programme, which is
+/// replaced field by field, and a map keep what was read before it.
 ///
 /// Any thread may call; no two threads may use the same value or map at once.
 namespace ESGMarshal {
@@ -53,8 +54,10 @@ ESG_API bool JsonToXml(Json::Value& source, std::string& xmlFragment);
 ESG_API bool BBToJson(bool bb, Json::Value& target);
 ESG_API bool JsonToBB(Json::Value& source, bool& bb);
 
-/// A programme's members, at the top level of the object: FCESGProgramInfo::ToJson and FromJson.
+/// A programme's members, at the top level of the object: FCESGProgramInfo::ToJson.
 ESG_API bool ESGProgramInfoToJson(const FCESGProgramInfo& program, Json::Value& target);
+/// FCESGProgramInfo::FromJson: replaces field by field and adds absent members to `source` as null.
+/// When a member raises an exception, the fields before it are already replaced.
 ESG_API bool JsonToESGProgramInfo(Json::Value& source, FCESGProgramInfo& program);
 
 /// "ESGProgramMap", an array of programmes, each with its key under "key". An empty map writes
@@ -68,7 +71,8 @@ ESG_API bool JsonToESGProgramMap(Json::Value& source,
                                  std::map<unsigned int, FCESGProgramInfo>& programs);
 
 /// Parses the whole of `text`; any JSON value may be the root. false when it is no JSON, and
-/// `result` is then not to be used. Nesting beyond 1,000 levels raises Json::RuntimeError.
+/// `result` is then not to be used. Nesting beyond 1,000 levels raises Json::RuntimeError: a
+/// service that parses requests has to catch it.
 ESG_API bool ParseToJson(std::string& text, Json::Value& result);
 
 }  // namespace ESGMarshal

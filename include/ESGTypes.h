@@ -13,7 +13,7 @@ class FCESGProgramInfo;
 enum eRelative_Position : int {
   eRelative_Position_Previous = -1,  ///< the one before
   eRelative_Position_Current = 0,    ///< the same one, read again
-  eRelative_Position_Next = 1,       ///< the one behind
+  eRelative_Position_Next = 1,       ///< the one after
 };
 
 /// Programmes by the key that the service gives them, in ascending order.

@@ -19,8 +19,8 @@
  * 6. Any thread may call. Different records may be used from different threads at once; one record
  *    must not be disposed of while another thread reads it.
  * 7. FCESGProgramAPIGetPresentProgram blocks like IESGService::GetPresentProgram: up to 25 seconds
- *    when the service is mute, longer on the first call of a process while there is no bus. The
- *    other functions do not block.
+ *    if the service does not respond, longer on the first call of a process while there is no
+ *    bus. The other functions do not block.
  * 8. An answer of the service that has a member of the wrong type raises a C++ exception, which
  *    ends a C program.
  */

@@ -26,9 +26,9 @@ struct ESG_API ESGEventData {
 /// Called with the event's number and data; the result is ignored.
 ///
 /// Runs on the thread of the default GLib main context, one event at a time in the order of
-/// arrival. While it runs nothing else of that loop does, so hand long work, every IESGService
-/// query included, to another thread. It may subscribe, unsubscribe and make a new proxy. It must
-/// not throw: an exception ends the process.
+/// arrival. While it runs nothing else of that loop does, so ask with ESGAsync instead of
+/// IESGService, and hand long work to another thread. It may subscribe, unsubscribe and make a new
+/// proxy. It must not throw: an exception ends the process.
 using ESGEventCallback = std::function<int(int, ESGEventData)>;
 
 /// Subscription to numbered events of the service. Get it from ESGEMSProxy::GetInstance().
@@ -44,6 +44,10 @@ class ESG_API IESGEMS {
 
   /// 0 on success, -1 on failure, an event that was never subscribed included. Unsubscribing the
   /// last event ends the subscription as a whole: get a new instance before subscribing again.
+  ///
+  /// Do not unsubscribe again through an instance that has been forgotten in this way. It has no
+  /// events left, so the call forgets the new instance too and clears its handler: the new
+  /// instance's events stop.
   virtual int UnsubscribeSignal(int event) = 0;
 };
 

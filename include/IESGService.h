@@ -8,24 +8,29 @@
 #include "ESGTypes.h"
 #include "FCESGProgramInfo.h"
 
+/// The bus name of the guide service: what queries call, and what a service starts with.
+inline constexpr char kESGServiceName[] = "com.velmora.ESGCallListener";
+
 /// Queries of the broadcast guide. Get the one instance from ESGAPI::GetESGServiceAPI().
 ///
 /// **Blocking.** Every operation is one call on the system bus and blocks the calling thread until
 /// the service has answered: well under a millisecond for a small answer on an idle device, and up
-/// to 25 seconds (the bus library's default time limit) when the service is mute. A service that is
-/// not there is reported at once. The very first operation of a process also connects to the bus
-/// and waits for it, at most about a minute, in attempts one second apart; if there is still no
-/// bus, the process ends. Do not call from the thread that draws the user interface.
+/// to 25 seconds (the bus library's default time limit) if the service does not respond. A service
+/// that is not running is reported at once. The very first operation of a process also connects to
+/// the bus and waits for it, at most about a minute, in attempts one second apart; if there is
+/// still no bus, the process ends. Do not call from the thread that draws the user interface;
+/// ESGAsync has the same operations without blocking.
 ///
 /// **Threads.** Any thread may call, several at the same time; they do not wait for each other.
 ///
 /// **Results.** true on success, and only then are the output arguments written. false means that
-/// the bus or the service failed, or that the service found nothing; the log says which: a failure
-/// of the bus or an unreadable answer leaves an error line, "nothing found" leaves none.
+/// the bus or the service failed, or that the service found nothing; ESGLastFailure(), called on
+/// the same thread, says which.
 ///
 /// **Exceptions.** An answer whose members have the wrong type raises the exception of the JSON
 /// library (Json::LogicError or Json::RuntimeError, both std::exception), and an output may then be
-/// partly filled. The next call is not affected.
+/// partly filled. So does one that is nested too deep. ESGLastFailure() then gives Unreadable. The
+/// next call is not affected.
 ///
 /// **Units.** Times are what the service sends. The broadcast carries NTP seconds (Unix time plus
 /// 2208988800, in 32 bits); durations are seconds.

@@ -11,6 +11,10 @@
 #include "IESGService.h"
 
 class EIIPCConnection;
+namespace operations {
+template <typename Result>
+struct Operation;
+}
 
 /// The one implementation of IESGService: every operation is one call to the service.
 class ESG_API ESGService_Proxy : public IESGService {
@@ -55,8 +59,8 @@ class ESG_API ESGService_Proxy : public IESGService {
  private:
   friend struct BinaryInterface;
 
-  template <typename Marshal, typename Take>
-  bool m_Perform(const char* operation, Marshal marshal, Take take);
+  template <typename Result>
+  ESG_LOCAL bool m_Perform(const operations::Operation<Result>& operation, Result& result);
 
   EIIPCConnection* m_pConnection;
 

@@ -10,7 +10,8 @@ unsigned int FCESGProgramInfo::GetStartTime() const { return m_startTime; }
 void FCESGProgramInfo::SetDuration(unsigned int duration) { m_duration = duration; }
 unsigned int FCESGProgramInfo::Duration() const { return m_duration; }
 
-void FCESGProgramInfo::SetEventID(std::string eventId) { m_eventId = std::move(eventId); }
+// NOLINTNEXTLINE(performance-unnecessary-value-param): part of the interface
+void FCESGProgramInfo::SetEventID(std::string eventId) { m_eventId = eventId; }
 const std::string& FCESGProgramInfo::GetEventID() const { return m_eventId; }
 
 void FCESGProgramInfo::SetTitle(const std::string& title) { m_title = title; }

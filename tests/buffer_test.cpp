@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "IPCS/ESGMessageBuffer.h"
 
@@ -46,6 +49,46 @@ TEST(BufferNoBus, GrowsInItsOwnWays) {
   EXPECT_EQ(other.GetAsCStr(0), nullptr);
 }
 
+TEST(BufferNoBus, CopiesItsOwnBytesAsTheyWere) {
+  ESGMessageBuffer buffer;
+  char text[] = "abcdef";
+  for (const unsigned int room : {6U, 99U}) {  // moves its storage, or only the later bytes
+    buffer.Clean();
+    buffer.Reserve(room);
+    buffer.PushConcatenated(6, text);
+    buffer.WriteConcatenated(2, buffer.GetAsCStr(3), 1);
+    EXPECT_EQ(BytesOf(buffer), "adebcdef");
+    buffer.PushConcatenated(3, buffer.GetAsCStr(0));
+    EXPECT_EQ(BytesOf(buffer), "adebcdefade");
+  }
+}
+
+TEST(BufferNoBus, TakesAnOffsetBelowZeroWhereTheSumIsInside) {
+  ESGMessageBuffer buffer;
+  buffer.PushInt(0x04030201);
+  buffer.PushInt(0x08070605);
+  buffer.PopInt();
+  int out = 0;
+  buffer.ReadConcatenated(4, &out, -4);
+  EXPECT_EQ(out, 0x08070605);
+  // Nothing is read in front of the buffer.
+  for (const auto& [offset, expected] : {std::pair(-4, 0), {-3, 0x01000000}, {-1, 0x03020100}}) {
+    out = -1;
+    buffer.ReadInt(&out, offset);
+    EXPECT_EQ(out, expected);
+  }
+}
+
+TEST(BufferNoBus, NeverShrinksWhereASizeHas32Bits) {
+  if (sizeof(std::size_t) > sizeof(unsigned int)) {
+    GTEST_SKIP() << "no such number here";
+  }
+  ESGMessageBuffer buffer;
+  buffer.PushInt(1);
+  EXPECT_THROW(buffer.Resize(~0U), std::length_error);
+  EXPECT_EQ(buffer.GetFullBufferSize(), 4U);
+}
+
 TEST(BufferNoBus, SaysOnStandardOutputWhatIsMissing) {
   ESGMessageBuffer buffer;
   testing::internal::CaptureStdout();
@@ -72,7 +115,7 @@ TEST(BufferNoBusDeathTest, EndsTheProcessOnAWrongOffset) {
   };
   const char* offsetText = "(unsigned int)offset <= m_bufferData.size()";
   const char* sizeText = "m_bufferData.size() >= offset + sizeOfData";
-  for (const int offset : {9, -1}) {
+  for (const int offset : {9, -5, INT_MIN, INT_MAX}) {
     EXPECT_DEATH(buffer.WriteInt(3, offset), broken(offsetText, "WriteInt(int, int)"));
     EXPECT_DEATH(buffer.WriteConcatenated(0, out, offset),
                  broken(offsetText, "WriteConcatenated("));
@@ -81,9 +124,12 @@ TEST(BufferNoBusDeathTest, EndsTheProcessOnAWrongOffset) {
     EXPECT_DEATH(buffer.ReadConcatenated(1, out, offset), broken(sizeText, "ReadConcatenated("));
   }
   EXPECT_DEATH(buffer.ReadInt(out, 5), "");
-  EXPECT_DEATH(buffer.ReadConcatenated(~0UL, out, 1), "");
+  EXPECT_DEATH(buffer.ReadConcatenated(~0UL, out, 1), broken(sizeText, "ReadConcatenated("));
+  EXPECT_DEATH(buffer.ReadConcatenated(13, out, -4), broken(sizeText, "ReadConcatenated("));
   buffer.PopInt();
-  EXPECT_DEATH(buffer.ReadConcatenated(5, out, 0), "");  // the bytes would come from beyond the end
+  // The bytes would come from beyond the end.
+  EXPECT_DEATH(buffer.ReadConcatenated(5, out, 0),
+               broken("GetBufferSize() >= sizeOfData", "ReadConcatenated("));
 }
 
 }  // namespace

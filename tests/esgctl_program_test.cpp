@@ -9,6 +9,7 @@
 
 #include "ChildProgram.h"
 #include "Harness.h"
+#include "IESGService.h"
 #include "PrivateBus.h"
 #include "RawPeer.h"
 #include "TemporaryFolder.h"
@@ -21,7 +22,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr char kService[] = "com.velmora.ESGCallListener";
 constexpr auto kErrors = ChildProgram::kErrors;
 using Result = ChildProgram::Result;
 
@@ -49,7 +49,7 @@ RawPeer::Handler Answers(const std::string& text) {
 /// ... or with an error.
 RawPeer::Handler Fails(const std::string& name) {
   return [name](DBusMessage* call) {
-    return ipcs::MessagePtr(dbus_message_new_error(
+    return esg::internal::MessagePtr(dbus_message_new_error(
         call, ("org.freedesktop.DBus.Error." + name).c_str(), "because\x1b[2J"));
   };
 }
@@ -78,7 +78,7 @@ constexpr char kFilm[] =
 
 TEST_F(Esgctl, ExitStatusTellsWhatHappened) {
   const auto wrongBody = [](DBusMessage* call) {
-    ipcs::MessagePtr reply(dbus_message_new_method_return(call));
+    esg::internal::MessagePtr reply(dbus_message_new_method_return(call));
     const char* text = "text";
     dbus_message_append_args(reply.get(), DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
     return reply;
@@ -86,17 +86,17 @@ TEST_F(Esgctl, ExitStatusTellsWhatHappened) {
   const std::tuple<RawPeer::Handler, int, const char*> cases[] = {
       {Answers(kFilm), 0, ""},
       {Answers(R"({"ret":false})"), 10, "Nothing is on now on s1"},
-      {Answers("{}"), 10, "esgctl services"},
+      {Answers("{}"), 9, "cannot be read"},
       {Answers("no JSON"), 9, "cannot be read"},
-      {Answers(""), 9, "Fail to parse json data"},
+      {Answers(""), 9, "cannot be read"},
       {Answers("[1]"), 9, "cannot be read"},
       {Answers(R"({"ret":true,"title":["x"]})"), 9, "cannot be read"},
-      {Fails("Failed"), 1, "The library says: "},
-      {Fails("NoReply"), 8, "The library says: "},
-      {wrongBody, 9, "The library says: "},
+      {Fails("Failed"), 1, "The bus says: "},
+      {Fails("NoReply"), 8, "The bus says: "},
+      {wrongBody, 9, "cannot be read"},
   };
   for (const auto& [handler, status, says] : cases) {
-    RawPeer service(kService, handler);
+    RawPeer service(kESGServiceName, handler);
     const Result result = RunProgram("now s1");
     EXPECT_EQ(result.status, status) << result.errors;
     EXPECT_THAT(result.errors,
@@ -109,7 +109,7 @@ TEST_F(Esgctl, ExitStatusTellsWhatHappened) {
 
 TEST_F(Esgctl, ServiceAndBusThatGoWhileAsked) {
   for (const bool bus : {false, true}) {
-    RawPeer service(kService, [](DBusMessage*) { return nullptr; });
+    RawPeer service(kESGServiceName, [](DBusMessage*) { return nullptr; });
     Program program("now s1");
     ASSERT_TRUE(service.WaitForCalls(1));
     bus ? TestBus().Kill() : service.Stop();
@@ -141,9 +141,9 @@ TEST_F(EsgctlNoBus, WrongUsageAndNoBusAtAll) {
 }
 
 TEST_F(EsgctlNoBus, TheBusStartsTheService) {
-  m_folder.Write("guide.service", std::string("[D-BUS Service]\nUser=root\nName=") + kService +
-                                      "\nExec=" ESG_GUIDE_SERVICE " --guide " SHIPPED_GUIDE
-                                      " --today\n");
+  m_folder.Write("guide.service",
+                 std::string("[D-BUS Service]\nUser=root\nName=") + kESGServiceName +
+                     "\nExec=" ESG_GUIDE_SERVICE " --guide " SHIPPED_GUIDE " --today\n");
   PrivateBus bus(
       "<policy context=\"default\"><allow user=\"*\"/><allow own=\"*\"/><allow eavesdrop=\"true\"/>"
       "<allow send_destination=\"*\" eavesdrop=\"true\"/></policy><servicedir>" +
@@ -155,7 +155,7 @@ TEST_F(EsgctlNoBus, TheBusStartsTheService) {
 }
 
 TEST_F(Esgctl, ShowsAProgramme) {
-  RawPeer service(kService, Answers(kFilm));
+  RawPeer service(kESGServiceName, Answers(kFilm));
   EXPECT_EQ(RunProgram("now s1").output,
             "START             END    LENGTH  TITLE\n"
             "2026-05-01 16:00  17:30  1:30    日本 \ufffd[31mFilm\n");
@@ -166,7 +166,7 @@ TEST_F(Esgctl, ShowsAProgramme) {
 
 TEST_F(Esgctl, SendsWhatWasAsked) {
   Inbox<std::string> asked;
-  RawPeer service(kService, [&asked](DBusMessage* call) {
+  RawPeer service(kESGServiceName, [&asked](DBusMessage* call) {
     const Body body = ReadBody(call);
     if (body.text == "GetProgramList" || body.text == "GetPresentProgram") {
       return MakeReply(call, 1, R"({"ret":false})");
@@ -201,7 +201,7 @@ TEST_F(Esgctl, SendsWhatWasAsked) {
 
 TEST_F(Esgctl, LongRangesComeInPieces) {
   // Each answer has one programme of its own and one that all of them have.
-  RawPeer service(kService, [](DBusMessage* call) {
+  RawPeer service(kESGServiceName, [](DBusMessage* call) {
     Json::Value reply;
     reply["ret"] = true;
     for (const unsigned int start :
@@ -233,7 +233,7 @@ TEST_F(Esgctl, WatchPrintsEvents) {
   EXPECT_EQ(program.Line(kErrors), "esgctl: watching");
   EXPECT_THAT(program.Line(kErrors), HasSubstr("is not there; watching goes on"));
   {
-    RawPeer service(kService);
+    RawPeer service(kESGServiceName);
     service.Send(MakeSignal("Event", 7, ""));  // not asked for
     service.Send(MakeSignal("Event", 5, ""));
     EXPECT_THAT(program.Line(), StartsWith(R"({"event":5,"params":[-1,-1,-1],"time":)"));
@@ -242,7 +242,7 @@ TEST_F(Esgctl, WatchPrintsEvents) {
     EXPECT_THAT(program.Line(kErrors), HasSubstr("is there"));
   }
   EXPECT_THAT(program.Line(kErrors), HasSubstr("is not there"));
-  RawPeer again(kService);
+  RawPeer again(kESGServiceName);
   again.Send(MakeSignal("Event", 5, Integers({1, 2, 3, 4})));
   EXPECT_THAT(program.Line(), StartsWith(R"({"event":5,"params":[1,2,3],)"));
   EXPECT_EQ(RunProgram("emit 5 -1 2147483647 -2147483648").status, 0);

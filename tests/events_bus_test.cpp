@@ -122,26 +122,6 @@ TEST(EventsOnTheBus, MayHaveTheirProxyReplacedFromInsideTheCallbackAndFromOtherT
   EXPECT_EQ(torn, 0);
 }
 
-TEST(EventsOnTheBus, LetAProcessEndWhileTheyArrive) {
-  RawPeer peer;
-  peer.AddMatch("type='signal',interface='com.velmora.ESG.Signal'");
-  std::atomic<bool> done{false};
-  auto sender = Threads(1, [&](int) {
-    for (int i = 0; !done; ++i) {
-      peer.Send(MakeSignal("Event", 5, Integers({1, 2, 3})));
-      if (i >= 100) {  // under way at any time
-        peer.NextSignal();
-      }
-    }
-  });
-  setenv("MALLOC_PERTURB_", "170", 1);  // what is freed is overwritten
-  for (int i = 0; i < (kSanitized ? 20 : 200) && !testing::Test::HasFailure(); ++i) {
-    EXPECT_EQ(ChildProgram({EXIT_WHILE_EVENTS}).Wait(), 0) << i;
-  }
-  done = true;
-  Join(sender);
-}
-
 TEST(BusDeath, LeavesTheProcessAliveAndTheLoopQuiet) {
   ESGMessageBuffer payload = Payload("x");
   IESGEMS& proxy = Proxy(Callback(1));

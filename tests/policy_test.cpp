@@ -10,7 +10,8 @@
 #include <sstream>
 #include <tuple>
 
-#include "IPCS/DBusHandles.h"
+#include "IESGService.h"
+#include "IPCS/internal/Handles.h"
 #include "PrivateBus.h"
 #include "RawPeer.h"
 
@@ -18,9 +19,8 @@
 /// in one thread, so that a child process can take on a user's identity.
 namespace {
 
-using ipcs::MessagePtr;
+using esg::internal::MessagePtr;
 
-constexpr char kService[] = "com.velmora.ESGCallListener";
 constexpr char kRefused[] = DBUS_ERROR_ACCESS_DENIED;
 
 struct User {
@@ -49,12 +49,12 @@ std::string Policies() {
 /// A connection whose round trips tell when the bus has dealt with everything sent before.
 class Client {
  public:
-  Client() : m_connection(ipcs::OpenSystemBus(m_error)) {
+  Client() : m_connection(OpenBus(m_error).release()) {
     if (m_connection == nullptr) {
-      throw std::runtime_error(m_error.Text());
+      throw std::runtime_error(m_error.message);
     }
   }
-  ~Client() { ipcs::CloseAndRelease(m_connection); }
+  ~Client() { esg::internal::ConnectionPtr(m_connection).reset(); }
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
@@ -62,7 +62,7 @@ class Client {
 
   /// What has come in until now: of signals and calls the members, of errors the names.
   std::vector<std::string> Received() {
-    dbus_bus_name_has_owner(m_connection, kService, nullptr);
+    dbus_bus_name_has_owner(m_connection, kESGServiceName, nullptr);
     std::vector<std::string> received;
     while (const MessagePtr message{dbus_connection_pop_message(m_connection)}) {
       const char* error = dbus_message_get_error_name(message.get());
@@ -82,15 +82,15 @@ class Client {
   }
 
   std::string Own(const char* name) {
-    ipcs::Error error;
-    dbus_bus_request_name(m_connection, name, 0, error.Out());
-    return error.IsSet() ? error.Out()->name : "";
+    esg::internal::Error error;
+    dbus_bus_request_name(m_connection, name, 0, &error);
+    return error.IsSet() ? error.name : "";
   }
 
   void Subscribe() { dbus_bus_add_match(m_connection, "type='signal'", nullptr); }
 
  private:
-  ipcs::Error m_error;
+  esg::internal::Error m_error;
   DBusConnection* m_connection;
 };
 
@@ -128,7 +128,7 @@ class PolicyNoBus : public testing::Test {
 };
 
 TEST_F(PolicyNoBus, TellsWhoMayOwnTheNameAndWhoMayPostToItself) {
-  const auto own = [](Client& client) { return client.Own(kService); };
+  const auto own = [](Client& client) { return client.Own(kESGServiceName); };
   const auto post = [](Client& client) {
     Client receiver;  // a process has one connection to send and another to receive
     const std::string error = client.Send(MakeSignal("Event", 5, "", receiver.Name()));
@@ -143,15 +143,17 @@ TEST_F(PolicyNoBus, TellsWhoMayOwnTheNameAndWhoMayPostToItself) {
 
 TEST_F(PolicyNoBus, LetsEverybodyCallAndNothingElse) {
   Client service;
-  ASSERT_EQ(service.Own(kService), "");
-  const auto call = [](Client& client) { return client.Send(MakeCall(kService, "Save", "{}")); };
+  ASSERT_EQ(service.Own(kESGServiceName), "");
+  const auto call = [](Client& client) {
+    return client.Send(MakeCall(kESGServiceName, "Save", "{}"));
+  };
   for (const User& user : {kRoot, kGuide, kNobody}) {
     EXPECT_EQ(As(user, call), "") << user.what;
     EXPECT_THAT(service.Received(), testing::ElementsAre("MethodCall")) << user.what;
   }
   const auto other = [](Client& client) {
-    return client.Send(MessagePtr(
-        dbus_message_new_method_call(kService, "/com/velmora/Object", kService, "Other")));
+    return client.Send(MessagePtr(dbus_message_new_method_call(
+        kESGServiceName, "/com/velmora/Object", kESGServiceName, "Other")));
   };
   EXPECT_EQ(As(kNobody, other), kRefused);
   EXPECT_THAT(service.Received(), testing::IsEmpty());

@@ -13,15 +13,16 @@
 
 #include "../src/ESGService_Proxy.h"
 #include "ESGAPI.h"
+#include "ESGAsync.h"
+#include "Harness.h"
+#include "IESGService.h"
 #include "IPCS/EIIPCConnection.h"
 #include "LogCapture.h"
 #include "RawPeer.h"
 
 namespace {
 
-using ipcs::MessagePtr;
-
-constexpr char kService[] = "com.velmora.ESGCallListener";
+using esg::internal::MessagePtr;
 
 /// The arguments that an operation fills or takes by reference.
 struct Variables {
@@ -43,6 +44,26 @@ struct Variables {
   }
 };
 
+using Done = std::function<void(const ESGFailure&)>;
+
+/// The callback of a query that does not block, with the result where the blocking one puts it.
+template <typename Result>
+auto Into(Result& output, const Done& done) {
+  return [&output, done](const ESGFailure& failure, Result result) {
+    if (!failure) {
+      if constexpr (std::is_same_v<Result, ESGProgramMap>) {
+        result.merge(output);  // the blocking one does not clear it
+      }
+      output = std::move(result);
+    } else if constexpr (std::is_same_v<Result, FCESGProgramInfo>) {
+      EXPECT_EQ(result.Title(), "");
+    } else {
+      EXPECT_EQ(result.size(), 0U);
+    }
+    done(failure);
+  };
+}
+
 constexpr char kProgram[] = R"("title":"new")";
 constexpr char kFragment[] = R"("xmlFragment":"<a/>")";
 constexpr char kSaved[] = R"("path":"/q")";
@@ -51,15 +72,20 @@ constexpr char kSaved[] = R"("path":"/q")";
 const struct Operation {
   const char* name;
   bool (*run)(IESGService& service, Variables& variables);
+  ESGAsync::Identifier (*ask)(Variables& variables, const Done& done);
   const char* log;  // null: none
   const char* arguments;
   const char* result;
   const char* shown;  // the variables afterwards
 } kOperations[] = {
     {"GetPresentProgram", [](auto& s, auto& v) { return s.GetPresentProgram(v.id, v.program); },
+     [](auto& v, auto& d) { return ESGAsync::GetPresentProgram(v.id, Into(v.program, d)); },
      "Invoked: globalServiceId=urn:a \n", R"({"global_service_id":"urn:a"})", kProgram, "old new"},
     {"GetProgramList",
      [](auto& s, auto& v) { return s.GetProgramList(v.id, 4294967295, 60, v.programs); },
+     [](auto& v, auto& d) {
+       return ESGAsync::GetProgramList(v.id, 4294967295, 60, Into(v.programs, d));
+     },
      "Invoked: globalServiceId=urn:a  startTime=4294967295  duration=60\n",
      R"({"start_time":4294967295,"duration":60,"global_service_id":"urn:a"})",
      R"("ESGProgramMap":[{"key":9,"title":"i"},{"key":4,"title":"d"}])", "old given 4d 9i"},
@@ -67,34 +93,50 @@ const struct Operation {
      [](auto& s, auto& v) {
        return s.GetProgram(v.program, eRelative_Position_Previous, v.program);
      },
+     [](auto& v, auto& d) {
+       return ESGAsync::GetProgram(v.program, eRelative_Position_Previous, Into(v.program, d));
+     },
      nullptr,
      R"({"Start":7,"duration":0,"eventID":"","genre":"","globalServiceId":"","privateExt":null,
          "synopsis":"","title":"given","eRelative_Position":-1})",
      kProgram, "old new"},
     {"GetProgramItem",
      [](auto& s, auto& v) { return s.GetProgramItem(v.id, "c1", 4294967295, v.program); },
+     [](auto& v, auto& d) {
+       return ESGAsync::GetProgramItem(v.id, "c1", 4294967295, Into(v.program, d));
+     },
      "Invoked: global_service_id=urn:a  contentId = c1  startTime=-1\n",
      R"({"global_service_id":"urn:a","ContentId":"c1","start_time":4294967295})", kProgram,
      "old new"},
     {"GetScheduleFragment",
-     [](auto& s, auto& v) { return s.GetScheduleFragment(v.xml, v.id, 5, 60, true); }, "urn:a\n",
-     R"({"BB":true,"global_service_id":"urn:a","start_time":5,"duration":60})", kFragment,
-     "<a/> given"},
+     [](auto& s, auto& v) { return s.GetScheduleFragment(v.xml, v.id, 5, 60, true); },
+     [](auto& v, auto& d) {
+       return ESGAsync::GetScheduleFragment(v.id, 5, 60, true, Into(v.xml, d));
+     },
+     "urn:a\n", R"({"BB":true,"global_service_id":"urn:a","start_time":5,"duration":60})",
+     kFragment, "<a/> given"},
     {"GetServiceFragment",
-     [](auto& s, auto& v) { return s.GetServiceFragment(v.xml, v.id, false); }, "urn:a\n",
-     R"({"BB":false,"global_service_id":"urn:a"})", R"("xmlFragment":"")", " given"},
+     [](auto& s, auto& v) { return s.GetServiceFragment(v.xml, v.id, false); },
+     [](auto& v, auto& d) { return ESGAsync::GetServiceFragment(v.id, false, Into(v.xml, d)); },
+     "urn:a\n", R"({"BB":false,"global_service_id":"urn:a"})", R"("xmlFragment":"")", " given"},
     {"GetContentFragment",
-     [](auto& s, auto& v) { return s.GetContentFragment(v.xml, v.id, 5, 60, true); }, "urn:a\n",
-     R"({"BB":true,"global_service_id":"urn:a","start_time":5,"duration":60})", kFragment,
-     "<a/> given"},
+     [](auto& s, auto& v) { return s.GetContentFragment(v.xml, v.id, 5, 60, true); },
+     [](auto& v, auto& d) {
+       return ESGAsync::GetContentFragment(v.id, 5, 60, true, Into(v.xml, d));
+     },
+     "urn:a\n", R"({"BB":true,"global_service_id":"urn:a","start_time":5,"duration":60})",
+     kFragment, "<a/> given"},
     {"SaveContentFragment",
-     [](auto& s, auto& v) { return s.SaveContentFragment("/p", v.id, true); }, "urn:a\n",
+     [](auto& s, auto& v) { return s.SaveContentFragment("/p", v.id, true); },
+     [](auto& v, auto& d) { return ESGAsync::SaveContentFragment("/p", v.id, true, d); }, "urn:a\n",
      R"({"BB":true,"global_service_id":"urn:a","path":"/p"})", kSaved, "old given"},
     {"SaveScheduleFragment",
-     [](auto& s, auto& v) { return s.SaveScheduleFragment("/p", v.id, false); }, "urn:a\n",
-     R"({"BB":false,"global_service_id":"urn:a","path":"/p"})", kSaved, "old given"},
+     [](auto& s, auto& v) { return s.SaveScheduleFragment("/p", v.id, false); },
+     [](auto& v, auto& d) { return ESGAsync::SaveScheduleFragment("/p", v.id, false, d); },
+     "urn:a\n", R"({"BB":false,"global_service_id":"urn:a","path":"/p"})", kSaved, "old given"},
     {"SaveServiceFragment",
-     [](auto& s, auto& v) { return s.SaveServiceFragment("/p", v.id, true); }, "urn:a\n",
+     [](auto& s, auto& v) { return s.SaveServiceFragment("/p", v.id, true); },
+     [](auto& v, auto& d) { return ESGAsync::SaveServiceFragment("/p", v.id, true, d); }, "urn:a\n",
      R"({"BB":true,"global_service_id":"urn:a","path":"/p"})", kSaved, "old given"},
 };
 
@@ -120,19 +162,54 @@ class Queries : public testing::Test {
  protected:
   Queries() { EIIPCConnection::GetInstance(); }
 
-  bool Run(const Operation& operation, Variables& variables, Answer answer) {
+  /// Runs an operation both ways, which must not differ, and gives its failure.
+  ESGFailure Run(const Operation& operation, Variables& variables, Answer answer) {
     {
       const std::lock_guard<std::mutex> lock(m_mutex);
       m_answer = std::move(answer);
     }
+    SCOPED_TRACE(operation.name);
+    Variables later = variables;
+    ESGFailure failure = RunLater(operation, later);
+    const Body call = m_call;
+    const std::vector<std::string> lines[] = {Logged(4), Logged(6)};
+
     log_capture::Clear();
-    return operation.run(*ESGAPI::GetESGServiceAPI(), variables);
+    const bool isSuccess = operation.run(*ESGAPI::GetESGServiceAPI(), variables);
+    EXPECT_EQ(isSuccess, !failure);
+    EXPECT_EQ(ESGLastFailure().reason, failure.reason);
+    EXPECT_EQ(ESGLastFailure().errorName, failure.errorName);
+    EXPECT_EQ(ESGLastFailure().errorText, failure.errorText);
+    EXPECT_TRUE(variables.Show() == later.Show());  // may be large
+    EXPECT_EQ(m_call.bytes, call.bytes);
+    EXPECT_EQ(Logged(4), lines[0]);
+    EXPECT_EQ(Logged(6), lines[1]);
+    return failure;
+  }
+
+  static ESGFailure RunLater(const Operation& operation, Variables& variables) {
+    log_capture::Clear();
+    const ESGFailureReason before = ESGLastFailure().reason;
+    bool isDone = false;
+    ESGFailure result;
+    EXPECT_NE(operation.ask(variables,
+                            [&](const ESGFailure& failure) {
+                              isDone = true;
+                              result = failure;
+                            }),
+              0U);
+    EXPECT_FALSE(isDone);
+    while (!isDone) {
+      g_main_context_iteration(nullptr, TRUE);
+    }
+    EXPECT_EQ(ESGLastFailure().reason, before);
+    return result;
   }
 
   std::mutex m_mutex;
   Answer m_answer;
   Body m_call;
-  RawPeer m_service{kService, [this](DBusMessage* call) {
+  RawPeer m_service{kESGServiceName, [this](DBusMessage* call) {
                       const std::lock_guard<std::mutex> lock(m_mutex);
                       m_call = ReadBody(call);
                       return m_answer(call);
@@ -144,7 +221,7 @@ TEST_F(Queries, SendTheirArgumentsAndTakeTheirResults) {
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.name);
     Variables variables;
-    EXPECT_TRUE(
+    EXPECT_FALSE(
         Run(operation, variables, Reply(std::string("{\"ret\":true,") + operation.result + "}")));
     EXPECT_EQ(variables.Show(), operation.shown);
 
@@ -170,24 +247,30 @@ TEST_F(Queries, FailWithTheirReasonInTheLogAndTouchNothing) {
   const auto error = [](DBusMessage* call) {
     return MessagePtr(dbus_message_new_error(call, "com.velmora.Odd", "no %s disk"));
   };
-  const std::pair<Answer, std::vector<std::string>> failures[] = {
+  using Reason = ESGFailureReason;
+  const std::tuple<Answer, Reason, std::vector<std::string>> failures[] = {
       {error,
+       Reason::ServiceError,
        {"Call > [com.velmora.ESGCallListener:METHOD] Error answer received "
         "[Error name: com.velmora.Odd]: no %s disk\n",
         noBus}},
-      {Reply(R"({"ret":true})", -1), {noBus}},
-      {Reply("{"), {noJson}},
-      {Reply(""), {noJson}},
-      {Reply(R"({"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"), {}},
-      {Reply(R"({"ret":false,"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"), {}},
-      {Reply(R"({"ret":null})"), {}},
-      {Reply(R"({"ret":0})"), {}},
-      {Reply("null"), {}},
+      {Reply(R"({"ret":true})", -1), Reason::ServiceError, {noBus}},
+      {Reply("{"), Reason::Unreadable, {noJson}},
+      {Reply(""), Reason::Unreadable, {noJson}},
+      {Reply(R"({"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"),
+       Reason::Unreadable,
+       {}},
+      {Reply(R"({"ret":false,"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"),
+       Reason::NotFound,
+       {}},
+      {Reply(R"({"ret":null})"), Reason::Unreadable, {}},
+      {Reply(R"({"ret":0})"), Reason::NotFound, {}},
+      {Reply("null"), Reason::Unreadable, {}},
   };
   for (const Operation& operation : kOperations) {
-    for (auto [answer, lines] : failures) {
+    for (auto [answer, reason, lines] : failures) {
       Variables variables;
-      EXPECT_FALSE(Run(operation, variables, answer));
+      EXPECT_EQ(Run(operation, variables, answer).reason, reason);
       EXPECT_EQ(variables.Show(), Variables().Show());
       for (std::string& line : lines) {
         line = std::regex_replace(line, std::regex("METHOD"), operation.name);
@@ -195,18 +278,81 @@ TEST_F(Queries, FailWithTheirReasonInTheLogAndTouchNothing) {
       EXPECT_EQ(Logged(6), lines) << operation.name;
     }
   }
-  m_service.Stop();
   Variables variables;
-  EXPECT_FALSE(Run(kOperations[0], variables, Reply("")));
+  EXPECT_EQ(Run(kOperations[0], variables, error).errorName, "com.velmora.Odd");
+  EXPECT_EQ(ESGLastFailure().errorText, "no %s disk");
+  m_service.Stop();
+  EXPECT_EQ(Run(kOperations[0], variables, Reply("")).reason, Reason::NoService);
   EXPECT_EQ(log_capture::Count("[Error name: org.freedesktop.DBus.Error.ServiceUnknown]: "), 1);
   EXPECT_EQ(Logged(6).back(), noBus);
+}
+
+TEST_F(Queries, TellErrorsApart) {
+  using Reason = ESGFailureReason;
+  const std::pair<const char*, Reason> errors[] = {
+      {DBUS_ERROR_ACCESS_DENIED, Reason::AccessDenied},
+      {DBUS_ERROR_NO_REPLY, Reason::NoAnswer},
+      {DBUS_ERROR_TIMED_OUT, Reason::NoAnswer},
+      {DBUS_ERROR_LIMITS_EXCEEDED, Reason::TooLarge},
+      {DBUS_ERROR_NAME_HAS_NO_OWNER, Reason::NoService},
+      {DBUS_ERROR_SPAWN_EXEC_FAILED, Reason::NoService},
+      {DBUS_ERROR_UNKNOWN_METHOD, Reason::ServiceError},
+      {"com.velmora.AccessDenied", Reason::ServiceError},
+  };
+  for (const auto& [name, reason] : errors) {
+    const std::string text = std::string(510, 'x') + "\u00e9 and more";  // more than is kept
+    Variables variables;
+    const ESGFailure failure =
+        Run(kOperations[0], variables, [name = name, &text](DBusMessage* call) {
+          return MessagePtr(dbus_message_new_error(call, name, text.c_str()));
+        });
+    EXPECT_EQ(failure.reason, reason);
+    EXPECT_EQ(failure.errorName, name);
+    EXPECT_EQ(failure.errorText, std::string(510, 'x'));
+    EXPECT_STRNE(ESGFailureText(reason), ESGFailureText(Reason::None));
+  }
+  Variables variables;
+  variables.id.assign(33U << 20, 'x');
+  Variables later = variables;
+  EXPECT_EQ(RunLater(kOperations[0], later).reason, Reason::TooLarge);
+  EXPECT_FALSE(kOperations[0].run(*ESGAPI::GetESGServiceAPI(), variables));
+  EXPECT_EQ(ESGLastFailure().reason, Reason::TooLarge);
+}
+
+/// A connection of somebody else's, which fails.
+struct OwnConnection : EIIPCConnection {
+  bool Connect() override { return true; }
+  bool AddMatchRule(int) override { return true; }
+  bool RemoveMatchRule(int) override { return true; }
+  int Call(const std::string&, const char*, ESGMessageBuffer&, ESGMessageBuffer&) override {
+    return -1;
+  }
+  void SetEventCallbackFunction(EIIPCCallback) override {}
+  void UnSetEventCallbackFunction() override {}
+  void SetDataCallbackFunction(EIIPCCallback) override {}
+  const std::string& GetConnectionId() override { return id; }
+  void SetGMainLoop(GMainContext*) override {}
+  bool m_Connect() override { return true; }
+  const std::string id;
+};
+
+TEST_F(Queries, ReportNoAnswerForAConnectionThatIsNotTheLibrarys) {
+  Variables variables;
+  Run(kOperations[0], variables, [](DBusMessage* call) {
+    return MessagePtr(dbus_message_new_error(call, "com.velmora.Odd", "before"));
+  });
+  OwnConnection own;
+  ESGService_Proxy proxy(&own);
+  EXPECT_FALSE(proxy.GetPresentProgram("id", variables.program));
+  EXPECT_EQ(ESGLastFailure().reason, ESGFailureReason::NoAnswer);
+  EXPECT_EQ(ESGLastFailure().errorName, "");
 }
 
 TEST_F(Queries, SucceedWithAnyResultButMinusOneAndAnyTrueVerdict) {
   for (const int result : {0, 5, -2, INT_MIN}) {
     for (const char* verdict : {"true", "1", "0.5", "-1", "true/*!*/"}) {
       Variables variables;
-      EXPECT_TRUE(
+      EXPECT_FALSE(
           Run(kOperations[0], variables, Reply(std::string("{\"ret\":") + verdict + "}", result)));
       EXPECT_EQ(variables.Show(), "old ");
     }
@@ -218,15 +364,15 @@ TEST_F(Queries, TakeHostileTextForWhatItSays) {
   Variables variables;
   const std::string title("a\0\xff\x1b\u00e9", 6);
   const std::string twice = R"({"title":[],"ret":false,"title":")" + title + R"(","ret":true})";
-  EXPECT_TRUE(Run(kOperations[0], variables, Reply(twice + "} [\xff" + std::string(9, '\0'))));
+  EXPECT_FALSE(Run(kOperations[0], variables, Reply(twice + "} [\xff" + std::string(9, '\0'))));
   EXPECT_EQ(variables.program.Title(), title);
 
   std::string list;
   for (int key = 0; key < 10000; ++key) {
     list += ",{\"key\":" + std::to_string(key) + R"(,"title":")" + std::string(3000, 't') + "\"}";
   }
-  EXPECT_TRUE(Run(kOperations[1], variables,
-                  Reply(R"({"ret":true,"ESGProgramMap":[)" + list.substr(1) + "]}")));
+  EXPECT_FALSE(Run(kOperations[1], variables,
+                   Reply(R"({"ret":true,"ESGProgramMap":[)" + list.substr(1) + "]}")));
   EXPECT_EQ(variables.programs.size(), 10000U);
   EXPECT_EQ(variables.programs[9999].Title().size(), 3000U);
 }
@@ -246,14 +392,22 @@ TEST_F(Queries, RaiseTheJsonExceptionOfWhatCannotBeRead) {
   };
   for (const auto& [operation, reply, says, shown] : cases) {
     Variables variables;
+    Variables later;
+    {
+      const std::lock_guard<std::mutex> lock(m_mutex);
+      m_answer = Reply(reply);
+    }
+    EXPECT_EQ(RunLater(operation, later).reason, ESGFailureReason::Unreadable);
+    EXPECT_EQ(later.Show(), Variables().Show());
     try {
-      Run(operation, variables, Reply(reply));
+      operation.run(*ESGAPI::GetESGServiceAPI(), variables);
       ADD_FAILURE() << reply;
     } catch (const Json::Exception& exception) {
       EXPECT_NE(std::string(exception.what()).find(says), std::string::npos) << exception.what();
     }
+    EXPECT_EQ(ESGLastFailure().reason, ESGFailureReason::Unreadable);
     EXPECT_EQ(variables.Show(), shown) << reply;
-    EXPECT_TRUE(Run(operation, variables, Reply(R"({"ret":true})")));
+    EXPECT_FALSE(Run(operation, variables, Reply(R"({"ret":true})")));
   }
 }
 

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <memory>
+#include <thread>
 #include <tuple>
 
 #include "Harness.h"
@@ -10,7 +12,7 @@
 
 namespace {
 
-using ipcs::MessagePtr;
+using esg::internal::MessagePtr;
 using Received = std::tuple<char, int, std::string>;  // which callback, number, payload
 
 constexpr int kMinimum = std::numeric_limits<int>::min();
@@ -42,7 +44,7 @@ MessagePtr EmptySignal(const std::string& to, const char* member,
   return signal;
 }
 
-TEST(Signals, OfAnotherShapeAreLoggedAndDropped) {
+TEST(Signals, OfAnotherShapeAreLoggedAndDroppedAndLongerOnesRead) {
   const std::string id = Connection().GetConnectionId();
   const MainLoopThread loop;
   RawPeer peer;
@@ -54,6 +56,10 @@ TEST(Signals, OfAnotherShapeAreLoggedAndDropped) {
       EXPECT_EQ(Signals().Next(), Received('E', 1, signature));
       EXPECT_EQ(log_capture::Count("> Message has wrong arguments: " + signature + "\n"), 1);
     }
+  }
+  for (const std::string& signature : LongerBodies("s")) {
+    peer.Send(WithBody(EmptySignal(id, "Event"), signature));
+    EXPECT_EQ(Signals().Next(), Received('E', 5, "\x05"));
   }
 }
 
@@ -83,6 +89,31 @@ TEST(Signals, GoToTheCallbackOfTheirKindOrToNobody) {
   EXPECT_EQ(handle(EmptySignal(id, "event")), DBUS_HANDLER_RESULT_NOT_YET_HANDLED);
   EXPECT_EQ(handle(MakeCall("com.velmora.ESG.Signal", "Event", "")),
             DBUS_HANDLER_RESULT_NOT_YET_HANDLED);
+}
+
+TEST(Signals, GoOnWhileTheConnectionMovesBetweenRunningContexts) {
+  ECIPCConnection& connection = Connection();
+  GMainContext* context = g_main_context_new();
+  GMainLoop* loop = g_main_loop_new(context, FALSE);
+  std::thread other([loop] { g_main_loop_run(loop); });
+  {
+    const MainLoopThread defaultLoop;
+    RawPeer peer;
+    for (int i = 0; i < 300; ++i) {
+      connection.SetGMainLoop(i % 2 == 0 ? context : nullptr);
+      peer.Send(MakeSignal("Event", i, "", connection.GetConnectionId()));
+      if (i >= 10) {  // under way at any time
+        EXPECT_EQ(Signals().Next(), Received('E', i - 10, ""));
+      }
+    }
+    for (int i = 290; i < 300; ++i) {
+      EXPECT_EQ(Signals().Next(), Received('E', i, ""));
+    }
+  }
+  g_main_loop_quit(loop);
+  other.join();
+  g_main_loop_unref(loop);
+  g_main_context_unref(context);
 }
 
 TEST(Signals, WithoutArgumentsEndTheProcess) {
@@ -125,8 +156,10 @@ TEST(Emitters, WriteNumberLengthAndBytes) {
 
 TEST(Emitters, RefuseWhatTheBusDoesNotTakeAndGoOn) {
   RawPeer peer;
-  ESGMessageBuffer tooLarge = Payload(std::string(33UL << 20, 'x'));
-  ESGMessageBuffer large = Payload(std::string(8UL << 20, 'y'));
+  const std::size_t limit = LargestPayload(MakeSignal("Event", 1, "", peer.UniqueName()).get());
+  ESGMessageBuffer tooLarge = Payload(std::string(limit + 1, 'x'));
+  ESGMessageBuffer largest = Payload(std::string(limit, 'x'));
+  ESGMessageBuffer large = Payload(std::string(1UL << 20, 'y'));
   EXPECT_FALSE(TheEmitter().m_Send(peer.UniqueName(), Event, 1, tooLarge));
   for (const std::string& name : {std::string("noDots"), std::string("a.b\0", 4)}) {
     EXPECT_FALSE(TheEmitter().m_Send(name, Event, 1, large));
@@ -134,9 +167,17 @@ TEST(Emitters, RefuseWhatTheBusDoesNotTakeAndGoOn) {
   EXPECT_EQ(log_capture::Count("> Out Of Memory!\n\n"), 3);
   // Nothing has to follow for it to arrive whole.
   EXPECT_TRUE(TheEmitter().m_Send(peer.UniqueName(), Event, 2, large));
-  const MessagePtr seen = peer.NextSignal();
+  MessagePtr seen = peer.NextSignal();
   ASSERT_NE(seen, nullptr);
   EXPECT_EQ(ReadBody(seen.get()).bytes, Bytes(large));
+  EXPECT_TRUE(TheEmitter().m_Send(peer.UniqueName(), Event, 1, largest));
+  ESGMessageBuffer small;
+  for (int i = 0; i < 50; ++i) {  // each sends more of what is left
+    EXPECT_TRUE(TheEmitter().m_Send(peer.UniqueName(), Event, 2, small));
+  }
+  seen = peer.NextSignal();
+  ASSERT_NE(seen, nullptr);
+  EXPECT_EQ(ReadBody(seen.get()).bytes.size(), limit);
 }
 
 TEST(Emitters, LetAProcessSendToItself) {
@@ -145,6 +186,17 @@ TEST(Emitters, LetAProcessSendToItself) {
   EXPECT_TRUE(ECIPCClient::GetInstance()->Send(5, payload));
   const MainLoopThread loop;
   EXPECT_EQ(Signals().Next(), Received('E', 5, "to myself"));
+}
+
+TEST(Signals, LeaveNothingBehindInAContextThatDoesNotRun) {
+  { const ECIPCConnection first; }
+  const int before = OpenDescriptors();
+  GMainContext* context = g_main_context_new();
+  auto connection = std::make_unique<ECIPCConnection>();
+  connection->SetGMainLoop(context);
+  connection.reset();
+  g_main_context_unref(context);
+  EXPECT_EQ(OpenDescriptors(), before);
 }
 
 }  // namespace

@@ -9,38 +9,17 @@
 #include "Harness.h"
 #include "LogCapture.h"
 #include "PrivateBus.h"
+#include "Service.h"
 
 namespace {
 
-using ipcs::MessagePtr;
+using esg::internal::MessagePtr;
 
 const Answer kFailure{-1, ""};
 
 std::future<Answer> CallInThread(const char* method, const std::string& payload = "") {
   return std::async(std::launch::async, [=] { return Call(method, payload); });
 }
-
-/// A service that answers "echo" at once, and anything else when it is told to.
-class Service {
- public:
-  RawPeer& Peer() { return m_peer; }
-  /// Answers the longest waiting call.
-  void Release() { m_peer.Send(m_held.Next()); }
-
- private:
-  MessagePtr Serve(DBusMessage* call) {
-    const Body body = ReadBody(call);
-    MessagePtr answer = MakeReply(call, 1, body.bytes);
-    if (body.text == "echo") {
-      return answer;
-    }
-    m_held.Put(std::move(answer));
-    return nullptr;
-  }
-
-  Inbox<MessagePtr> m_held;
-  RawPeer m_peer{kService, [this](DBusMessage* call) { return Serve(call); }};
-};
 
 TEST(Threads, AQuickCallDoesNotWaitForASlowOne) {
   Service service;
@@ -68,13 +47,13 @@ TEST(Threads, AQuickCallDoesNotWaitForASlowOne) {
 
 /// How libdbus's own blocking call names the failure of a call that nobody answers, and says it.
 std::string OwnWordsForNoReply() {
-  ipcs::Error error;
-  DBusConnection* connection = ipcs::OpenSystemBus(error);
+  esg::internal::Error error;
+  DBusConnection* connection = OpenBus(error).release();
   const MessagePtr call = MakeCall(kService, "mute", "");
   const MessagePtr reply(
-      dbus_connection_send_with_reply_and_block(connection, call.get(), 1, error.Out()));
-  ipcs::CloseAndRelease(connection);
-  return std::string("[Error name: ") + error.Out()->name + "]: " + error.Text() + "\n";
+      dbus_connection_send_with_reply_and_block(connection, call.get(), 1, &error));
+  esg::internal::ConnectionPtr(connection).reset();
+  return std::string("[Error name: ") + error.name + "]: " + error.message + "\n";
 }
 
 TEST(ThreadsSlow, CallersOfAMuteServiceComeBackTogetherAndLateRepliesReachNobody) {
@@ -153,8 +132,8 @@ TEST(Threads, FiftyRestartsUnderLoadMixNothingUp) {
 [[noreturn]] void Flood(int input) {
   char name[64] = {};
   const bool ready = read(input, name, sizeof(name) - 1) > 0 && (getuid() != 0 || setuid(1) == 0);
-  ipcs::Error error;
-  DBusConnection* connection = ready ? ipcs::OpenSystemBus(error) : nullptr;
+  esg::internal::Error error;
+  DBusConnection* connection = ready ? OpenBus(error).release() : nullptr;
   for (int i = 0; connection != nullptr && i < 100; ++i) {
     const MessagePtr signal = MakeSignal("Event", i, std::string(1UL << 20, 'f'), name);
     dbus_connection_send(connection, signal.get(), nullptr);

@@ -1,7 +1,14 @@
 #include "IPCS/ECIPCClient.h"
 
+#include "Log.h"
+
 ECIPCClient* ECIPCClient::GetInstance() {
-  static ECIPCClient instance;
+  // The object's memory stays: static objects and other threads may use it after the end.
+  static ECIPCClient& instance = *new ECIPCClient;
+  struct End {
+    ~End() { instance.m_End(); }
+  };
+  static const End end;
   return &instance;
 }
 
@@ -10,5 +17,11 @@ bool ECIPCClient::Send(int number, ESGMessageBuffer& payload) {
   if (connection == nullptr) {
     return false;
   }
-  return m_Send(connection->GetConnectionId(), Event, number, payload);
+  const std::string self = connection->GetConnectionId();
+  if (self.empty()) {
+    // Without a destination it would be a broadcast.
+    ESG_LOGE("The client connection is closed\n");
+    return false;
+  }
+  return m_Send(self, Event, number, payload);
 }

@@ -1,61 +1,163 @@
 #include "IPCS/ECIPCConnection.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
+#include <thread>
 
 #include "Assertion.h"
-#include "IPCS/BusRequest.h"
 #include "IPCS/ESGMessageBuffer.h"
-#include "IPCS/MainLoop.h"
-#include "IPCS/SharedReader.h"
-#include "IPCS/Wire.h"
+#include "IPCS/internal/Calls.h"
+#include "IPCS/internal/Channel.h"
+#include "IPCS/internal/Wire.h"
 #include "Log.h"
+
+namespace internal = esg::internal;
+using internal::Channel;
+using internal::ChannelPtr;
+using internal::MessagePtr;
 
 namespace {
 
 constexpr char kSource[] = "include_internal/IPCS/ECIPCConnection";
 constexpr std::size_t kMatchRuleSize = 256;
 
-/// The last call's header: libdbus copies one sooner than it checks and builds one.
-struct Pattern {
-  std::mutex mutex;
-  std::string destination;
-  ipcs::MessagePtr message;
-};
-
 /// A call to a service, whose bus name is the interface as well; null when it is not fit to be
 /// both. Whatever is an interface name is fit for a bus name too.
-ipcs::MessagePtr NewCall(const std::string& destination) {
-  static Pattern& pattern = *new Pattern;  // never destroyed: static objects may call at their end
-  const std::lock_guard<std::mutex> lock(pattern.mutex);
-  if (pattern.message == nullptr || destination != pattern.destination) {
-    const char* name = destination.c_str();
-    if (destination.find('\0') != std::string::npos ||
-        dbus_validate_interface(name, nullptr) == FALSE) {
-      return nullptr;
-    }
-    pattern.destination = destination;
-    pattern.message.reset(
-        dbus_message_new_method_call(name, wire::kCallPath, name, wire::kCallMember));
+MessagePtr NewCall(const std::string& destination) {
+  const char* name = destination.c_str();
+  if (destination.find('\0') != std::string::npos ||
+      dbus_validate_interface(name, nullptr) == FALSE) {
+    return nullptr;
   }
-  return ipcs::MessagePtr(pattern.message != nullptr ? dbus_message_copy(pattern.message.get())
-                                                     : nullptr);
+  return MessagePtr(
+      dbus_message_new_method_call(name, internal::kCallPath, name, internal::kCallMember));
+}
+
+using internal::CallFailure;
+using Kind = CallFailure::Kind;
+
+template <std::size_t kSize>
+void CopyText(char (&to)[kSize], const char* from) {
+  const std::size_t length = std::strlen(from);
+  std::size_t kept = std::min(length, kSize - 1);
+  while (kept < length && kept > 0 && (from[kept] & 0xC0) == 0x80) {  // within a character
+    --kept;
+  }
+  std::memcpy(to, from, kept);
+  to[kept] = '\0';
+}
+
+/// What Call() returns on failure.
+int Fail(CallFailure& failure, Kind kind, const char* name = "", const char* text = "") {
+  failure.kind = kind;
+  CopyText(failure.name, name);
+  CopyText(failure.text, text);
+  return -1;
+}
+
+// The two halves of a call, blocking or not, named as the operation that their log lines belong to.
+
+MessagePtr Call(const std::string& destination, const char* method, const ESGMessageBuffer& in,
+                CallFailure& failure) {
+  MessagePtr message = NewCall(destination);
+  if (message == nullptr) {
+    ESG_LOGE("IPCS: Error at message creation\n");
+    Fail(failure, Kind::NotSent);
+    return nullptr;
+  }
+  const internal::Written written = internal::WriteCall(message.get(), method, in);
+  if (written != internal::Written::Done) {
+    ESG_LOGE("IPCS: Out of memory\n\n");
+    Fail(failure, written == internal::Written::TooLarge ? Kind::TooLarge : Kind::NotSent);
+    return nullptr;
+  }
+  return message;
+}
+
+int Call(const std::string& destination, const char* method, Channel::Outcome outcome,
+         DBusMessage* reply, ESGMessageBuffer& out, CallFailure& failure) {
+  if (outcome == Channel::Outcome::NotSent) {
+    ESG_LOGE("dbus_connection_send_with_reply return FALSE\n");
+    return Fail(failure, Kind::NotSent);
+  }
+  if (outcome == Channel::Outcome::NotConnected) {
+    ESG_LOGE("pending == NULL \n");
+    return Fail(failure, Kind::NoBus);
+  }
+  if (reply == nullptr) {
+    ESG_LOGE("reply==NULL.\n");
+    return Fail(failure, Kind::NotSent);
+  }
+  if (dbus_message_get_type(reply) == DBUS_MESSAGE_TYPE_ERROR) {
+    internal::Error error;
+    const char* text = nullptr;
+    const char* name = dbus_message_get_error_name(reply);
+    if (dbus_message_get_args(reply, &error, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID) != FALSE) {
+      ESG_LOGE("[%s:%s] Error answer received [Error name: %s]: %s\n", destination.c_str(), method,
+               name, text);
+    } else {
+      ESG_LOGE("[%s:%s] Problem with reading error answer: %s\n", destination.c_str(), method,
+               error.message);
+    }
+    failure.isFromBus = dbus_message_has_sender(reply, DBUS_SERVICE_DBUS) != FALSE;
+    return Fail(failure, Kind::Error, name, text != nullptr ? text : "");
+  }
+  int result = -1;
+  switch (internal::ReadReply(reply, result, out)) {
+    case internal::Read::Done:
+      return result != -1 ? result : Fail(failure, Kind::Result);
+    case internal::Read::Empty:
+      ESG_LOGE("IPCS: Message has no arguments!\n");
+      break;
+    case internal::Read::Wrong:
+      ESG_LOGE("IPCS: Message has wrong arguments: %s\n", dbus_message_get_signature(reply));
+      break;
+  }
+  return Fail(failure, Kind::Unreadable);
+}
+
+/// `change` is the bus's own method for it.
+void ChangeMatchRule(const ChannelPtr& channel, const char* change, const char* rule,
+                     DBusError* error) {
+  if (channel->IsForeign()) {
+    dbus_set_error_const(error, DBUS_ERROR_DISCONNECTED, internal::kForeign);
+    return;
+  }
+  MessagePtr request(
+      dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, change));
+  if (request != nullptr && dbus_message_append_args(request.get(), DBUS_TYPE_STRING, &rule,
+                                                     DBUS_TYPE_INVALID) == FALSE) {
+    request.reset();
+  }
+  channel->AskBus(request, error);
 }
 
 }  // namespace
 
 std::mutex ECIPCConnection::m_instanceMutex;
 
+EIIPCConnection* EIIPCConnection::GetInstance() {
+  // The object's memory stays: static objects and other threads may use it after the end.
+  static ECIPCConnection& instance = *new ECIPCConnection;
+  struct End {
+    ~End() { instance.m_End(); }
+  };
+  static const End end;
+  return &instance;
+}
+
 ECIPCConnection::ECIPCConnection() {
   dbus_threads_init_default();
-  ipcs::ConnectWithRetries([this] { return ECIPCConnection::m_Connect(); });
+  for (int retries = 60; !ECIPCConnection::m_Connect() && retries > 0; --retries) {
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+  }
   ESG_ASSERT(m_pConnection != nullptr, "m_pConnection", kSource);
 }
 
 ECIPCConnection::~ECIPCConnection() {
-  m_connected = false;
-  m_eventCallback = nullptr;
-  m_dataCallback = nullptr;
+  m_End();
   m_ReleaseAllConnections();
 }
 
@@ -63,131 +165,154 @@ bool ECIPCConnection::Connect() { return false; }
 
 bool ECIPCConnection::m_Connect() {
   ESG_LOGI("Called\n");
-  ipcs::Error error;
-  m_pConnection = ipcs::SharedReader::OpenSystemBus(error);
-  if (m_pConnection != nullptr) {
-    m_pConnection_gmainloop = ipcs::OpenSystemBus(error);
-  }
-  if (m_pConnection_gmainloop == nullptr) {
-    ESG_LOGE("Failed to connect to the D-BUS daemon: %s\n", error.Text());
-    m_ReleaseAllConnections();
+  internal::Error error;
+  const ChannelPtr calls = Channel::Open(Channel::Mail::Drop, error);
+  const ChannelPtr signals = calls != nullptr ? Channel::Open(Channel::Mail::Keep, error) : nullptr;
+  if (signals == nullptr) {
+    ESG_LOGE("Failed to connect to the D-BUS daemon: %s\n", error.message);
     return false;
   }
-  m_connectionId = dbus_bus_get_unique_name(m_pConnection_gmainloop);
+  m_connectionId = dbus_bus_get_unique_name(signals->Connection());
   m_connected = true;
-  dbus_connection_add_filter(m_pConnection_gmainloop, &m_MessageHandlerHelper, this, nullptr);
+  signals->SetHandler(&m_MessageHandlerHelper, this);
+  for (const ChannelPtr& before : {Channel::Exchange(m_pConnection, calls),
+                                   Channel::Exchange(m_pConnection_gmainloop, signals)}) {
+    if (before != nullptr) {
+      before->Close();
+    }
+  }
   return true;
 }
 
-void ECIPCConnection::m_ReleaseAllConnections() {
-  if (m_pConnection != nullptr) {
-    // Calls in progress hold references of their own.
-    ipcs::SharedReader::Of(m_pConnection).Close();
-    ipcs::ConnectionPtr(m_pConnection).reset();
-    m_pConnection = nullptr;
+void ECIPCConnection::m_End() {
+  const ChannelPtr calls = Channel::Of(m_pConnection);
+  if (calls != nullptr && calls->IsForeign()) {
+    return;  // another thread may have held any lock when this process was forked
   }
-  if (m_pConnection_gmainloop != nullptr) {
-    // A process that ends does not wait for a main loop that is stuck; its end closes the
-    // connection.
-    constexpr std::chrono::seconds kLimit(1);
-    DBusConnection* connection = m_pConnection_gmainloop;
-    ipcs::RunInMainLoop(connection, kLimit, [connection] { ipcs::CloseAndRelease(connection); });
-    m_pConnection_gmainloop = nullptr;
+  m_connected = false;
+  {
+    const std::lock_guard<std::mutex> lock(m_instanceMutex);
+    m_eventCallback = nullptr;
+    m_dataCallback = nullptr;
+  }
+  for (DBusConnection** field : {&m_pConnection, &m_pConnection_gmainloop}) {
+    if (const ChannelPtr channel = Channel::Of(*field)) {
+      channel->Close();
+    }
+  }
+  m_connectionId.clear();
+}
+
+void ECIPCConnection::m_ReleaseAllConnections() {
+  for (DBusConnection** field : {&m_pConnection, &m_pConnection_gmainloop}) {
+    if (const ChannelPtr channel = Channel::Exchange(*field, nullptr)) {
+      channel->Close();  // calls in progress keep it until they are back
+    }
   }
 }
 
 int ECIPCConnection::Call(const std::string& destination, const char* method, ESGMessageBuffer& in,
                           ESGMessageBuffer& out) {
-  const ipcs::MessagePtr message = NewCall(destination);
+  CallFailure& failure = internal::LastCallFailure();
+  const ChannelPtr channel = Channel::Of(m_pConnection);
+  if (channel != nullptr && channel->IsForeign()) {
+    ESG_LOGE("%s\n", internal::kForeign);
+    return Fail(failure, Kind::NoBus);
+  }
+  const MessagePtr message = ::Call(destination, method, in, failure);
   if (message == nullptr) {
-    ESG_LOGE("IPCS: Error at message creation\n");
     return -1;
   }
-  if (wire::Write(message.get(), method, in) != wire::Written::Done) {
-    ESG_LOGE("IPCS: Out of memory\n\n");
-    return -1;
-  }
-  if (m_pConnection == nullptr) {
+  if (channel == nullptr) {
     ESG_LOGE("m_pConnection is NULL\n");
-    return -1;
+    return Fail(failure, Kind::NoBus);
   }
-  const ipcs::ConnectionPtr connection(dbus_connection_ref(m_pConnection));
-  ipcs::SharedReader& reader = ipcs::SharedReader::Of(connection.get());
-  ipcs::SharedReader::Caller caller;
-  if (!reader.Send(message.get(), caller)) {
-    ESG_LOGE("dbus_connection_send_with_reply return FALSE\n");
-    return -1;
+  MessagePtr reply;
+  const Channel::Outcome outcome = channel->Call(message.get(), reply);
+  return ::Call(destination, method, outcome, reply.get(), out, failure);
+}
+
+internal::CallFailure& internal::LastCallFailure() {
+  thread_local CallFailure failure;
+  return failure;
+}
+
+struct esg::internal::ProcessCalls {
+  static std::atomic<bool> hasAsked;
+  static ChannelPtr Get() {
+    return Channel::Of(
+        static_cast<ECIPCConnection*>(EIIPCConnection::GetInstance())->m_pConnection);
   }
-  if (caller.pending == nullptr) {
-    ESG_LOGE("pending == NULL \n");
-    return -1;
+};
+
+std::atomic<bool> internal::ProcessCalls::hasAsked{false};
+
+std::uint64_t internal::CallLater(const std::string& destination, const char* method,
+                                  const ESGMessageBuffer& in, CallDone done) {
+  const ChannelPtr channel = ProcessCalls::Get();
+  if (channel->IsForeign()) {
+    ESG_LOGE("%s\n", kForeign);
+    return 0;
   }
-  const ipcs::MessagePtr reply = reader.Wait(message.get(), caller);
-  if (reply == nullptr) {
-    ESG_LOGE("reply==NULL.\n");
-    return -1;
+  ProcessCalls::hasAsked = true;
+  CallFailure unsent;
+  MessagePtr message = ::Call(destination, method, in, unsent);
+  const bool isSent = message != nullptr;
+  return channel->Ask(
+      std::move(message), [=, done = std::move(done)](Channel::Outcome outcome, MessagePtr& reply) {
+        CallFailure failure = unsent;
+        ESGMessageBuffer out;
+        const int result =
+            isSent ? ::Call(destination, method, outcome, reply.get(), out, failure) : -1;
+        reply.reset();  // its bytes are in the buffer
+        done(result, out, failure);
+      });
+}
+
+bool internal::CancelCall(std::uint64_t number) {
+  if (!ProcessCalls::hasAsked) {  // and does not connect for this
+    return false;
   }
-  if (dbus_message_get_type(reply.get()) == DBUS_MESSAGE_TYPE_ERROR) {
-    ipcs::Error error;
-    const char* text = nullptr;
-    if (dbus_message_get_args(reply.get(), error.Out(), DBUS_TYPE_STRING, &text,
-                              DBUS_TYPE_INVALID) != FALSE) {
-      ESG_LOGE("[%s:%s] Error answer received [Error name: %s]: %s\n", destination.c_str(), method,
-               dbus_message_get_error_name(reply.get()), text);
-    } else {
-      ESG_LOGE("[%s:%s] Problem with reading error answer: %s\n", destination.c_str(), method,
-               error.Text());
-    }
-    return -1;
-  }
-  wire::Number result = -1;
-  switch (wire::ReadBody(reply.get(), result, out)) {
-    case wire::Read::Done:
-      return result;
-    case wire::Read::Empty:
-      ESG_LOGE("IPCS: Message has no arguments!\n");
-      return -1;
-    case wire::Read::Wrong:
-      ESG_LOGE("IPCS: Message has wrong arguments: %s\n", dbus_message_get_signature(reply.get()));
-      return -1;
-  }
-  return -1;
+  const ChannelPtr channel = ProcessCalls::Get();
+  return !channel->IsForeign() && channel->Cancel(number);
 }
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static): part of the interface
 const char* ECIPCConnection::m_ConvertMsgTypeToString(eECIPCMessageType type) {
-  return wire::MemberName(type);
+  return internal::MemberName(type);
 }
 
 void ECIPCConnection::m_CreateMatchRule(eECIPCMessageType type, int event, char* out) {
-  std::snprintf(out, kMatchRuleSize,
-                "path='%s', type='signal', interface='%s', member='%s', arg0='%d'",
-                wire::kSignalPath, wire::kSignalInterface, m_ConvertMsgTypeToString(type), event);
-}
-
-void ECIPCConnection::m_ChangeMatchRule(const char* change, int event, DBusError* error) {
-  ESG_ASSERT(m_pConnection_gmainloop != nullptr, "m_pConnection_gmainloop", kSource);
-  char rule[kMatchRuleSize];
-  m_CreateMatchRule(Event, event, rule);
-  const char* text = rule;
-  ipcs::AskBus(m_pConnection_gmainloop, ipcs::NewBusRequest(change, DBUS_TYPE_STRING, &text),
-               error);
+  std::snprintf(
+      out, kMatchRuleSize, "path='%s', type='signal', interface='%s', member='%s', arg0='%d'",
+      internal::kSignalPath, internal::kSignalInterface, m_ConvertMsgTypeToString(type), event);
 }
 
 bool ECIPCConnection::AddMatchRule(int event) {
-  ipcs::Error error;
-  m_ChangeMatchRule("AddMatch", event, error.Out());
+  const ChannelPtr channel = Channel::Of(m_pConnection_gmainloop);
+  ESG_ASSERT(channel != nullptr, "m_pConnection_gmainloop", kSource);
+  char rule[kMatchRuleSize];
+  m_CreateMatchRule(Event, event, rule);
+  internal::Error error;
+  ChangeMatchRule(channel, "AddMatch", rule, &error);
   if (error.IsSet()) {
-    ESG_LOGE("Error while adding match rule: %s\n\n", error.Text());
+    ESG_LOGE("Error while adding match rule: %s\n\n", error.message);
+    CallFailure& failure = internal::LastCallFailure();
+    failure.isFromBus = true;
+    Fail(failure, Kind::Error, error.name, error.message);
   }
   return !error.IsSet();
 }
 
 bool ECIPCConnection::RemoveMatchRule(int event) {
-  ipcs::Error error;
-  m_ChangeMatchRule("RemoveMatch", event, error.Out());
+  const ChannelPtr channel = Channel::Of(m_pConnection_gmainloop);
+  ESG_ASSERT(channel != nullptr, "m_pConnection_gmainloop", kSource);
+  char rule[kMatchRuleSize];
+  m_CreateMatchRule(Event, event, rule);
+  internal::Error error;
+  ChangeMatchRule(channel, "RemoveMatch", rule, &error);
   if (error.IsSet()) {
-    ESG_LOGE("Error while adding match rule: %s\n\n", error.Text());
+    ESG_LOGE("Error while adding match rule: %s\n\n", error.message);
   }
   return !error.IsSet();
 }
@@ -212,14 +337,19 @@ void ECIPCConnection::SetDataCallbackFunction(EIIPCCallback callback) {
 const std::string& ECIPCConnection::GetConnectionId() { return m_connectionId; }
 
 void ECIPCConnection::SetGMainLoop(GMainContext* context) {
-  ESG_ASSERT(m_pConnection_gmainloop != nullptr, "m_pConnection_gmainloop", kSource);
-  ipcs::AttachToMainLoop(m_pConnection_gmainloop, context);
+  const ChannelPtr channel = Channel::Of(m_pConnection_gmainloop);
+  ESG_ASSERT(channel != nullptr, "m_pConnection_gmainloop", kSource);
+  if (channel->IsForeign()) {
+    ESG_LOGE("%s\n", internal::kForeign);
+    return;
+  }
+  channel->Attach(context);
 }
 
 int ECIPCConnection::m_GetMessageType(DBusMessage* message) {
   for (const eECIPCMessageType type : {Event, Data}) {
-    if (dbus_message_is_signal(message, wire::kSignalInterface, m_ConvertMsgTypeToString(type)) !=
-        FALSE) {
+    if (dbus_message_is_signal(message, internal::kSignalInterface,
+                               m_ConvertMsgTypeToString(type)) != FALSE) {
       return type;
     }
   }
@@ -240,21 +370,21 @@ DBusHandlerResult ECIPCConnection::m_MessageHandler(DBusMessage* message) noexce
   if (type == -1) {
     return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
   }
-  wire::Text number = nullptr;
+  int number = 0;
   ESGMessageBuffer payload;
-  const wire::Read read = wire::ReadBody(message, number, payload);
-  if (read == wire::Read::Empty) {
+  const internal::Read read = internal::ReadSignal(message, number, payload);
+  if (read == internal::Read::Empty) {
     ESG_LOGE("Message has no arguments!\n");
     ESG_ASSERT(false, "0", kSource);
   }
-  if (read == wire::Read::Wrong) {
+  if (read == internal::Read::Wrong) {
     ESG_LOGE("Message has wrong arguments: %s\n", dbus_message_get_signature(message));
     return DBUS_HANDLER_RESULT_HANDLED;
   }
   const EIIPCCallback callback = type == Event ? m_eventCallback : m_dataCallback;
   if (callback != nullptr) {
-    constexpr int kDecimal = 10;
-    callback(static_cast<int>(std::strtol(number, nullptr, kDecimal)), payload);
+    Channel::EnterCallback();  // this object may be deleted from now on
+    callback(number, payload);
   }
   return DBUS_HANDLER_RESULT_HANDLED;
 }

@@ -10,6 +10,10 @@
 
 #include "EIIPCConnection.h"
 
+namespace esg::internal {
+struct ProcessCalls;
+}
+
 /// The client connection: one private bus connection for calls, another for signals.
 class ESG_API ECIPCConnection : public EIIPCConnection {
  public:
@@ -50,8 +54,11 @@ class ESG_API ECIPCConnection : public EIIPCConnection {
  private:
   friend struct BinaryInterface;
 
-  /// `change` is the bus's own method for it.
-  void m_ChangeMatchRule(const char* change, int event, DBusError* error);
+  friend class EIIPCConnection;
+  friend struct esg::internal::ProcessCalls;
+
+  /// What the end of the process does; the memory stays.
+  ESG_LOCAL void m_End();
 
   // Written under m_instanceMutex; read without it, so a callback just cleared may run once more.
   std::atomic<EIIPCCallback> m_eventCallback{nullptr};

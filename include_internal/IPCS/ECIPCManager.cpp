@@ -1,43 +1,28 @@
 #include "IPCS/ECIPCManager.h"
 
-#include <cstdio>
+#include <chrono>
+#include <thread>
 
 #include "Assertion.h"
-#include "IPCS/DBusHandles.h"
-#include "IPCS/Wire.h"
+#include "IPCS/internal/Channel.h"
+#include "IPCS/internal/Wire.h"
 #include "Log.h"
+
+namespace internal = esg::internal;
+using internal::Channel;
+using internal::ChannelPtr;
 
 namespace {
 
 /// What may wait for a bus that takes nothing; a signal beyond that is refused.
-constexpr long kMaximumWaiting = 64L * 1024 * 1024;
-
-/// No main loop serves the connection, so what the socket does not take at once would wait for the
-/// next signal. Helps it out as long as the bus goes on taking, and drops what others have sent
-/// here.
-void Drain(DBusConnection* connection) {
-  using Clock = std::chrono::steady_clock;
-  constexpr std::chrono::milliseconds kStandstill(100);
-  Clock::time_point last = Clock::now();
-  const Clock::time_point deadline = last + std::chrono::seconds(5);
-  while (dbus_connection_has_messages_to_send(connection) != FALSE && last < deadline) {
-    if (dbus_connection_read_write(connection, static_cast<int>(kStandstill.count())) == FALSE) {
-      return;
-    }
-    while (dbus_connection_dispatch(connection) == DBUS_DISPATCH_DATA_REMAINS) {
-    }
-    const Clock::time_point now = Clock::now();
-    if (now - last >= kStandstill) {
-      return;
-    }
-    last = now;
-  }
-}
+constexpr long kMaxQueued = 64L * 1024 * 1024;
 
 }  // namespace
 
 ECIPCManager::ECIPCManager() {
-  ipcs::ConnectWithRetries([this] { return m_Connect(); });
+  for (int retries = 60; !m_Connect() && retries > 0; --retries) {
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+  }
   if (m_pConnection == nullptr) {
     ESG_REPORT("m_pConnection", "include_internal/IPCS/ECIPCManager");
     return;
@@ -46,52 +31,62 @@ ECIPCManager::ECIPCManager() {
 }
 
 ECIPCManager::~ECIPCManager() {
-  if (m_pConnection != nullptr) {
-    // Closed, not released: another thread may be sending.
-    dbus_connection_close(m_pConnection);
+  DBusConnection* field = m_pConnection;  // stays: closed, not released
+  const ChannelPtr channel = Channel::Exchange(field, nullptr);
+  if (channel != nullptr && !channel->IsForeign()) {
+    dbus_connection_ref(channel->Connection());
+    channel->Close();
+  }
+}
+
+void ECIPCManager::m_End() {
+  if (const ChannelPtr channel = Channel::Of(m_pConnection)) {
+    channel->Close();
   }
 }
 
 bool ECIPCManager::m_Connect() {
-  ipcs::Error error;
-  m_pConnection = ipcs::OpenSystemBus(error);
-  if (m_pConnection == nullptr) {
-    ESG_LOGE("Failed to connect to the D-BUS daemon: %s\n", error.Text());
+  internal::Error error;
+  const ChannelPtr channel = Channel::Open(Channel::Mail::Drop, error);
+  if (channel == nullptr) {
+    ESG_LOGE("Failed to connect to the D-BUS daemon: %s\n", error.message);
     return false;
   }
-  m_connectionId = dbus_bus_get_unique_name(m_pConnection);
+  m_connectionId = dbus_bus_get_unique_name(channel->Connection());
+  Channel::Exchange(m_pConnection, channel);
   return true;
 }
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static): part of the interface
 const char* ECIPCManager::m_ConvertMsgTypeToString(eECIPCMessageType type) {
-  return wire::MemberName(type);
+  return internal::MemberName(type);
 }
 
 bool ECIPCManager::m_Send(const std::string& destination, eECIPCMessageType type, int number,
                           ESGMessageBuffer& payload) {
-  char text[15];
-  std::snprintf(text, sizeof(text), "%d", number);
-
-  const ipcs::MessagePtr signal(dbus_message_new_signal(wire::kSignalPath, wire::kSignalInterface,
-                                                        m_ConvertMsgTypeToString(type)));
-  const bool addressed = destination.empty() ||
-                         (signal != nullptr && ipcs::IsBusName(destination) &&
-                          dbus_message_set_destination(signal.get(), destination.c_str()) != FALSE);
-  if (signal == nullptr || !addressed ||
-      wire::Write(signal.get(), text, payload) != wire::Written::Done) {
+  const ChannelPtr channel = Channel::Of(m_pConnection);
+  if (channel != nullptr && channel->IsForeign()) {
+    ESG_LOGE("%s\n", internal::kForeign);
+    return false;
+  }
+  const internal::MessagePtr signal(dbus_message_new_signal(
+      internal::kSignalPath, internal::kSignalInterface, m_ConvertMsgTypeToString(type)));
+  const bool isAddressed =
+      destination.empty() ||
+      (signal != nullptr && internal::IsBusName(destination) &&
+       dbus_message_set_destination(signal.get(), destination.c_str()) != FALSE);
+  if (signal == nullptr || !isAddressed ||
+      internal::WriteSignal(signal.get(), number, payload) != internal::Written::Done) {
     ESG_LOGE("Out Of Memory!\n\n");
     return false;
   }
-  if (m_pConnection == nullptr) {
+  if (channel == nullptr) {
     ESG_LOGE("m_pConnection is NULL\n");
     return true;
   }
-  if (dbus_connection_get_outgoing_size(m_pConnection) > kMaximumWaiting) {
+  if (!channel->Send(signal.get(), kMaxQueued)) {
     ESG_LOGE("Out Of Memory!\n\n");
     return false;
   }
-  dbus_connection_send(m_pConnection, signal.get(), nullptr);
-  Drain(m_pConnection);
   return true;
 }

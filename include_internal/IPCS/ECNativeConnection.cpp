@@ -1,58 +1,59 @@
 #include "IPCS/ECNativeConnection.h"
 
-#include <utility>
+#include <chrono>
+#include <limits>
+#include <thread>
 
 #include "Assertion.h"
-#include "IPCS/BusRequest.h"
-#include "IPCS/DBusHandles.h"
 #include "IPCS/ESGMessageBuffer.h"
 #include "IPCS/IESGCallListener.h"
-#include "IPCS/MainLoop.h"
-#include "IPCS/Wire.h"
+#include "IPCS/internal/Channel.h"
+#include "IPCS/internal/Wire.h"
 #include "Log.h"
+#include "MethodCallXml.h"
+
+namespace internal = esg::internal;
+using internal::Channel;
+using internal::ChannelPtr;
+using internal::MessagePtr;
 
 namespace {
 
-/// A call that is being served is waited for.
-constexpr std::chrono::hours kNoLimit(24);
+/// For a call that is being served when its listener may be about to go.
+constexpr std::chrono::milliseconds kPatience(500);
+constexpr long kAnyQueue = std::numeric_limits<long>::max();
 
-/// What tools such as busctl show of the object that is called.
-std::string IntrospectionXml(const std::string& interface) {
-  return DBUS_INTROSPECT_1_0_XML_DOCTYPE_DECL_NODE R"(<node>
- <interface name=")" +
-         interface + R"(">
-  <method name="MethodCall">
-   <arg name="method" type="s" direction="in"/>
-   <arg name="length" type="i" direction="in"/>
-   <arg name="payload" type="ay" direction="in"/>
-   <arg name="result" type="i" direction="out"/>
-   <arg name="length" type="i" direction="out"/>
-   <arg name="payload" type="ay" direction="out"/>
-  </method>
- </interface>
- <interface name="org.freedesktop.DBus.Introspectable">
-  <method name="Introspect">
-   <arg name="data" type="s" direction="out"/>
-  </method>
- </interface>
-</node>
-)";
+MessagePtr NewNameRequest(const char* name) {
+  const dbus_uint32_t flags = DBUS_NAME_FLAG_REPLACE_EXISTING;
+  MessagePtr request(dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
+                                                  DBUS_INTERFACE_DBUS, "RequestName"));
+  if (request != nullptr &&
+      dbus_message_append_args(request.get(), DBUS_TYPE_STRING, &name, DBUS_TYPE_UINT32, &flags,
+                               DBUS_TYPE_INVALID) == FALSE) {
+    request.reset();
+  }
+  return request;
 }
 
-/// Serves the calls to the object that the filter has passed on; `user` is the interface's name.
-DBusHandlerResult OnObjectMessage(DBusConnection* connection, DBusMessage* message, void* user) {
-  if (dbus_message_is_method_call(message, DBUS_INTERFACE_INTROSPECTABLE, "Introspect") == FALSE) {
-    return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
-  }
-  const std::string xml = IntrospectionXml(*static_cast<const std::string*>(user));
+/// What tools such as busctl show of the object that is called.
+MessagePtr NewIntrospection(DBusMessage* call, const std::string& interface) {
+  const std::string xml = std::string(DBUS_INTROSPECT_1_0_XML_DOCTYPE_DECL_NODE "<node>\n") +
+                          "  <interface name=\"" + interface + "\">\n" + kMethodCallXml +
+                          "  </interface>\n"
+                          "  <interface name=\"" DBUS_INTERFACE_INTROSPECTABLE
+                          "\">\n"
+                          "    <method name=\"Introspect\">\n"
+                          "      <arg name=\"data\" type=\"s\" direction=\"out\"/>\n"
+                          "    </method>\n"
+                          "  </interface>\n"
+                          "</node>\n";
   const char* text = xml.c_str();
-  const ipcs::MessagePtr reply(dbus_message_new_method_return(message));
-  if (reply == nullptr ||
-      dbus_message_append_args(reply.get(), DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID) == FALSE ||
-      dbus_connection_send(connection, reply.get(), nullptr) == FALSE) {
-    return DBUS_HANDLER_RESULT_NEED_MEMORY;
+  MessagePtr reply(dbus_message_new_method_return(call));
+  if (reply != nullptr &&
+      dbus_message_append_args(reply.get(), DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID) == FALSE) {
+    reply.reset();
   }
-  return DBUS_HANDLER_RESULT_HANDLED;
+  return reply;
 }
 
 }  // namespace
@@ -60,63 +61,73 @@ DBusHandlerResult OnObjectMessage(DBusConnection* connection, DBusMessage* messa
 ECNativeConnection::ECNativeConnection() = default;
 
 ECNativeConnection::~ECNativeConnection() {
-  const bool started = std::exchange(m_started, false);
-  if (m_pConnection != nullptr) {
-    // Closed, not released: the main context still refers to it, and dispatches what has arrived.
-    // This object must be out of its reach.
-    ipcs::RunInMainLoop(m_pConnection, kNoLimit, [this, started] {
-      if (started) {
-        dbus_connection_remove_filter(m_pConnection, &m_MessageHandlerHelper, this);
-        dbus_connection_unregister_object_path(m_pConnection, wire::kCallPath);
-      }
-      dbus_connection_close(m_pConnection);
-    });
+  m_started = false;
+  const ChannelPtr channel = Channel::Of(m_pConnection);
+  if (channel != nullptr && !channel->IsForeign()) {
+    channel->RemoveHandler(kPatience);
+    channel->Close();
+    dbus_connection_ref(channel->Connection());  // closed, not released
+    DBusConnection* field = m_pConnection;
+    Channel::Exchange(field, nullptr);
   }
 }
 
 bool ECNativeConnection::Start(const std::string& name, IESGCallListener* listener) {
   constexpr int kAttempts = 60;
-  for (int attempt = 0; m_pConnection == nullptr && attempt < kAttempts; ++attempt) {
-    ipcs::Error error;
-    m_pConnection = ipcs::OpenSystemBus(error);
-    if (m_pConnection == nullptr) {
-      ESG_LOGE("Failed to connect to the D-BUS daemon: %s\n", error.Text());
+  ChannelPtr channel = Channel::Of(m_pConnection);
+  for (int attempt = 0; channel == nullptr && attempt < kAttempts; ++attempt) {
+    internal::Error error;
+    channel = Channel::Open(Channel::Mail::Keep, error);
+    if (channel != nullptr) {
+      Channel::Exchange(m_pConnection, channel);
+    } else {
+      ESG_LOGE("Failed to connect to the D-BUS daemon: %s\n", error.message);
       std::this_thread::sleep_for(std::chrono::seconds(1));
     }
   }
-  if (m_pConnection == nullptr) {
+  if (channel == nullptr) {
     ESG_REPORT("m_pConnection", "include_internal/IPCS/ECNativeConnection");
     return false;
   }
-
-  // Calls that arrive before the end of this function wait in the connection: nothing dispatches it
-  // until it is attached.
-  ipcs::Error error;
-  if (ipcs::IsBusName(name, error.Out())) {
-    const char* text = name.c_str();
-    const dbus_uint32_t flags = DBUS_NAME_FLAG_REPLACE_EXISTING;
-    const auto request =
-        ipcs::NewBusRequest("RequestName", DBUS_TYPE_STRING, &text, DBUS_TYPE_UINT32, &flags);
-    ipcs::AskBus(m_pConnection, request, error.Out());
-  }
-  if (error.IsSet()) {
-    ESG_LOGE("Naming Error (%s)\n\n", error.Text());
+  if (channel->IsForeign()) {
+    ESG_LOGE("%s\n", internal::kForeign);
     return false;
   }
-  ipcs::RunInMainLoop(m_pConnection, kNoLimit, [&] {
-    m_name = name;
-    m_listener = listener;
-  });
-  if (!m_started) {
-    m_started = true;
-    dbus_connection_add_filter(m_pConnection, &m_MessageHandlerHelper, this, nullptr);
-    DBusObjectPathVTable object = {};
-    object.message_function = &OnObjectMessage;
-    dbus_connection_try_register_object_path(m_pConnection, wire::kCallPath, &object, &m_name,
-                                             nullptr);
-    ipcs::AttachToMainLoop(m_pConnection, nullptr);
+
+  // Calls that arrive before the end of this function wait in the channel.
+  internal::Error error;
+  if (internal::IsBusName(name, &error)) {
+    channel->AskBus(NewNameRequest(name.c_str()), &error);
   }
+  if (error.IsSet()) {
+    ESG_LOGE("Naming Error (%s)\n\n", error.message);
+    return false;
+  }
+  {
+    const Channel::Lock lock(*channel);
+    m_name = name;
+    m_started = true;
+    m_listener = listener;
+  }
+  channel->SetHandler(&m_Serve, this);
+  channel->Attach(nullptr);
   return true;
+}
+
+DBusHandlerResult ECNativeConnection::m_Serve(DBusConnection* connection, DBusMessage* message,
+                                              void* user) {
+  const DBusHandlerResult result = m_MessageHandlerHelper(connection, message, user);
+  if (dbus_message_is_method_call(message, DBUS_INTERFACE_INTROSPECTABLE, "Introspect") == FALSE ||
+      dbus_message_has_path(message, internal::kCallPath) == FALSE) {
+    return result;
+  }
+  const auto& self = *static_cast<ECNativeConnection*>(user);
+  const ChannelPtr channel = Channel::Of(self.m_pConnection);
+  const MessagePtr reply = NewIntrospection(message, self.m_name);
+  Channel::EnterCallback();
+  return channel != nullptr && reply != nullptr && channel->Send(reply.get(), kAnyQueue)
+             ? DBUS_HANDLER_RESULT_HANDLED
+             : DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
 }
 
 DBusHandlerResult ECNativeConnection::m_MessageHandlerHelper(DBusConnection* /*connection*/,
@@ -125,45 +136,47 @@ DBusHandlerResult ECNativeConnection::m_MessageHandlerHelper(DBusConnection* /*c
 }
 
 DBusHandlerResult ECNativeConnection::m_MessageHandler(DBusMessage* message) noexcept {
-  if (dbus_message_is_method_call(message, m_name.c_str(), wire::kCallMember) == FALSE) {
+  if (dbus_message_is_method_call(message, m_name.c_str(), internal::kCallMember) == FALSE) {
     ESG_LOGE("It is not method call !\n");
     return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
   }
-  wire::Text method = nullptr;
+  const char* method = nullptr;
   ESGMessageBuffer in;
   ESGMessageBuffer out;
-  switch (wire::ReadBody(message, method, in)) {
-    case wire::Read::Done:
+  switch (internal::ReadCall(message, method, in)) {
+    case internal::Read::Done:
       break;
-    case wire::Read::Empty:
+    case internal::Read::Empty:
       ESG_LOGE("Message has no arguments!\n");
       return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
-    case wire::Read::Wrong:
+    case internal::Read::Wrong:
       ESG_LOGE("Message has wrong arguments: %s\n", dbus_message_get_signature(message));
       return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
   }
-  if (m_listener == nullptr) {
+  const ChannelPtr channel = Channel::Of(m_pConnection);
+  if (m_listener == nullptr || channel == nullptr) {
     ESG_LOGE("No listener\n");
     return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
   }
-  const bool result = m_listener->OnMethodCall(method, in, out);
+  IESGCallListener* listener = m_listener;
+  Channel::EnterCallback();  // this object may be destroyed from now on
+  const bool result = listener->OnMethodCall(method, in, out);
   if (dbus_message_get_no_reply(message) != FALSE) {
     return DBUS_HANDLER_RESULT_HANDLED;
   }
 
-  ipcs::MessagePtr reply(dbus_message_new_method_return(message));
-  const wire::Written written = reply == nullptr
-                                    ? wire::Written::Failed
-                                    : wire::Write(reply.get(), wire::Number{result ? 1 : 0}, out);
-  if (written == wire::Written::TooLarge) {
+  MessagePtr reply(dbus_message_new_method_return(message));
+  const internal::Written written = reply == nullptr
+                                        ? internal::Written::Failed
+                                        : internal::WriteReply(reply.get(), result ? 1 : 0, out);
+  if (written == internal::Written::TooLarge) {
     reply.reset(dbus_message_new_error(message, DBUS_ERROR_LIMITS_EXCEEDED,
                                        "The answer is larger than the bus takes"));
   }
-  if (written == wire::Written::Failed || reply == nullptr ||
-      dbus_connection_send(m_pConnection, reply.get(), nullptr) == FALSE) {
+  if (written == internal::Written::Failed || reply == nullptr ||
+      !channel->Send(reply.get(), kAnyQueue)) {
     ESG_LOGE("Out Of Memory!\n\n");
     return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
   }
-  dbus_connection_flush(m_pConnection);
   return DBUS_HANDLER_RESULT_HANDLED;
 }

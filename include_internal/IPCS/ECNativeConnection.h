@@ -14,14 +14,16 @@ class ESG_API ECNativeConnection {
   ECNativeConnection();
   ECNativeConnection(const ECNativeConnection&) = delete;
   ECNativeConnection& operator=(const ECNativeConnection&) = delete;
-  /// Waits for a call that another thread is just serving.
+  /// Waits for a call that another thread is just serving, for half a second at most: it may wait
+  /// for this thread. If it takes longer, the listener has to stay until it is over.
   ~ECNativeConnection();
 
   /// Connects to the system bus (up to 60 attempts one second apart), asks for `name` and serves
   /// calls to it while the default GLib main context runs. `listener` must outlive this object and
   /// is not owned. true also when another process still owns the name and this one waits in the
   /// queue for it. false, with an error line in the log, without a bus or when the bus refuses the
-  /// name.
+  /// name. Called again, it replaces name and listener and does not wait for the call that is being
+  /// served. Never runs the listener itself.
   bool Start(const std::string& name, IESGCallListener* listener);
 
   /// What libdbus calls with every message that arrives.
@@ -31,6 +33,10 @@ class ESG_API ECNativeConnection {
 
  private:
   friend struct BinaryInterface;
+
+  /// m_MessageHandlerHelper, and what tools such as busctl ask for.
+  ESG_LOCAL static DBusHandlerResult m_Serve(DBusConnection* connection, DBusMessage* message,
+                                             void* user);
 
   DBusConnection* m_pConnection = nullptr;
   bool m_started = false;

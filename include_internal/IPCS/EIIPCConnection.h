@@ -19,7 +19,8 @@ enum eECIPCMessageType : int {
 };
 
 /// Called with the number of an event or of data and its payload, which is valid during the call
-/// only. Runs on the thread of the main context; must not throw.
+/// only. Runs on the thread of the main context, which cannot be cancelled meanwhile; must not
+/// throw.
 using EIIPCCallback = void (*)(int number, ESGMessageBuffer& payload);
 
 /// The client side of the bus: calls to the service, and its signals.
@@ -29,6 +30,9 @@ class ESG_API EIIPCConnection {
  public:
   /// The process-wide connection, made on first use: it waits for the system bus, in up to 61
   /// attempts one second apart, and ends the process when there is none. Never delete it.
+  ///
+  /// Its connections close when the process ends; calls after that fail. In a process forked from
+  /// the one that made it, calls fail with a line in the log, and nothing is closed.
   static EIIPCConnection* GetInstance();
 
   virtual ~EIIPCConnection();
@@ -36,8 +40,9 @@ class ESG_API EIIPCConnection {
   /// Does nothing and returns false: the constructor connects.
   virtual bool Connect() = 0;
 
-  /// Starts and ends the reception of `Event` signals with this number. Blocks for one round trip
-  /// to the bus. false on failure, with an error line in the log.
+  /// Starts and ends the reception of `Event` signals with this number. Any thread may call, also
+  /// from inside a callback. Blocks for one round trip to the bus, at most 25 seconds. false on
+  /// failure, with an error line in the log.
   virtual bool AddMatchRule(int event) = 0;
   virtual bool RemoveMatchRule(int event) = 0;
 
@@ -46,7 +51,8 @@ class ESG_API EIIPCConnection {
   /// the log has the reason, and `out` is then as it was.
   ///
   /// Blocks until the answer is there, at most 25 seconds (the bus library's default). Any thread
-  /// may call; calls do not wait for each other. Never throws, save for exhausted memory.
+  /// may call; calls do not wait for each other, except for those beyond 120 outstanding ones,
+  /// which wait their turn within their 25 seconds. Never throws, save for exhausted memory.
   virtual int Call(const std::string& destination, const char* method, ESGMessageBuffer& in,
                    ESGMessageBuffer& out) = 0;
 
@@ -64,7 +70,9 @@ class ESG_API EIIPCConnection {
   virtual void SetGMainLoop(GMainContext* context) = 0;
 
  protected:
-  /// Connects to the system bus; what the constructor calls.
+  /// Connects to the system bus; what the constructor calls. Called again, it makes new
+  /// connections. false, with an error line in the log, without a bus; the object is then as it
+  /// was.
   virtual bool m_Connect() = 0;
 };
 

@@ -1,8 +1,10 @@
 #include "IPCS/ESGMessageBuffer.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 
 #include "Assertion.h"
 
@@ -11,10 +13,34 @@ namespace {
 constexpr char kSource[] = "include_internal/IPCS/ESGMessageBuffer";
 constexpr char kOffsetInside[] = "(unsigned int)offset <= m_bufferData.size()";
 
-/// Whether `size` bytes from `offset` lie inside `total` bytes. A negative offset counts as huge.
-bool Inside(unsigned long size, int offset, std::size_t total) {
+/// Whether offset + size lies between 0 and `total`; the sum itself need not fit into any type.
+bool EndsInside(unsigned long size, int offset, std::size_t total) {
+  if (offset < 0) {
+    const unsigned int before = 0U - static_cast<unsigned int>(offset);
+    return size >= before && size - before <= total;
+  }
   const auto start = static_cast<unsigned int>(offset);
   return start <= total && size <= total - start;
+}
+
+void Insert(std::vector<char>& bytes, std::size_t offset, unsigned long size, const void* data) {
+  const auto position = bytes.begin() + static_cast<std::ptrdiff_t>(offset);
+  const auto* first = static_cast<const char*>(data);
+  const std::less<> before;
+  if (first == nullptr) {
+    bytes.insert(position, size, '\0');
+  } else if (!before(first, bytes.data()) && before(first, bytes.data() + bytes.size())) {
+    // Growing moves the very bytes that are to be inserted.
+    const std::vector<char> copy(first, first + size);
+    bytes.insert(position, copy.begin(), copy.end());
+  } else {
+    bytes.insert(position, first, first + size);
+  }
+}
+
+void Take(ESGMessageBuffer& buffer, unsigned int& readPosition, unsigned long size, void* out) {
+  buffer.CopyData(out, static_cast<int>(size), static_cast<int>(readPosition));
+  readPosition += static_cast<unsigned int>(size);
 }
 
 }  // namespace
@@ -30,48 +56,51 @@ void ESGMessageBuffer::Clean() {
 
 void ESGMessageBuffer::Reserve(unsigned int n) { m_bufferData.reserve(n); }
 
-void ESGMessageBuffer::Resize(unsigned int n) { m_bufferData.resize(m_bufferData.size() + n); }
+void ESGMessageBuffer::Resize(unsigned int n) {
+  // The sum may wrap where a size has 32 bits; insertion checks that.
+  m_bufferData.insert(m_bufferData.end(), n, '\0');
+}
 
 bool ESGMessageBuffer::PushInt(int value) { return PushConcatenated(sizeof(value), &value); }
 
 bool ESGMessageBuffer::PushChar(char c) { return PushConcatenated(sizeof(c), &c); }
 
 bool ESGMessageBuffer::PushConcatenated(unsigned long size, void* data) {
-  Insert(m_bufferData.size(), size, data);
+  Insert(m_bufferData, m_bufferData.size(), size, data);
   return true;
 }
 
 bool ESGMessageBuffer::PushBuffer(ESGMessageBuffer* other) {
-  if (other == this) {
-    // Growing may move the bytes that are being copied.
-    std::vector<char> bytes = m_bufferData;
-    return PushConcatenated(bytes.size(), bytes.data());
-  }
   return PushConcatenated(other->m_bufferData.size(), other->m_bufferData.data());
 }
 
 bool ESGMessageBuffer::WriteInt(int value, int offset) {
-  ESG_ASSERT(Inside(0, offset, m_bufferData.size()), kOffsetInside, kSource);
-  Insert(static_cast<unsigned int>(offset), sizeof(value), &value);
+  ESG_ASSERT(static_cast<unsigned int>(offset) <= m_bufferData.size(), kOffsetInside, kSource);
+  Insert(m_bufferData, static_cast<unsigned int>(offset), sizeof(value), &value);
   return true;
 }
 
 bool ESGMessageBuffer::WriteConcatenated(unsigned long size, void* data, int offset) {
-  ESG_ASSERT(Inside(0, offset, m_bufferData.size()), kOffsetInside, kSource);
-  Insert(static_cast<unsigned int>(offset), size, data);
+  ESG_ASSERT(static_cast<unsigned int>(offset) <= m_bufferData.size(), kOffsetInside, kSource);
+  Insert(m_bufferData, static_cast<unsigned int>(offset), size, data);
   return true;
 }
 
 void ESGMessageBuffer::ReadInt(int* out, int offset) {
-  ESG_ASSERT(Inside(sizeof(*out), offset, m_bufferData.size()),
+  ESG_ASSERT(EndsInside(sizeof(*out), offset, m_bufferData.size()),
              "m_bufferData.size() >= (unsigned int)(offset + 4)", kSource);
-  CopyData(out, sizeof(*out), offset);
+  // This lets an offset from -4 to -1 through; there is nothing to read before the first byte.
+  const int missing = std::max(-offset, 0);
+  *out = 0;
+  CopyData(reinterpret_cast<char*>(out) + missing, static_cast<int>(sizeof(*out)) - missing,
+           offset + missing);
 }
 
 void ESGMessageBuffer::ReadConcatenated(unsigned long size, void* out, int offset) {
-  // The caller vouches for the offset, but the bytes come from the read position: both must fit.
-  ESG_ASSERT(Inside(size, offset, m_bufferData.size()) && size <= GetBufferSize(),
+  ESG_ASSERT(EndsInside(size, offset, m_bufferData.size()),
              "m_bufferData.size() >= offset + sizeOfData", kSource);
+  // The bytes come from the read position, whatever the offset: they must be there as well.
+  ESG_ASSERT(size <= GetBufferSize(), "GetBufferSize() >= sizeOfData", kSource);
   CopyData(out, static_cast<int>(size), static_cast<int>(m_readPosition));
 }
 
@@ -81,7 +110,7 @@ char ESGMessageBuffer::PopChar() {
     std::printf("Data buffer is smaller than 1 byte");
     return 0;
   }
-  Take(sizeof(c), &c);
+  Take(*this, m_readPosition, sizeof(c), &c);
   return c;
 }
 
@@ -91,7 +120,7 @@ int ESGMessageBuffer::PopInt() {
     std::printf("Data buffer is smaller than 4 bytes");
     return 0;
   }
-  Take(sizeof(value), &value);
+  Take(*this, m_readPosition, sizeof(value), &value);
   return value;
 }
 
@@ -101,13 +130,14 @@ char* ESGMessageBuffer::PopConcatenated(unsigned long size) {
     return nullptr;
   }
   char* bytes = new char[size];
-  Take(size, bytes);
+  Take(*this, m_readPosition, size, bytes);
   return bytes;
 }
 
 char* ESGMessageBuffer::GetAsCStr(int offset) const {
-  return Inside(1, offset, m_bufferData.size()) ? static_cast<char*>(GetAsVoidFromOffset(offset))
-                                                : nullptr;
+  return static_cast<unsigned int>(offset) < m_bufferData.size()
+             ? static_cast<char*>(GetAsVoidFromOffset(offset))
+             : nullptr;
 }
 
 void* ESGMessageBuffer::GetAsVoidFromOffset(int offset) const {
@@ -129,19 +159,4 @@ unsigned int ESGMessageBuffer::GetFullBufferSize() const {
 
 unsigned int ESGMessageBuffer::GetBufferSize() const {
   return GetFullBufferSize() - m_readPosition;
-}
-
-void ESGMessageBuffer::Insert(std::size_t offset, unsigned long size, const void* data) {
-  const auto position = m_bufferData.begin() + static_cast<std::ptrdiff_t>(offset);
-  if (data == nullptr) {
-    m_bufferData.insert(position, size, '\0');
-  } else {
-    const char* bytes = static_cast<const char*>(data);
-    m_bufferData.insert(position, bytes, bytes + size);
-  }
-}
-
-void ESGMessageBuffer::Take(unsigned long size, void* out) {
-  CopyData(out, static_cast<int>(size), static_cast<int>(m_readPosition));
-  m_readPosition += static_cast<unsigned int>(size);
 }

@@ -3,7 +3,6 @@
 
 #include <ESGExport.h>
 
-#include <cstddef>
 #include <vector>
 
 /// The bytes of every message on the bus: written at the back, read from the front in the same
@@ -27,7 +26,8 @@ class ESG_API ESGMessageBuffer {
   /// Grows by `n` zero bytes: an increment, not a target size. Never shrinks.
   void Resize(unsigned int n);
 
-  /// Appending; always true. A null `data` appends `size` zero bytes.
+  /// Appending; always true. A null `data` appends `size` zero bytes. `data` may be bytes of this
+  /// buffer, here and in WriteConcatenated: it copies what they were before.
   bool PushInt(int value);
   bool PushChar(char c);
   bool PushConcatenated(unsigned long size, void* data);
@@ -39,8 +39,9 @@ class ESG_API ESGMessageBuffer {
   bool WriteInt(int value, int offset);
   bool WriteConcatenated(unsigned long size, void* data, int offset);
 
-  /// Reading without consuming; reading past the end ends the process. ReadConcatenated checks
-  /// `offset` but copies from the current read position.
+  /// Reading without consuming; reading past the end ends the process, as does an `offset` so far
+  /// below 0 that offset and size add up to less than 0. ReadInt reads 0 for what lies before the
+  /// first byte. ReadConcatenated checks `offset` but copies from the current read position.
   void ReadInt(int* out, int offset);
   void ReadConcatenated(unsigned long size, void* out, int offset);
 
@@ -65,9 +66,6 @@ class ESG_API ESGMessageBuffer {
 
  private:
   friend struct BinaryInterface;
-
-  void Insert(std::size_t offset, unsigned long size, const void* data);
-  void Take(unsigned long size, void* out);
 
   std::vector<char> m_bufferData;
   unsigned int m_readPosition = 0;

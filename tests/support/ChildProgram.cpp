@@ -97,6 +97,8 @@ void ChildProgram::Write(const std::string& text) const {
   }
 }
 
+void ChildProgram::CloseInput() { close(std::exchange(m_pipes[STDIN_FILENO], kPipe)); }
+
 void ChildProgram::CloseOutput() { close(std::exchange(m_pipes[kOutput], kPipe)); }
 
 void ChildProgram::Signal(int signal) const { kill(m_pid, signal); }

@@ -29,6 +29,7 @@ class ChildProgram {
   bool WaitForLine(const std::string& part, Stream stream = kOutput);
 
   void Write(const std::string& text) const;
+  void CloseInput();
   void CloseOutput();
   void Signal(int signal) const;
 

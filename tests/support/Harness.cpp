@@ -78,7 +78,8 @@ static void Append(DBusMessageIter* to, DBusSignatureIter types, int elements) {
   } while (dbus_signature_iter_next(&types) != FALSE);
 }
 
-ipcs::MessagePtr WithBody(ipcs::MessagePtr message, const std::string& signature, int elements) {
+esg::internal::MessagePtr WithBody(esg::internal::MessagePtr message, const std::string& signature,
+                                   int elements) {
   DBusMessageIter body;
   DBusSignatureIter types;
   dbus_message_iter_init_append(message.get(), &body);
@@ -90,7 +91,6 @@ ipcs::MessagePtr WithBody(ipcs::MessagePtr message, const std::string& signature
 }
 
 std::vector<std::pair<std::string, int>> WrongBodies(const std::string& head) {
-  const std::string good = head + "iay";
   return {{head, 1},
           {"ii", 1},
           {"iis", 1},
@@ -99,11 +99,28 @@ std::vector<std::pair<std::string, int>> WrongBodies(const std::string& head) {
           {head + "iai", 0},
           {head + "iaay", 2},
           {head + "ia(yy)", 1},
-          {good + "i", 1},
-          {good + "ay", 0},
-          {"(" + good + ")", 1},
+          {"(" + head + "iay)", 1},
           {"ay", 0},
           {head == "s" ? "iiay" : "siay", 1}};
+}
+
+std::vector<std::string> LongerBodies(const std::string& head) {
+  return {head + "iayi", head + "iayay", head + "iays(ii)"};
+}
+
+std::size_t LargestPayload(DBusMessage* message) {
+  char* bytes = nullptr;
+  int size = 0;
+  dbus_message_marshal(message, &bytes, &size);
+  dbus_free(bytes);
+  return (32UL << 20) - static_cast<std::size_t>(size);
+}
+
+bool BusTakes(esg::internal::MessagePtr message) {
+  esg::internal::Error error;
+  const esg::internal::ConnectionPtr connection = OpenBus(error);
+  dbus_connection_send(connection.get(), message.get(), nullptr);
+  return dbus_bus_name_has_owner(connection.get(), kService, nullptr) != FALSE;
 }
 
 int OpenDescriptors() {

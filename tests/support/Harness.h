@@ -20,9 +20,10 @@
 /// What the tests of the bus have in common.
 
 #if defined(__has_feature)
-inline constexpr bool kSanitized =
-    __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+inline constexpr bool kThreadSanitized = __has_feature(thread_sanitizer);
+inline constexpr bool kSanitized = kThreadSanitized || __has_feature(address_sanitizer);
 #else
+inline constexpr bool kThreadSanitized = false;
 inline constexpr bool kSanitized = false;
 #endif
 
@@ -96,10 +97,9 @@ using Answer = std::pair<int, std::string>;
 Answer Call(const char* method, const std::string& payload,
             const std::string& destination = kService);
 
-/// Broadcasts events; lets a test send anything.
+/// Broadcasts events.
 class Emitter : public ECIPCManager {
  public:
-  using ECIPCManager::m_Send;
   bool Send(int number, ESGMessageBuffer& payload) override {
     return m_Send("", Event, number, payload);
   }
@@ -108,11 +108,19 @@ class Emitter : public ECIPCManager {
 Emitter& TheEmitter();
 
 /// Appends made-up values of the types of `signature`; each array gets as many elements.
-ipcs::MessagePtr WithBody(ipcs::MessagePtr message, const std::string& signature, int elements = 1);
+esg::internal::MessagePtr WithBody(esg::internal::MessagePtr message, const std::string& signature,
+                                   int elements = 1);
 
 /// Signatures, and sizes of arrays in them, that are not the protocol's, whose own begins with
 /// `head`.
 std::vector<std::pair<std::string, int>> WrongBodies(const std::string& head);
+/// Signatures that are the protocol's and go on after it.
+std::vector<std::string> LongerBodies(const std::string& head);
+
+/// How many bytes of payload a message may have that is this one without any, for the bus to take
+/// it. And whether the bus takes a message: it drops the connection that sends one too large.
+std::size_t LargestPayload(DBusMessage* message);
+bool BusTakes(esg::internal::MessagePtr message);
 
 int OpenDescriptors();
 long ResidentKiB();

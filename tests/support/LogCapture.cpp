@@ -17,6 +17,7 @@ struct State {
   std::vector<Line> lines;
   std::vector<Assertion> assertions;
   bool echo = false;
+  std::string held;
 };
 
 /// Never destroyed: the library's own static objects log when they are.
@@ -37,12 +38,20 @@ void Remember(Line line) {
   const std::size_t prefix = line.text.find(" > ");
   line.message = prefix == std::string::npos ? line.text : line.text.substr(prefix + 3);
   State& state = TheState();
-  const std::lock_guard<std::mutex> lock(state.mutex);
+  std::unique_lock<std::mutex> lock(state.mutex);
   if (state.echo) {
     std::fprintf(stderr, "%s", line.text.c_str());
   }
-  state.lines.push_back(std::move(line));
+  state.lines.push_back(line);
   state.changed.notify_all();
+  state.changed.wait(
+      lock, [&] { return state.held.empty() || line.text.find(state.held) == std::string::npos; });
+}
+
+void SetHeld(std::string part) {
+  const std::lock_guard<std::mutex> lock(TheState().mutex);
+  TheState().held = std::move(part);
+  TheState().changed.notify_all();
 }
 
 }  // namespace
@@ -63,6 +72,10 @@ bool WaitFor(std::string_view part, int count) {
   return state.changed.wait_for(lock, std::chrono::seconds(10),
                                 [&] { return CountLocked(state, part) >= count; });
 }
+
+Hold::Hold(std::string part) { SetHeld(std::move(part)); }
+
+Hold::~Hold() { SetHeld(""); }
 
 std::vector<Assertion> Assertions() {
   const std::lock_guard<std::mutex> lock(TheState().mutex);

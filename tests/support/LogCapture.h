@@ -22,6 +22,15 @@ int Count(std::string_view part);
 /// Waits until that many lines have it; false after ten seconds.
 bool WaitFor(std::string_view part, int count = 1);
 
+/// As long as it lives, who logs a line that has this in its text waits there. One at a time.
+class Hold {
+ public:
+  explicit Hold(std::string part);
+  ~Hold();
+  Hold(const Hold&) = delete;
+  Hold& operator=(const Hold&) = delete;
+};
+
 struct Assertion {
   std::string expression;
   std::string source;

@@ -19,13 +19,14 @@ constexpr char kEverything[] = R"(
 
 }  // namespace
 
-PrivateBus::PrivateBus(const std::string& policy) {
+PrivateBus::PrivateBus(const std::string& policy, const std::string& settings) {
   chmod(m_folder.path.c_str(), 0755);  // other users may connect too
   const std::string address = "unix:path=" + m_folder.name + "/socket";
   setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
   m_folder.Write("bus.conf", "<busconfig>\n  <type>system</type>\n  <listen>" + address +
                                  "</listen>\n  <auth>EXTERNAL</auth>\n" +
-                                 (policy.empty() ? kEverything : policy) + "\n</busconfig>\n");
+                                 (policy.empty() ? kEverything : policy) + settings +
+                                 "\n</busconfig>\n");
 }
 
 PrivateBus::~PrivateBus() { Stop(); }
@@ -42,12 +43,17 @@ void PrivateBus::Start() {
 void PrivateBus::Stop() {
   if (m_daemon != nullptr) {
     m_daemon->Signal(SIGTERM);
+    m_daemon->Signal(SIGCONT);  // one that stands still takes nothing else
     m_daemon->Wait();
     m_daemon.reset();
   }
 }
 
 void PrivateBus::Kill() { m_daemon.reset(); }
+
+void PrivateBus::Pause() { m_daemon->Signal(SIGSTOP); }
+
+void PrivateBus::Resume() { m_daemon->Signal(SIGCONT); }
 
 PrivateBus& TestBus() {
   static PrivateBus bus;

@@ -13,8 +13,9 @@
 /// started late, and again at the same address.
 class PrivateBus {
  public:
-  /// `policy` takes the place of the default one, under which everybody may do everything.
-  explicit PrivateBus(const std::string& policy = "");
+  /// `policy` takes the place of the default one, under which everybody may do everything;
+  /// `settings` are other elements of its configuration.
+  explicit PrivateBus(const std::string& policy = "", const std::string& settings = "");
   ~PrivateBus();
   PrivateBus(const PrivateBus&) = delete;
   PrivateBus& operator=(const PrivateBus&) = delete;
@@ -24,6 +25,9 @@ class PrivateBus {
   /// Ends it, asking or not, and returns when it is gone.
   void Stop();
   void Kill();
+  /// Lets it stand still, connected but without taking or giving anything, and go on.
+  void Pause();
+  void Resume();
 
   bool Runs() const { return m_daemon != nullptr; }
 

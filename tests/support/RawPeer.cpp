@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
-using ipcs::MessagePtr;
+using esg::internal::MessagePtr;
 
 namespace {
 
@@ -23,20 +23,28 @@ void Append(DBusMessage* message, int type, const void* head, const std::string&
 
 }  // namespace
 
+esg::internal::ConnectionPtr OpenBus(esg::internal::Error& error) {
+  esg::internal::ConnectionPtr connection(dbus_bus_get_private(DBUS_BUS_SYSTEM, &error));
+  if (connection != nullptr) {
+    dbus_connection_set_exit_on_disconnect(connection.get(), FALSE);
+  }
+  return connection;
+}
+
 RawPeer::RawPeer(const std::string& name, Handler handler)
     : m_handler(std::move(handler)), m_wakeUp(eventfd(0, EFD_CLOEXEC)) {
   dbus_threads_init_default();
-  ipcs::Error error;
-  m_connection = ipcs::OpenSystemBus(error);
+  esg::internal::Error error;
+  m_connection = OpenBus(error).release();
   if (m_connection == nullptr) {
-    throw std::runtime_error(error.Text());
+    throw std::runtime_error(error.message);
   }
   m_uniqueName = dbus_bus_get_unique_name(m_connection);
   if (!name.empty() &&
-      dbus_bus_request_name(m_connection, name.c_str(), DBUS_NAME_FLAG_DO_NOT_QUEUE, error.Out()) !=
+      dbus_bus_request_name(m_connection, name.c_str(), DBUS_NAME_FLAG_DO_NOT_QUEUE, &error) !=
           DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER) {
-    ipcs::CloseAndRelease(m_connection);
-    throw std::runtime_error(error.IsSet() ? error.Text() : "the name is taken");
+    esg::internal::ConnectionPtr(m_connection).reset();
+    throw std::runtime_error(error.IsSet() ? error.message : "the name is taken");
   }
   m_thread = std::thread(&RawPeer::Run, this);
 }
@@ -56,7 +64,7 @@ void RawPeer::Stop() {
   }
   eventfd_write(m_wakeUp, 1);
   m_thread.join();
-  ipcs::CloseAndRelease(m_connection);
+  esg::internal::ConnectionPtr(m_connection).reset();
 }
 
 int RawPeer::Calls() {
@@ -78,11 +86,25 @@ dbus_uint32_t RawPeer::Send(MessagePtr message) {
 
 MessagePtr RawPeer::Call(MessagePtr call) {
   const dbus_uint32_t serial = Send(std::move(call));
-  std::unique_lock<std::mutex> lock(m_mutex);
-  m_changed.wait_for(lock, kPatience, [&] { return m_replies.count(serial) != 0; });
+  {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_changed.wait_for(lock, kPatience, [&] { return m_replies.count(serial) != 0; });
+  }
+  return Answer(serial);
+}
+
+MessagePtr RawPeer::Answer(dbus_uint32_t serial) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
   MessagePtr reply = std::move(m_replies[serial]);
   m_replies.erase(serial);
   return reply;
+}
+
+void RawPeer::Sync() {
+  if (Call(MessagePtr(dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
+                                                   DBUS_INTERFACE_PEER, "Ping"))) == nullptr) {
+    throw std::runtime_error("the bus does not answer");
+  }
 }
 
 void RawPeer::AddMatch(const std::string& rule) {
@@ -180,7 +202,7 @@ Body ReadBody(DBusMessage* message) {
   const char* text = "";
   const char* data = nullptr;
   int size = 0;
-  const bool isText = dbus_message_has_signature(message, "siay") != FALSE;
+  const bool isText = dbus_message_get_signature(message)[0] == DBUS_TYPE_STRING;
   const void* head = isText ? static_cast<const void*>(&text) : &body.number;
   if (dbus_message_get_args(message, nullptr, isText ? DBUS_TYPE_STRING : DBUS_TYPE_INT32, head,
                             DBUS_TYPE_INT32, &body.length, DBUS_TYPE_ARRAY, DBUS_TYPE_BYTE, &data,

@@ -12,13 +12,16 @@
 #include <string>
 #include <thread>
 
-#include "IPCS/DBusHandles.h"
+#include "IPCS/internal/Handles.h"
+
+/// A private connection whose loss does not end the process; null with `error` set on failure.
+esg::internal::ConnectionPtr OpenBus(esg::internal::Error& error);
 
 /// A peer straight on libdbus, on a private connection and a thread of its own.
 class RawPeer {
  public:
   /// Answers a method call, on the peer's thread; null leaves the caller without an answer.
-  using Handler = std::function<ipcs::MessagePtr(DBusMessage* call)>;
+  using Handler = std::function<esg::internal::MessagePtr(DBusMessage* call)>;
 
   /// Returns when it is on the bus and owns `name`, if it is to have one; throws when it does not.
   explicit RawPeer(const std::string& name = "", Handler handler = nullptr);
@@ -36,18 +39,23 @@ class RawPeer {
   bool WaitForCalls(int count);
 
   /// Sends any message, from any thread; its serial number.
-  dbus_uint32_t Send(ipcs::MessagePtr message);
+  dbus_uint32_t Send(esg::internal::MessagePtr message);
   /// Sends a call and waits for its answer; null after ten seconds.
-  ipcs::MessagePtr Call(ipcs::MessagePtr call);
+  esg::internal::MessagePtr Call(esg::internal::MessagePtr call);
+  /// The answer to the message of this serial number, if it is there.
+  esg::internal::MessagePtr Answer(dbus_uint32_t serial);
+
+  /// Returns when the bus has taken all that was sent before.
+  void Sync();
 
   /// Receives signals that match from now on, or those only that are sent to this peer.
   void AddMatch(const std::string& rule);
   /// The next signal; null after ten seconds.
-  ipcs::MessagePtr NextSignal();
+  esg::internal::MessagePtr NextSignal();
 
  private:
   void Run();
-  void Handle(ipcs::MessagePtr message);
+  void Handle(esg::internal::MessagePtr message);
 
   DBusConnection* m_connection = nullptr;
   Handler m_handler;
@@ -59,16 +67,16 @@ class RawPeer {
   std::condition_variable m_changed;
   bool m_stop = false;
   int m_calls = 0;
-  std::map<dbus_uint32_t, ipcs::MessagePtr> m_replies;
-  std::deque<ipcs::MessagePtr> m_signals;
+  std::map<dbus_uint32_t, esg::internal::MessagePtr> m_replies;
+  std::deque<esg::internal::MessagePtr> m_signals;
 };
 
 /// The messages of the protocol, written and read without the library.
-ipcs::MessagePtr MakeCall(const std::string& destination, const std::string& method,
-                          const std::string& bytes);
-ipcs::MessagePtr MakeReply(DBusMessage* call, int result, const std::string& bytes);
-ipcs::MessagePtr MakeSignal(const char* member, int number, const std::string& bytes,
-                            const std::string& destination = "");
+esg::internal::MessagePtr MakeCall(const std::string& destination, const std::string& method,
+                                   const std::string& bytes);
+esg::internal::MessagePtr MakeReply(DBusMessage* call, int result, const std::string& bytes);
+esg::internal::MessagePtr MakeSignal(const char* member, int number, const std::string& bytes,
+                                     const std::string& destination = "");
 
 struct Body {
   std::string text;  ///< The first argument where it is a string,

@@ -1,5 +1,7 @@
 #include "Bus.h"
 
+#include <IESGService.h>
+
 #include <algorithm>
 #include <optional>
 #include <string>
@@ -97,7 +99,7 @@ Failure NoService(const std::string& why) {
 
 /// Whether the service is on the bus; no answer if the bus does not give one.
 std::optional<bool> IsThere(GDBusConnection* connection, Error& error) {
-  const Reply reply = Ask(connection, "NameHasOwner", g_variant_new("(s)", kServiceName), "(b)",
+  const Reply reply = Ask(connection, "NameHasOwner", g_variant_new("(s)", kESGServiceName), "(b)",
                           kCallMilliseconds, error);
   if (reply == nullptr) {
     return std::nullopt;
@@ -116,7 +118,7 @@ bool IsActivatable(GDBusConnection* connection) {
   }
   const Reply list(g_variant_get_child_value(reply.get(), 0), g_variant_unref);
   const gchar** const names = g_variant_get_strv(list.get(), nullptr);
-  const bool found = g_strv_contains(names, kServiceName) != FALSE;
+  const bool found = g_strv_contains(names, kESGServiceName) != FALSE;
   g_free(names);
   return found;
 }
@@ -147,10 +149,10 @@ void Bus::RequireService() const {
     return;
   }
   if (!IsActivatable(m_connection.get())) {
-    throw NoService(std::string("nobody owns ") + kServiceName + " on the bus.");
+    throw NoService(std::string("nobody owns ") + kESGServiceName + " on the bus.");
   }
-  if (Ask(m_connection.get(), "StartServiceByName", g_variant_new("(su)", kServiceName, 0U), "(u)",
-          kStartMilliseconds, error) == nullptr) {
+  if (Ask(m_connection.get(), "StartServiceByName", g_variant_new("(su)", kESGServiceName, 0U),
+          "(u)", kStartMilliseconds, error) == nullptr) {
     throw NoService("the bus cannot start it: " + error.Text());
   }
 }

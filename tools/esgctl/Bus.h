@@ -9,9 +9,6 @@
 
 namespace esgctl {
 
-/// The bus name of the guide service.
-inline constexpr char kServiceName[] = "com.velmora.ESGCallListener";
-
 /// A connection of our own to the system bus, to know how things stand there before the library is
 /// used: its first query waits for a bus for up to a minute, and ends the process when none comes.
 class Bus {

@@ -1,47 +1,34 @@
 #include "Guide.h"
 
 #include <ESGAPI.h>
+#include <ESGFailure.h>
 #include <IESGService.h>
 #include <json/value.h>
 
 #include <algorithm>
 
-#include "LogTap.h"
-
 namespace esgctl {
 namespace {
 
-/// The error name in the library's log line about an error reply; empty if there is none.
-std::string ErrorName(const std::vector<std::string>& lines) {
-  static constexpr char kBefore[] = "[Error name: ";
-  for (const std::string& line : lines) {
-    const std::size_t at = line.find(kBefore);
-    if (at != std::string::npos) {
-      const std::size_t name = at + sizeof kBefore - 1;
-      return line.substr(name, line.find(']', name) - name);
-    }
-  }
-  return {};
-}
-
 /// What a failed question was, given that bus and service are there.
-Failure Diagnosis(const std::vector<std::string>& lines) {
-  const std::string name = ErrorName(lines);
-  const std::string detail = "\nThe library says: " + lines.front();
-  for (const char* const mute :
-       {"NoReply", "Timeout", "TimedOut", "Disconnected", "ServiceUnknown"}) {
-    if (name == std::string("org.freedesktop.DBus.Error.") + mute) {
-      return {Status::Away, "The guide service does not answer. Is it stuck?" + detail};
-    }
+Failure Diagnosis(const ESGFailure& failure) {
+  const std::string detail =
+      failure.errorName.empty() ? ""
+                                : "\nThe bus says: " + failure.errorName + ": " + failure.errorText;
+  switch (failure.reason) {
+    case ESGFailureReason::NoBus:
+    case ESGFailureReason::NoService:
+    case ESGFailureReason::NoAnswer:
+      return {Status::Away, "The guide service does not respond. Is it stuck?" + detail};
+    case ESGFailureReason::AccessDenied:
+      return {Status::Other,
+              "The system bus does not let this user ask the guide service." + detail};
+    case ESGFailureReason::Unreadable:
+      return {Status::Unreadable,
+              "The answer of the guide service cannot be read. Is it the right service?" + detail};
+    default:
+      return {Status::Other, ESGFailureText(failure.reason) + detail};
   }
-  if (name == "org.freedesktop.DBus.Error.AccessDenied") {
-    return {Status::Other, "The system bus does not let this user ask the guide service." + detail};
-  }
-  if (!name.empty()) {
-    return {Status::Other, "The guide service answers with an error." + detail};
-  }
-  return {Status::Unreadable,
-          "The answer of the guide service cannot be read. Is it the right service?" + detail};
 }
 
 /// A programme of this service as a reference to send back. Services may leave their own id out of
@@ -62,18 +49,17 @@ Guide::Guide(const Clock& clock, Progress& progress) : m_clock(clock), m_progres
 }
 
 bool Guide::Ask(const std::function<bool(IESGService&)>& question) {
-  log_tap::Clear();
   if (question(*ESGAPI::GetESGServiceAPI())) {
     return true;
   }
-  const std::vector<std::string> errors = log_tap::Errors();
-  if (errors.empty()) {
+  const ESGFailure failure = ESGLastFailure();
+  if (failure.reason == ESGFailureReason::NotFound) {
     return false;
   }
   if (const auto away = m_bus.WhatIsAway()) {
     throw Failure(*away);
   }
-  throw Diagnosis(errors);
+  throw Diagnosis(failure);
 }
 
 std::optional<FCESGProgramInfo> Guide::Present(const std::string& service) {

@@ -1,6 +1,7 @@
 #include "Watch.h"
 
 #include <ESGEMSProxy.h>
+#include <IESGService.h>
 #include <IPCS/EIIPCConnection.h>
 #include <glib-unix.h>
 #include <json/value.h>
@@ -128,7 +129,7 @@ Status Watch(const WatchRequest& request) {
   g_unix_signal_add(SIGTERM, OnSignal, &watcher);
   g_unix_fd_add(output, static_cast<GIOCondition>(G_IO_ERR | G_IO_HUP), OnOutputGone, &watcher);
   g_signal_connect(bus.Connection(), "closed", G_CALLBACK(OnBusGone), &watcher);
-  g_bus_watch_name_on_connection(bus.Connection(), kServiceName, G_BUS_NAME_WATCHER_FLAGS_NONE,
+  g_bus_watch_name_on_connection(bus.Connection(), kESGServiceName, G_BUS_NAME_WATCHER_FLAGS_NONE,
                                  OnServiceThere, OnServiceGone, &watcher, nullptr);
 
   IESGEMS* const events = ESGEMSProxy::GetInstance(

@@ -1,11 +1,11 @@
 #include <json/value.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 
 #include "Commands.h"
-#include "LogTap.h"
 #include "TextWidth.h"
 
 namespace {
@@ -79,7 +79,8 @@ int Main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : static_cast<int>(Status::Usage);
   }
-  esgctl::log_tap::SetVerbose(session.verbose);
+  // The library's log is for those who ask for it; what failed is told anyway.
+  setenv("ESG_LOG", session.verbose ? "debug" : "none", session.verbose ? 1 : 0);
   return static_cast<int>(Run(session));
 }
 

@@ -1,6 +1,7 @@
 #ifndef GUIDE_SERVICE_H
 #define GUIDE_SERVICE_H
 
+#include <IESGService.h>
 #include <IPCS/ECNativeConnection.h>
 #include <gio/gio.h>
 
@@ -42,7 +43,7 @@ class ServiceError : public std::runtime_error {
 struct ServiceOptions {
   std::string guideFolder;
   std::string saveFolder;  ///< empty: nothing may be saved
-  std::string busName = "com.velmora.ESGCallListener";
+  std::string busName = kESGServiceName;
   bool today = false;
   bool stdinEvents = false;
 };

@@ -1,0 +1,52 @@
+#ifndef IPCS_INTERNAL_WIRE_H
+#define IPCS_INTERNAL_WIRE_H
+
+#include <dbus/dbus.h>
+
+#include "IPCS/EIIPCConnection.h"
+#include "IPCS/ESGMessageBuffer.h"
+
+/// The layout of every message, for all four ends: caller, listener, emitter and receiver.
+///
+///     call    method name (s)        length (i)  payload (ay)
+///     reply   result (i)             length (i)  payload (ay)
+///     signal  number in decimal (s)  length (i)  payload (ay)
+///
+/// The length repeats the array's own, which is the one that counts. Arguments after these three
+/// are ignored.
+namespace esg::internal {
+
+inline constexpr char kCallPath[] = "/com/velmora/Object";
+inline constexpr char kCallMember[] = "MethodCall";
+inline constexpr char kSignalPath[] = "/com/velmora/ESG/IPCS";
+inline constexpr char kSignalInterface[] = "com.velmora.ESG.Signal";
+
+/// The signal member of a kind of message; "Unknown" for a value that is none.
+inline const char* MemberName(eECIPCMessageType type) {
+  return type == Event ? "Event" : type == Data ? "Data" : "Unknown";
+}
+
+/// TooLarge: the bus would drop the connection that sends it. Failed: no memory, or a text that the
+/// bus does not carry. The log has the reason where it is not memory.
+enum class Written { Done, TooLarge, Failed };
+
+/// Appends a body to a new message. The payload is the first bytes of `payload`, as many as are
+/// unread.
+Written WriteCall(DBusMessage* message, const char* method, const ESGMessageBuffer& payload);
+Written WriteReply(DBusMessage* message, int result, const ESGMessageBuffer& payload);
+Written WriteSignal(DBusMessage* message, int number, const ESGMessageBuffer& payload);
+
+/// Empty: the message has no arguments. Wrong: it has others; nothing is read then.
+enum class Read { Done, Empty, Wrong };
+
+/// Reads a body: its first argument (a method is valid as long as the message), and its bytes,
+/// which are appended to `payload`. So many more may be looked at there; what they are does not
+/// matter.
+inline constexpr unsigned int kPadding = 64;
+Read ReadCall(DBusMessage* message, const char*& method, ESGMessageBuffer& payload);
+Read ReadReply(DBusMessage* message, int& result, ESGMessageBuffer& payload);
+Read ReadSignal(DBusMessage* message, int& number, ESGMessageBuffer& payload);
+
+}  // namespace esg::internal
+
+#endif

@@ -1,0 +1,110 @@
+#ifndef SRC_OPERATIONS_H
+#define SRC_OPERATIONS_H
+
+#include <json/json.h>
+
+#include <string>
+#include <type_traits>
+
+#include "DirectReader.h"
+#include "ESGTypes.h"
+#include "FCESGProgramInfo.h"
+#include "Failure.h"
+#include "IPCS/ESGMessageBuffer.h"
+#include "JsonText.h"
+
+class EIIPCConnection;
+
+/// The ten operations of the service, each said once for the queries that block and those that do
+/// not. Making one writes its log line.
+namespace operations {
+
+/// What an operation without an output gives.
+struct Nothing {};
+
+template <typename Result>
+struct Operation {
+  const char* name;
+  Json::Value arguments;
+  /// Reads the output from an answer with which the service reports success.
+  bool (*read)(Json::Value& reply, Result& result);
+};
+
+Operation<FCESGProgramInfo> GetPresentProgram(const std::string& globalServiceId);
+Operation<ESGProgramMap> GetProgramList(const std::string& globalServiceId, unsigned int startTime,
+                                        unsigned int duration);
+Operation<FCESGProgramInfo> GetProgram(const FCESGProgramInfo& program,
+                                       eRelative_Position position);
+Operation<FCESGProgramInfo> GetProgramItem(const std::string& globalServiceId,
+                                           const std::string& contentId, unsigned int startTime);
+Operation<std::string> GetScheduleFragment(const std::string& globalServiceId,
+                                           unsigned int startTime, unsigned int duration, bool bb);
+Operation<std::string> GetServiceFragment(const std::string& globalServiceId, bool bb);
+Operation<std::string> GetContentFragment(const std::string& globalServiceId,
+                                          unsigned int startTime, unsigned int duration, bool bb);
+Operation<Nothing> SaveContentFragment(const std::string& path, const std::string& globalServiceId,
+                                       bool bb);
+Operation<Nothing> SaveScheduleFragment(const std::string& path, const std::string& globalServiceId,
+                                        bool bb);
+Operation<Nothing> SaveServiceFragment(const std::string& path, const std::string& globalServiceId,
+                                       bool bb);
+
+// What is done with an answer, named as the steps of a call that their log lines belong to.
+
+/// What Call() gave, as text; notes the reason if that is a failure.
+bool RemoteCallWithStringArguments(int called, ESGMessageBuffer& response, std::string& reply,
+                                   failure::Note& note);
+bool RemoteCallWithJsonArguments(std::string& replyText, Json::Value& reply);
+/// The service's verdict, from the text of its answer.
+bool ParseReturnValue(const std::string& replyText, failure::Note& note);
+/// The verdict in a parsed answer; notes the reason if it found nothing.
+bool IsSuccess(Json::Value& reply, failure::Note& note);
+
+/// The verdict and the output of a parsed answer. The JSON library's exceptions pass.
+template <typename Result>
+bool TakeOutput(bool (*read)(Json::Value& reply, Result& result), Json::Value& reply,
+                Result& result, failure::Note& note) {
+  if (!ParseReturnValue(json::ToText(reply), note) || !read(reply, result)) {
+    return false;
+  }
+  note.reason = ESGFailureReason::None;
+  return true;
+}
+
+/// All of an answer in one go, for queries that are free to.
+template <typename Result>
+bool TakeDirectly(bool (*read)(Json::Value& reply, Result& result), int called,
+                  ESGMessageBuffer& response, Result& result, failure::Note& note) {
+  if constexpr (!std::is_same_v<Result, Nothing>) {
+    if (called != -1 && direct::Read(response.GetAsCStr(0), response.GetFullBufferSize(), result)) {
+      note.reason = ESGFailureReason::None;
+      return true;
+    }
+    result = Result();
+  }
+  std::string text;
+  Json::Value reply;
+  if (!RemoteCallWithStringArguments(called, response, text, note) ||
+      !RemoteCallWithJsonArguments(text, reply) || !IsSuccess(reply, note) ||
+      !read(reply, result)) {
+    return false;
+  }
+  note.reason = ESGFailureReason::None;
+  return true;
+}
+
+/// One call through `connection`, null for the process-wide one; notes why it fails.
+int Call(EIIPCConnection* connection, const char* method, const std::string& arguments,
+         ESGMessageBuffer& response);
+
+/// An operation that blocks, and is free to read its answer in one go. `result` has to be fresh.
+template <typename Result>
+bool AskDirectly(const Operation<Result>& operation, Result& result) {
+  ESGMessageBuffer response;
+  const int called = Call(nullptr, operation.name, json::ToText(operation.arguments), response);
+  return TakeDirectly(operation.read, called, response, result, failure::Last());
+}
+
+}  // namespace operations
+
+#endif

@@ -7,8 +7,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -345,7 +347,7 @@ int main(int /*argc*/, char** argv) {
   start(round.inStep, &RunSteps);
   // The race detector does not survive a cancellation within poll().
   start(round.cancels && !kThreadSanitized, &RunCancellations);
-  start(round.forks, &RunForks);
+  start(round.forks && kForksSafely, &RunForks);
   for (int i = 0; i < round.muteCalls; ++i) {
     start(true, &RunMuteCall);
   }

@@ -21,9 +21,12 @@
 
 #if defined(__has_feature)
 inline constexpr bool kThreadSanitized = __has_feature(thread_sanitizer);
-inline constexpr bool kSanitized = kThreadSanitized || __has_feature(address_sanitizer);
+/// Its allocator's locks may be held by another thread when a process forks.
+inline constexpr bool kForksSafely = !__has_feature(address_sanitizer);
+inline constexpr bool kSanitized = kThreadSanitized || !kForksSafely;
 #else
 inline constexpr bool kThreadSanitized = false;
+inline constexpr bool kForksSafely = true;
 inline constexpr bool kSanitized = false;
 #endif
 

@@ -334,8 +334,8 @@ int main(int /*argc*/, char** argv) {
   connection.SetEventCallbackFunction(&OnEvent);
   connection.SetGMainLoop(nullptr);
   ECIPCClient::GetInstance();
-  auto* loop = new MainLoopThread;
-  auto& threads = *new std::vector<std::thread>;
+  static auto* const loop = new MainLoopThread;
+  static auto& threads = *new std::vector<std::thread>;
   const auto start = [&](bool is, void (*run)(int)) {
     if (is) {
       threads.emplace_back(run, static_cast<int>(threads.size()));
@@ -345,8 +345,8 @@ int main(int /*argc*/, char** argv) {
     start(true, &RunCaller);
   }
   start(round.inStep, &RunSteps);
-  // The race detector does not survive a cancellation within poll().
-  start(round.cancels && !kThreadSanitized, &RunCancellations);
+  // The sanitizers do not survive a cancellation within poll(), or lose track of its stack.
+  start(round.cancels && !kSanitized, &RunCancellations);
   start(round.forks && kForksSafely, &RunForks);
   for (int i = 0; i < round.muteCalls; ++i) {
     start(true, &RunMuteCall);

@@ -8,9 +8,9 @@
 
 #include "Aliases.h"
 #include "FCESGProgramInfo.h"
-#include "Failure.h"
 #include "Grid.h"
 #include "Json.h"
+#include "Status.h"
 #include "Table.h"
 #include "TextWidth.h"
 #include "Time.h"
@@ -32,7 +32,7 @@ std::pair<int, std::string> FailureOf(Action action) {
   try {
     action();
   } catch (const Failure& failure) {
-    return {static_cast<int>(failure.status()), failure.what()};
+    return {static_cast<int>(failure.Status()), failure.what()};
   }
   return {0, ""};
 }

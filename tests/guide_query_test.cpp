@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "Guide.h"
+#include "common/Time.h"
 
 namespace guide {
 namespace {
@@ -175,9 +176,10 @@ TEST(NoBusGuide, AGuideMovesToToday) {
   for (const auto& [zone, first, now, expected] : cases) {
     setenv("TZ", zone, 1);
     tzset();
-    const std::uint32_t start = ToNtp(Local(first));
+    const std::uint32_t start = esg::tools::NtpFromUnix(Local(first));
     const std::uint32_t moved = start + ShiftToToday(start, Local(now));
-    EXPECT_EQ(FromNtp(moved), Local(expected)) << zone << " " << now;
+    EXPECT_EQ(esg::tools::UnixFromNtp(moved, esg::tools::kNtpRollover), Local(expected))
+        << zone << " " << now;
   }
 }
 

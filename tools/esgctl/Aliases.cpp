@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <fstream>
 
-#include "Failure.h"
+#include "Status.h"
 #include "TextWidth.h"
 
 namespace esgctl {
@@ -42,7 +42,7 @@ Aliases Aliases::Load(const std::string& path) {
 Aliases::Aliases(std::istream& text) {
   std::string line;
   for (int number = 1; std::getline(text, line); ++number) {
-    AddLine(Trimmed(line), number);
+    AddLine(std::string(Trimmed(line)), number);
   }
 }
 
@@ -54,8 +54,10 @@ void Aliases::AddLine(const std::string& line, int number) {
     m_complaints.push_back("line " + std::to_string(number) + ": " + what);
   };
   const std::size_t sign = line.find('=');
-  const std::string alias = Trimmed(line.substr(0, sign));
-  const std::string id = sign == std::string::npos ? std::string() : Trimmed(line.substr(sign + 1));
+  const std::string alias(Trimmed(std::string_view(line).substr(0, sign)));
+  const std::string id(sign == std::string::npos
+                           ? std::string_view()
+                           : Trimmed(std::string_view(line).substr(sign + 1)));
   if (alias.empty() || id.empty()) {
     complain("not of the form \"alias = global-service-id\"");
   } else if (!IsUtf8(line)) {
@@ -67,7 +69,7 @@ void Aliases::AddLine(const std::string& line, int number) {
 
 std::string Aliases::Resolve(const std::string& text) const {
   if (text.empty() || !IsUtf8(text)) {
-    throw Failure(Status::Usage, "A service is named by an alias or a global service id in UTF-8.");
+    throw Failure(kUsage, "A service is named by an alias or a global service id in UTF-8.");
   }
   if (text[0] == '=') {
     return text.substr(1);
@@ -93,7 +95,7 @@ std::string Aliases::Resolve(const std::string& text) const {
     for (const std::string& candidate : candidates) {
       message += ' ' + candidate;
     }
-    throw Failure(Status::Usage, message + ". Write more of the name.");
+    throw Failure(kUsage, message + ". Write more of the name.");
   }
   return id;
 }

@@ -1,11 +1,10 @@
 #ifndef ESGCTL_BUS_H
 #define ESGCTL_BUS_H
 
-#include <gio/gio.h>
-
 #include <memory>
 
-#include "Failure.h"
+#include "Status.h"
+#include "common/Bus.h"
 
 namespace esgctl {
 
@@ -13,24 +12,20 @@ namespace esgctl {
 /// used: its first query waits for a bus for up to a minute, and ends the process when none comes.
 class Bus {
  public:
-  /// Connects, with time limits at each step. Status::Away where that fails.
+  /// Connects, with time limits at each step. kAway where that fails.
   Bus();
 
-  /// Status::Away where the service is not running and the bus cannot start it.
+  /// kAway where the service is not running and the bus cannot start it.
   void RequireService() const;
 
-  /// Why a question failed, by how things stand now: a failure of status Away if the bus or the
+  /// Why a question failed, by how things stand now: a failure of status kAway if the bus or the
   /// service has gone, nothing if both are there.
   std::unique_ptr<Failure> WhatIsAway() const;
 
-  GDBusConnection* Connection() const { return m_connection.get(); }
+  GDBusConnection* Connection() const { return m_bus.Connection(); }
 
  private:
-  struct Release {
-    void operator()(GDBusConnection* connection) const { g_object_unref(connection); }
-  };
-
-  std::unique_ptr<GDBusConnection, Release> m_connection;
+  esg::tools::Bus m_bus;
 };
 
 }  // namespace esgctl

@@ -7,9 +7,9 @@
 #include <string>
 
 #include "Aliases.h"
-#include "Failure.h"
 #include "Guide.h"
 #include "Progress.h"
+#include "Status.h"
 #include "Terminal.h"
 #include "Time.h"
 

@@ -34,9 +34,9 @@ Status Emit(int event, const Parameters& parameters) {
   }
   static Emitter emitter;  // its connection stays when it is destroyed
   if (!emitter.Send(event, payload)) {
-    throw Failure(Status::Other, "The event cannot be sent; --verbose shows why.");
+    throw Failure(kOther, "The event cannot be sent; --verbose shows why.");
   }
-  return Status::Found;
+  return kFound;
 }
 
 }  // namespace

@@ -43,12 +43,11 @@ Status Xml(Session& session, const FragmentRequest& request) {
     });
   });
   if (!found) {
-    throw Failure(Status::NotFound, "The guide service has no such " + request.kind +
-                                        " fragment of " + id +
-                                        (request.number ? " by this number." : " for this time."));
+    throw Failure(kNotFound, "The guide service has no such " + request.kind + " fragment of " +
+                                 id + (request.number ? " by this number." : " for this time."));
   }
   Print(text);
-  return Status::Found;
+  return kFound;
 }
 
 Status Save(Session& session, const FragmentRequest& request) {
@@ -63,11 +62,11 @@ Status Save(Session& session, const FragmentRequest& request) {
     });
   });
   if (!saved) {
-    throw Failure(Status::Other, "The guide service did not save the fragment: it has none of " +
-                                     id + ", or does not write to " + request.path +
-                                     ".\nIts own log says which.");
+    throw Failure(kOther, "The guide service did not save the fragment: it has none of " + id +
+                              ", or does not write to " + request.path +
+                              ".\nIts own log says which.");
   }
-  return Status::Found;
+  return kFound;
 }
 
 CLI::App& AddFragment(CLI::App& app, const char* name, const char* description,

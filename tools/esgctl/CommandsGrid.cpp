@@ -38,7 +38,7 @@ std::vector<std::string> GridServices(const GridRequest& request, const Aliases&
                    [](const auto& entry) { return entry.second; });
   }
   if (ids.empty()) {
-    throw Failure(Status::Usage,
+    throw Failure(kUsage,
                   "Which services? Name them, or write lines \"alias = "
                   "global-service-id\" to " +
                       Aliases::DefaultPath());
@@ -76,11 +76,11 @@ Status Grid(Session& session, const GridRequest& request) {
     return made;
   });
   if (std::all_of(rows.begin(), rows.end(), [](const GridRow& row) { return row.cells.empty(); })) {
-    throw Failure(Status::NotFound, "Nothing is on from " + FormatDateTime(range.from) + " to " +
-                                        FormatDateTime(range.to) + " on any of these services.");
+    throw Failure(kNotFound, "Nothing is on from " + FormatDateTime(range.from) + " to " +
+                                 FormatDateTime(range.to) + " on any of these services.");
   }
   Print(RenderGrid(rows, range, clock.Now(), GridStyle(session.looks)));
-  return Status::Found;
+  return kFound;
 }
 
 Status ListServices(Session& session, bool names, bool json) {
@@ -108,7 +108,7 @@ Status ListServices(Session& session, bool names, bool json) {
     // An id that is cut is of no use.
     Print(table.Render({0, TableStyle(session.looks).colour}));
   }
-  return Status::Found;
+  return kFound;
 }
 
 }  // namespace

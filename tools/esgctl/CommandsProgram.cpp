@@ -97,7 +97,7 @@ std::string InFull(const FCESGProgramInfo& program, const View& view) {
   if (!view.known) {
     message += "\nIs that its global service id? Known services are shown by: esgctl services";
   }
-  throw Failure(Status::NotFound, message);
+  throw Failure(kNotFound, message);
 }
 
 Status ShowOne(const std::optional<FCESGProgramInfo>& program, const std::string& absent,
@@ -110,7 +110,7 @@ Status ShowOne(const std::optional<FCESGProgramInfo>& program, const std::string
   } else {
     Print(full ? InFull(*program, view) : AsTable({*program}, view));
   }
-  return Status::Found;
+  return kFound;
 }
 
 Status ShowAll(const Programs& programs, const std::string& absent, const View& view) {
@@ -127,7 +127,7 @@ Status ShowAll(const Programs& programs, const std::string& absent, const View& 
   if (!view.request.json && !view.request.raw) {
     Print(AsTable(programs, view));
   }
-  return Status::Found;
+  return kFound;
 }
 
 Status Now(Session& session, const View& view) {

@@ -19,15 +19,14 @@ Failure Diagnosis(const ESGFailure& failure) {
     case ESGFailureReason::NoBus:
     case ESGFailureReason::NoService:
     case ESGFailureReason::NoAnswer:
-      return {Status::Away, "The guide service does not respond. Is it stuck?" + detail};
+      return {kAway, "The guide service does not respond. Is it stuck?" + detail};
     case ESGFailureReason::AccessDenied:
-      return {Status::Other,
-              "The system bus does not let this user ask the guide service." + detail};
+      return {kOther, "The system bus does not let this user ask the guide service." + detail};
     case ESGFailureReason::Unreadable:
-      return {Status::Unreadable,
+      return {kUnreadable,
               "The answer of the guide service cannot be read. Is it the right service?" + detail};
     default:
-      return {Status::Other, ESGFailureText(failure.reason) + detail};
+      return {kOther, ESGFailureText(failure.reason) + detail};
   }
 }
 

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "Failure.h"
+#include "Status.h"
 
 namespace esgctl {
 namespace {
@@ -33,7 +33,7 @@ bool Colour(const Looks& looks) {
 }
 
 Failure OutputFailure() {
-  return {Status::Other, std::string("The output cannot be written: ") + std::strerror(errno)};
+  return {kOther, std::string("The output cannot be written: ") + std::strerror(errno)};
 }
 
 }  // namespace

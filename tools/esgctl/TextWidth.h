@@ -4,18 +4,16 @@
 #include <string>
 #include <string_view>
 
+#include "common/Text.h"
+
 namespace esgctl {
 
-/// The text of a guide on one line, fit for a terminal: valid UTF-8, line breaks and tabs as
-/// spaces, no control characters and nothing that reorders the text around it.
-std::string Printable(std::string_view text);
+using esg::tools::Printable;
+using esg::tools::Trimmed;
 
 /// How many terminal columns a printable text takes, counted character by character as terminals
 /// do: wide ones two, combining ones and joiners none.
 int DisplayWidth(std::string_view text);
-
-/// The text without the blanks around it.
-std::string Trimmed(const std::string& text);
 
 /// As much of the beginning of a printable text as fits `width` columns. Combining characters stay
 /// with their base.

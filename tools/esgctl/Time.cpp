@@ -7,13 +7,12 @@
 #include <memory>
 #include <regex>
 
-#include "Failure.h"
+#include "Status.h"
 #include "TextWidth.h"
 
 namespace esgctl {
 namespace {
 
-constexpr Seconds kNtpToUnix = 2208988800;
 constexpr Seconds kEra = Seconds{1} << 32;
 constexpr Seconds kMinute = 60;
 constexpr Seconds kHour = 60 * kMinute;
@@ -37,7 +36,7 @@ std::string Format(GDateTime* time, const char* pattern) {
 }
 
 std::string Normalized(const std::string& text) {
-  std::string result = Trimmed(text);
+  std::string result(Trimmed(text));
   std::transform(result.begin(), result.end(), result.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return result;
@@ -98,10 +97,7 @@ Seconds Clock::FromRecord(std::uint32_t time) const {
   if (m_epoch == Epoch::Unix) {
     return time;
   }
-  const Seconds first = static_cast<Seconds>(time) - kNtpToUnix;
-  // Rounds to the nearest era; the difference is never negative in this century.
-  const Seconds eras = (m_now - first + kEra / 2) / kEra;
-  return first + eras * kEra;
+  return esg::tools::UnixFromNtp(time, m_now);
 }
 
 std::uint32_t Clock::ToRecord(Seconds time) const {
@@ -109,10 +105,9 @@ std::uint32_t Clock::ToRecord(Seconds time) const {
                         ? time >= 0 && time < kEra
                         : time > m_now - kEra / 2 && time <= m_now + kEra / 2 - 1;
   if (!fits) {
-    throw Failure(Status::Usage,
-                  "This time is too far away for the guide: " + FormatDateTime(time));
+    throw Failure(kUsage, "This time is too far away for the guide: " + FormatDateTime(time));
   }
-  return static_cast<std::uint32_t>(m_epoch == Epoch::Unix ? time : time + kNtpToUnix);
+  return m_epoch == Epoch::Unix ? static_cast<std::uint32_t>(time) : esg::tools::NtpFromUnix(time);
 }
 
 Moment ParseMoment(const std::string& written, Seconds now) {
@@ -131,24 +126,23 @@ Moment ParseMoment(const std::string& written, Seconds now) {
   } else if (const auto moment = ParseCalendar(text, now)) {
     return *moment;
   }
-  throw Failure(Status::Usage,
-                "\"" + written +
-                    "\" is no time. Write now, 20:00, 2026-05-01, \"2026-05-01 20:00\", "
-                    "\"tomorrow 06:00\", +2h or Unix seconds.");
+  throw Failure(kUsage, "\"" + written +
+                            "\" is no time. Write now, 20:00, 2026-05-01, \"2026-05-01 20:00\", "
+                            "\"tomorrow 06:00\", +2h or Unix seconds.");
 }
 
 Seconds ParseDuration(const std::string& text) {
   if (const auto duration = TryDuration(Normalized(text))) {
     return *duration;
   }
-  throw Failure(Status::Usage,
+  throw Failure(kUsage,
                 "\"" + text + "\" is no length of time. Write 90m, 6h, 1h30m, 2d or seconds.");
 }
 
 TimeRange ParseRange(const std::string& from, const std::string& to, const std::string& length,
                      Seconds defaultLength, Seconds now) {
   if (!to.empty() && !length.empty()) {
-    throw Failure(Status::Usage, "--to and --for say the same thing; give one of them.");
+    throw Failure(kUsage, "--to and --for say the same thing; give one of them.");
   }
   TimeRange range;
   range.from = from.empty() ? now : ParseMoment(from, now).time;
@@ -169,8 +163,8 @@ TimeRange ParseRange(const std::string& from, const std::string& to, const std::
     }
   }
   if (range.to <= range.from) {
-    throw Failure(Status::Usage, "The time range is empty: it ends at " + FormatDateTime(range.to) +
-                                     " and begins at " + FormatDateTime(range.from) + ".");
+    throw Failure(kUsage, "The time range is empty: it ends at " + FormatDateTime(range.to) +
+                              " and begins at " + FormatDateTime(range.from) + ".");
   }
   return range;
 }

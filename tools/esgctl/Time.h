@@ -6,10 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "common/Time.h"
+
 namespace esgctl {
 
-/// Seconds since 1970, UTC.
-using Seconds = std::int64_t;
+using esg::tools::Seconds;
 
 /// What a record's time counts from.
 enum class Epoch {

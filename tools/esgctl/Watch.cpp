@@ -53,7 +53,7 @@ class Watcher {
 
   const WatchRequest& m_request;
   GMainLoop* m_loop;
-  Status m_status = Status::Found;
+  Status m_status = kFound;
   bool m_ended = false;
   bool m_service = true;
   unsigned int m_seen = 0;
@@ -84,30 +84,30 @@ int Watcher::OnEvent(int event, const ESGEventData& data) noexcept {
   try {
     Print(Line(event, data));
     if (++m_seen == m_request.count) {
-      End(Status::Found);
+      End(kFound);
     }
   } catch (const ClosedPipe&) {
-    End(Status::Found);
+    End(kFound);
   } catch (const std::exception& failure) {
     std::cerr << "esgctl: " << failure.what() << '\n';
-    End(Status::Other);
+    End(kOther);
   }
   return 0;
 }
 
 gboolean OnSignal(gpointer watcher) {
-  static_cast<Watcher*>(watcher)->End(Status::Found);
+  static_cast<Watcher*>(watcher)->End(kFound);
   return G_SOURCE_CONTINUE;
 }
 
 gboolean OnOutputGone(gint, GIOCondition, gpointer watcher) {
-  static_cast<Watcher*>(watcher)->End(Status::Found);
+  static_cast<Watcher*>(watcher)->End(kFound);
   return G_SOURCE_REMOVE;
 }
 
 void OnBusGone(GDBusConnection*, gboolean, GError*, gpointer watcher) {
   std::cerr << "esgctl: the system bus has gone; start watching again when it is back\n";
-  static_cast<Watcher*>(watcher)->End(Status::Away);
+  static_cast<Watcher*>(watcher)->End(kAway);
 }
 
 void OnServiceThere(GDBusConnection*, const gchar*, const gchar*, gpointer watcher) {
@@ -137,8 +137,8 @@ Status Watch(const WatchRequest& request) {
       [&watcher](int event, const ESGEventData& data) { return watcher.OnEvent(event, data); });
   for (const int event : request.events) {
     if (events->SubscribeSignal(event) != 0) {
-      throw Failure(Status::Away, "The system bus does not take the subscription to event " +
-                                      std::to_string(event) + ".");
+      throw Failure(kAway, "The system bus does not take the subscription to event " +
+                               std::to_string(event) + ".");
     }
   }
   std::cerr << "esgctl: watching\n";

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "Failure.h"
+#include "Status.h"
 
 namespace esgctl {
 
@@ -14,7 +14,7 @@ struct WatchRequest {
 };
 
 /// Prints events until there have been enough, SIGINT or SIGTERM comes, whoever reads the output
-/// goes, or the bus goes (Status::Away). A service that goes and comes back is no reason to end.
+/// goes, or the bus goes (kAway). A service that goes and comes back is no reason to end.
 Status Watch(const WatchRequest& request);
 
 }  // namespace esgctl

@@ -32,29 +32,24 @@ void AddOptions(CLI::App& app, Session& session) {
       ->check(CLI::Range(20, 10000));
 }
 
-Status Fail(Status status, const std::string& message) {
-  // What the service said may be part of the message.
-  std::string line;
-  for (std::size_t at = 0; at <= message.size(); at += line.size() + 1) {
-    line = message.substr(at, message.find('\n', at) - at);
-    std::cerr << (at == 0 ? "esgctl: " : "        ") << esgctl::Printable(line) << '\n';
-  }
+int Fail(int status, const std::string& message) {
+  esg::tools::Report("esgctl", message);
   return status;
 }
 
 /// The one place where whatever goes wrong becomes a message and an exit status.
-Status Run(const Session& session) {
+int Run(const Session& session) {
   try {
     return session.command();
   } catch (const esgctl::ClosedPipe&) {
-    return Status::Found;
-  } catch (const esgctl::Failure& failure) {
-    return Fail(failure.status(), failure.what());
+    return esgctl::kFound;
+  } catch (const esg::tools::Failure& failure) {
+    return Fail(failure.Status(), failure.what());
   } catch (const Json::Exception& error) {
-    return Fail(Status::Unreadable,
+    return Fail(esgctl::kUnreadable,
                 std::string("The answer of the guide service cannot be read: ") + error.what());
   } catch (const std::exception& error) {
-    return Fail(Status::Other, error.what());
+    return Fail(esgctl::kOther, error.what());
   }
 }
 
@@ -77,11 +72,11 @@ int Main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : static_cast<int>(Status::Usage);
+    return app.exit(error) == 0 ? 0 : esgctl::kUsage;
   }
   // The library's log is for those who ask for it; what failed is told anyway.
   setenv("ESG_LOG", session.verbose ? "debug" : "none", session.verbose ? 1 : 0);
-  return static_cast<int>(Run(session));
+  return Run(session);
 }
 
 }  // namespace
@@ -91,6 +86,6 @@ int main(int argc, char** argv) {
     return Main(argc, argv);
   } catch (...) {
     // Not even the message could be made.
-    return static_cast<int>(Status::Other);
+    return esgctl::kOther;
   }
 }

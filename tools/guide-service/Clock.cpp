@@ -2,10 +2,12 @@
 
 #include <cstdlib>
 
-namespace guide {
-namespace {
+#include "common/Time.h"
 
-constexpr std::int64_t kUnixEpochInNtp = 2208988800;
+namespace guide {
+namespace tools = esg::tools;
+
+namespace {
 
 // The local midnight that begins the day of `time`, or of the day `days` later.
 std::time_t Midnight(std::time_t time, int days) {
@@ -26,16 +28,8 @@ std::uint64_t Distance(const Span& a, const Span& b) {
          static_cast<std::uint64_t>(std::llabs(ends));
 }
 
-std::uint32_t ToNtp(std::time_t time) {
-  return static_cast<std::uint32_t>(static_cast<std::int64_t>(time) + kUnixEpochInNtp);
-}
-
-std::time_t FromNtp(std::uint32_t time) {
-  return static_cast<std::time_t>(static_cast<std::int64_t>(InOrder(time)) - kUnixEpochInNtp);
-}
-
 std::uint32_t ShiftToToday(std::uint32_t first, std::time_t now) {
-  const std::time_t begin = FromNtp(first);
+  const auto begin = static_cast<std::time_t>(tools::UnixFromNtp(first, tools::kNtpRollover));
   const std::time_t firstDay = Midnight(begin, 0);
   std::time_t shift = Midnight(now, 0) - firstDay;
   if (begin + shift > now) {

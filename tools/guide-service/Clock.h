@@ -39,9 +39,6 @@ inline std::uint64_t InOrder(std::uint32_t time) {
   return time < kEra / 2 ? time + kEra : time;
 }
 
-std::uint32_t ToNtp(std::time_t time);
-std::time_t FromNtp(std::uint32_t time);
-
 /// What to add to the times of a guide that begins at `first` so that its first day is the day of
 /// `now`. Days run from midnight to midnight local time, so programmes keep their place in the day
 /// across a change of the clocks. Where the guide would then begin only later than `now`, it is the

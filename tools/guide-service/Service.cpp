@@ -10,13 +10,30 @@
 #include <system_error>
 #include <utility>
 
+#include "common/Failure.h"
+#include "common/Time.h"
+
 namespace guide {
+
+using esg::tools::Failure;
+
 namespace {
 
 // A new guide comes as many files, one after the other: it is read when nothing has changed for a
 // while, or when that takes too long.
 constexpr unsigned int kQuietMilliseconds = 250;
 constexpr gint64 kLongestQuietMilliseconds = 2000;
+
+// The process that owns `name`; 0 when nobody does.
+unsigned int OwnerOf(const esg::tools::Bus& bus, const char* name) {
+  g_autoptr(GVariant) reply =
+      bus.Call("GetConnectionUnixProcessID", g_variant_new("(s)", name), "(u)");
+  guint32 owner = 0;
+  if (reply != nullptr) {
+    g_variant_get(reply, "(u)", &owner);
+  }
+  return owner;
+}
 
 }  // namespace
 
@@ -59,9 +76,9 @@ void Service::Run() {
     m_listener = std::make_unique<GuideListener>(
         m_source.Current(),
         m_options.saveFolder.empty() ? SaveFolder() : SaveFolder(m_options.saveFolder),
-        [] { return ToNtp(std::time(nullptr)); }, m_report);
+        [] { return esg::tools::NtpFromUnix(std::time(nullptr)); }, m_report);
   } catch (const std::system_error& fault) {
-    throw ServiceError(kExitFolder, fault.what());
+    throw Failure(kExitFolder, fault.what());
   }
   TakeName();
   Listen();
@@ -69,7 +86,7 @@ void Service::Run() {
             << " services, " << m_source.Current()->ProgramCount() << " programmes" << std::endl;
   g_main_loop_run(m_loop);
   if (m_busLost) {
-    throw ServiceError(kExitBus, "the bus closed the connection");
+    throw Failure(kExitBus, "the bus closed the connection");
   }
 }
 
@@ -77,28 +94,28 @@ void Service::Run() {
 // so both are looked at from beside.
 void Service::TakeName() {
   try {
-    m_bus = std::make_unique<Bus>();
+    m_bus = std::make_unique<esg::tools::Bus>();
   } catch (const std::runtime_error& fault) {
-    throw ServiceError(kExitBus, std::string("no system bus: ") + fault.what());
+    throw Failure(kExitBus, std::string("no system bus: ") + fault.what());
   }
   const std::string& name = m_options.busName;
   const auto throwTaken = [&](unsigned int owner) {
-    throw ServiceError(kExitNameTaken, "the name " + name + " is taken by process " +
-                                           std::to_string(owner) +
-                                           "; stop that or choose another one with --name");
+    throw Failure(kExitNameTaken, "the name " + name + " is taken by process " +
+                                      std::to_string(owner) +
+                                      "; stop that or choose another one with --name");
   };
-  if (const unsigned int owner = m_bus->OwnerOf(name)) {
+  if (const unsigned int owner = OwnerOf(*m_bus, name.c_str())) {
     throwTaken(owner);
   }
   static EventEmitter emitter;  // its connection stays when it is destroyed
   m_emitter = &emitter;
   m_connection = std::make_unique<ECNativeConnection>();
   if (!m_connection->Start(name, m_listener.get())) {
-    throw ServiceError(kExitNameRefused, "the bus refuses the name " + name +
-                                             "; its policy has to allow this user to own it");
+    throw Failure(kExitNameRefused, "the bus refuses the name " + name +
+                                        "; its policy has to allow this user to own it");
   }
-  const unsigned int owner = m_bus->OwnerOf(name);
-  if (owner != m_bus->OwnProcess()) {
+  const unsigned int owner = OwnerOf(*m_bus, name.c_str());
+  if (owner != OwnerOf(*m_bus, g_dbus_connection_get_unique_name(m_bus->Connection()))) {
     throwTaken(owner);
   }
 }

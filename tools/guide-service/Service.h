@@ -8,13 +8,12 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
-#include "Bus.h"
 #include "Events.h"
 #include "Folder.h"
 #include "Listener.h"
+#include "common/Bus.h"
 
 namespace guide {
 
@@ -27,17 +26,6 @@ enum ExitStatus : int {
   kExitNameTaken = 4,
   kExitNameRefused = 5,
   kExitBus = 8,
-};
-
-/// Ends the program: with a message and a status.
-class ServiceError : public std::runtime_error {
- public:
-  ServiceError(ExitStatus status, const std::string& message)
-      : std::runtime_error(message), m_status(status) {}
-  ExitStatus Status() const { return m_status; }
-
- private:
-  ExitStatus m_status;
 };
 
 struct ServiceOptions {
@@ -79,7 +67,7 @@ class Service {
   Service& operator=(const Service&) = delete;
   ~Service();
 
-  /// Serves until a signal ends it. Raises ServiceError.
+  /// Serves until a signal ends it. Raises esg::tools::Failure.
   void Run();
 
  private:
@@ -96,7 +84,7 @@ class Service {
   const Report m_report;
   GuideSource m_source;
   std::unique_ptr<GuideListener> m_listener;
-  std::unique_ptr<Bus> m_bus;
+  std::unique_ptr<esg::tools::Bus> m_bus;
   EventEmitter* m_emitter = nullptr;  ///< the process's
   std::unique_ptr<ECNativeConnection> m_connection;
   GFileMonitor* m_monitor = nullptr;

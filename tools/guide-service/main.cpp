@@ -1,5 +1,4 @@
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <iostream>
@@ -7,30 +6,28 @@
 #include <system_error>
 
 #include "Service.h"
+#include "common/Failure.h"
+#include "common/Text.h"
 
 namespace {
 
 using guide::ServiceOptions;
 
-/// Ids and file names may hold anything.
-std::string OneLine(std::string text) {
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return g_ascii_iscntrl(c) != FALSE; }, '?');
-  return text;
+/// One line each: ids and file names may hold anything.
+void Report(const std::string& line) {
+  esg::tools::Report("esg-guide-service", esg::tools::Printable(line));
 }
-
-void Report(const std::string& line) { std::cerr << "esg-guide-service: " + OneLine(line) + "\n"; }
 
 void Check(const ServiceOptions& options) {
   guide::GuideSource source(options.guideFolder, options.today, Report);
   source.Read();
   const guide::Guide& guide = *source.Current();
   for (const auto& [service, programs] : guide.Summary()) {
-    std::cout << OneLine(service) << ": " << programs << " programmes\n";
+    std::cout << esg::tools::Printable(service) << ": " << programs << " programmes\n";
   }
   std::cout << guide.ServiceCount() << " services, " << guide.ProgramCount() << " programmes\n";
   if (!std::cout.flush()) {
-    throw guide::ServiceError(guide::kExitFailed, "the output cannot be written");
+    throw esg::tools::Failure(guide::kExitFailed, "the output cannot be written");
   }
 }
 
@@ -42,7 +39,7 @@ int Run(const ServiceOptions& options, bool checkOnly) {
       guide::Service(options, Report).Run();
     }
     return guide::kExitDone;
-  } catch (const guide::ServiceError& fault) {
+  } catch (const esg::tools::Failure& fault) {
     Report(fault.what());
     return fault.Status();
   } catch (const std::system_error& fault) {

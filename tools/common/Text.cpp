@@ -1,0 +1,64 @@
+#include "common/Text.h"
+
+#include <glib.h>
+
+#include <iostream>
+
+namespace esg::tools {
+namespace {
+
+constexpr std::string_view kReplacement = "\ufffd";
+
+/// Explicit directional formatting. Text needs none of it, and an unclosed override turns
+/// everything after it around.
+bool IsDirectionControl(gunichar c) {
+  return c == 0x061c || c == 0x200e || c == 0x200f || (c >= 0x202a && c <= 0x202e) ||
+         (c >= 0x2066 && c <= 0x2069);
+}
+
+bool IsLineBreak(gunichar c) {
+  return (c >= '\t' && c <= '\r') || c == 0x85 || c == 0x2028 || c == 0x2029;
+}
+
+}  // namespace
+
+std::string Printable(std::string_view text) {
+  g_autofree char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+  std::string result;
+  const char* next = nullptr;
+  for (const char* at = valid; *at != '\0'; at = next) {
+    next = g_utf8_next_char(at);
+    const gunichar c = g_utf8_get_char(at);
+    if (IsLineBreak(c)) {
+      result += ' ';
+    } else if (g_unichar_iscntrl(c) != FALSE) {
+      result += kReplacement;
+    } else if (!IsDirectionControl(c)) {
+      result.append(at, next);
+    }
+  }
+  return result;
+}
+
+std::string_view Trimmed(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const std::size_t first = text.find_first_not_of(kBlanks);
+  return first == std::string_view::npos
+             ? std::string_view()
+             : text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
+}
+
+void Report(std::string_view program, std::string_view message) {
+  std::string margin = std::string(program) + ": ";
+  std::string text;
+  for (bool more = true; more;) {
+    const std::size_t end = message.find('\n');
+    text += margin + Printable(message.substr(0, end)) + '\n';
+    margin.assign(margin.size(), ' ');
+    more = end != std::string_view::npos;
+    message.remove_prefix(more ? end + 1 : 0);
+  }
+  std::cerr << text << std::flush;
+}
+
+}  // namespace esg::tools

@@ -1,0 +1,22 @@
+#ifndef ESG_TOOLS_TEXT_H
+#define ESG_TOOLS_TEXT_H
+
+#include <string>
+#include <string_view>
+
+namespace esg::tools {
+
+/// Any text on one line, fit for a terminal or a log: valid UTF-8, line breaks and tabs as spaces,
+/// no control characters and nothing that reorders the text around it.
+std::string Printable(std::string_view text);
+
+/// The text without the blanks around it.
+std::string_view Trimmed(std::string_view text);
+
+/// Writes a message to standard error after the name of the program. Each of its lines is made
+/// printable; the second and later ones are indented.
+void Report(std::string_view program, std::string_view message);
+
+}  // namespace esg::tools
+
+#endif

@@ -1,0 +1,25 @@
+#ifndef ESGCTL_STATUS_H
+#define ESGCTL_STATUS_H
+
+#include "common/Failure.h"
+
+namespace esgctl {
+
+using esg::tools::Failure;
+
+/// The exit statuses of the program.
+enum Status : int {
+  kFound = 0,
+  kOther = 1,
+  kUsage = 2,
+  kAway = 8,        ///< the service or the bus is not there
+  kUnreadable = 9,  ///< the answer cannot be read
+  kNotFound = 10,
+};
+
+/// Whoever read our output has gone; there is nobody left to tell.
+class ClosedPipe {};
+
+}  // namespace esgctl
+
+#endif

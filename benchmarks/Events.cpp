@@ -7,7 +7,7 @@
 
 #include "Bare.h"
 #include "ESGEMSProxy.h"
-#include "IPCS/ECIPCManager.h"
+#include "IPCS/ECIPCBroadcaster.h"
 #include "IPCS/EIIPCConnection.h"
 #include "IPCS/ESGMessageBuffer.h"
 #include "IPCS/internal/Wire.h"
@@ -43,13 +43,6 @@ DBusHandlerResult OnMessage(DBusConnection* /*connection*/, DBusMessage* message
   ++received;
   return DBUS_HANDLER_RESULT_HANDLED;
 }
-
-class Broadcaster : public ECIPCManager {
- public:
-  bool Send(int number, ESGMessageBuffer& payload) override {
-    return m_Send("", Event, number, payload);
-  }
-};
 
 /// Both receivers on the one main context, each with a subscription of its own.
 DBusConnection* Subscribe() {
@@ -92,7 +85,7 @@ BENCHMARK(Flood)->Iterations(7)->UseRealTime();
 /// From emit to callback, one event at a time.
 void Delay(benchmark::State& state) {
   Subscribe();
-  static Broadcaster broadcaster;
+  static ECIPCBroadcaster broadcaster;
   static DBusConnection* emitter = bare::Open();
   const int parameters[] = {1, 2, 3};
   const auto library = [&] {

@@ -1,6 +1,7 @@
 # What the library itself stands on. Tools and tests look for theirs where they are built.
 
 find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
 pkg_check_modules(ESG_JSONCPP REQUIRED IMPORTED_TARGET GLOBAL jsoncpp>=1.9)
 pkg_check_modules(ESG_DBUS REQUIRED IMPORTED_TARGET GLOBAL dbus-1>=1.13)
 pkg_check_modules(ESG_DBUS_GLIB REQUIRED IMPORTED_TARGET GLOBAL dbus-glib-1)

@@ -6,7 +6,7 @@
 #include <ESGMarshal.h>
 #include <FCESGProgramInfo.h>
 #include <IESGService.h>
-#include <IPCS/ECIPCManager.h>
+#include <IPCS/ECIPCBroadcaster.h>
 #include <IPCS/ECNativeConnection.h>
 #include <IPCS/ESGMessageBuffer.h>
 #include <IPCS/IESGCallListener.h>
@@ -24,13 +24,6 @@ namespace {
 constexpr int kPresentProgramChanged = 5;
 constexpr unsigned int kUnixToNtp = 2208988800;
 
-class Events : public ECIPCManager {
- public:
-  bool Send(int number, ESGMessageBuffer& payload) override {
-    return m_Send("", Event, number, payload);  // no destination: to every subscriber
-  }
-};
-
 class Guide : public IESGCallListener {
  public:
   explicit Guide(unsigned int seconds) { m_program.SetDuration(seconds); }
@@ -41,12 +34,7 @@ class Guide : public IESGCallListener {
     m_program.SetTitle("Programme " + std::to_string(m_count));
     m_program.SetEventID("programme-" + std::to_string(m_count));
     m_program.SetStartTime(static_cast<unsigned int>(std::time(nullptr) + kUnixToNtp));
-
-    ESGMessageBuffer parameters;  // three integers, or nothing at all
-    parameters.PushInt(m_count);
-    parameters.PushInt(0);
-    parameters.PushInt(0);
-    m_events.Send(kPresentProgramChanged, parameters);
+    m_events.Send(kPresentProgramChanged, m_count, 0, 0);
   }
 
   bool OnMethodCall(const char* method, ESGMessageBuffer& in, ESGMessageBuffer& out) override {
@@ -79,7 +67,7 @@ class Guide : public IESGCallListener {
     return reply;
   }
 
-  Events m_events;
+  ECIPCBroadcaster m_events;
   FCESGProgramInfo m_program;
   int m_count = 0;
 };

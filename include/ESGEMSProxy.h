@@ -4,10 +4,8 @@
 #include <atomic>
 #include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <set>
-#include <utility>
 
 #include "ESGExport.h"
 #include "IESGEMS.h"
@@ -47,25 +45,7 @@ class ESG_API ESGEMSProxy : public IESGEMS {
   static void OnEventReceived(int event, ESGMessageBuffer& data);
 
  private:
-  friend struct BinaryInterface;
-
-  /// Holds the callback so that an event under way keeps the one it began with, and so that events
-  /// still arriving while the process ends find none.
-  class CallbackHolder {
-   public:
-    constexpr CallbackHolder() noexcept = default;
-    CallbackHolder(const CallbackHolder&) = delete;
-    CallbackHolder& operator=(const CallbackHolder&) = delete;
-    ~CallbackHolder() { Set(nullptr); }
-
-    std::shared_ptr<const ESGEventCallback> Get() const { return std::atomic_load(&m_callback); }
-    void Set(std::shared_ptr<const ESGEventCallback> callback) {
-      std::atomic_store(&m_callback, std::move(callback));
-    }
-
-   private:
-    std::shared_ptr<const ESGEventCallback> m_callback;
-  };
+  class CallbackHolder;
 
   std::set<int> m_eventList;
 

@@ -63,7 +63,6 @@ class ESG_API FCESGProgramInfo {
   static bool FromJson(Json::Value& source, FCESGProgramInfo& program);
 
  private:
-  friend struct BinaryInterface;
   friend struct FCESGProgramInfoMembers;
 
   unsigned int m_startTime = 0;

@@ -1,5 +1,8 @@
 #include "ESGEMSProxy.h"
 
+#include <memory>
+#include <utility>
+
 #include "Assertion.h"
 #include "IPCS/EIIPCConnection.h"
 #include "IPCS/ESGMessageBuffer.h"
@@ -8,6 +11,30 @@
 ESGEventData::~ESGEventData() = default;
 
 IESGEMS::~IESGEMS() = default;
+
+/// Holds the callback so that an event under way keeps the one it began with, and so that events
+/// still arriving while the process ends find none.
+class ESGEMSProxy::CallbackHolder {
+ public:
+  constexpr CallbackHolder() noexcept = default;
+  CallbackHolder(const CallbackHolder&) = delete;
+  CallbackHolder& operator=(const CallbackHolder&) = delete;
+  ~CallbackHolder() { Set(nullptr); }
+
+  std::shared_ptr<const ESGEventCallback> Get() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_callback;
+  }
+  /// The callback that is replaced is destroyed without the lock: it is the application's.
+  void Set(std::shared_ptr<const ESGEventCallback> callback) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_callback.swap(callback);
+  }
+
+ private:
+  mutable std::mutex m_mutex;
+  std::shared_ptr<const ESGEventCallback> m_callback;
+};
 
 ESGEMSProxy::CallbackHolder ESGEMSProxy::m_callback;
 std::map<int, void*> ESGEMSProxy::m_userDataMap;

@@ -57,8 +57,6 @@ class ESG_API ESGService_Proxy : public IESGService {
                                    Json::Value& reply);
 
  private:
-  friend struct BinaryInterface;
-
   template <typename Result>
   ESG_LOCAL bool m_Perform(const operations::Operation<Result>& operation, Result& result);
 

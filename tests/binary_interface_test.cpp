@@ -6,8 +6,8 @@
 #include <initializer_list>
 #include <vector>
 
-#include "../src/ESGService_Proxy.h"
 #include "ESGEMSProxy.h"
+#include "ESGService_Proxy.h"
 #include "IPCS/ECIPCClient.h"
 #include "IPCS/ECIPCConnection.h"
 #include "IPCS/ECNativeConnection.h"
@@ -50,8 +50,8 @@ constexpr std::size_t kPointer = sizeof(void*);
 
 using namespace ATSC3ESGExtension;
 
-/// Compiles only while the fields lie where programs built against the library expect them. A
-/// friend of the classes that keep theirs to themselves.
+/// Compiles only while the fields lie where programs built against the library expect them. The
+/// compiler does not check access in this file.
 struct BinaryInterface {
   FIELDS(ESGMessageBuffer, 0, F(m_bufferData), F(m_readPosition), F(m_reserved));
   FIELDS(ECIPCConnection, kPointer, F(m_eventCallback), F(m_dataCallback), F(m_pConnection),

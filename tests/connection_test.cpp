@@ -187,7 +187,7 @@ TEST(ConnectionNoBusSlow, GivesUpAfterSixtyPauses) {
   auto threads = Threads(2, [](int which) {
     ESGMessageBuffer payload;
     if (which == 0) {
-      EXPECT_TRUE(Emitter().Send(5, payload));
+      EXPECT_TRUE(ECIPCBroadcaster().Send(5, payload));
     } else {
       EXPECT_FALSE(ECNativeConnection().Start(kService, nullptr));
     }

@@ -244,9 +244,9 @@ TEST(Guide, EventsOfOneBlockReachTheOther) {
       dbus_message_new_signal("/com/velmora/ESG/IPCS", "com.velmora.ESG.Signal", "Event"));
   stranger.Send(WithBody(std::move(wrong), "sis"));
   stranger.Sync();
-  static guide_the_service_side_2::Events events;  // its connection stays after its end
-  guide_the_service_side_2::Announce(events, 5, 1, -2, 3);
-  EXPECT_EQ(subscriber.ReadLine(), "event 5: 1 -2 3");
+  static ECIPCBroadcaster events;  // its connection stays after its end
+  guide_the_service_side_2::Announce(events, 5);
+  EXPECT_EQ(subscriber.ReadLine(), "event 5: 1 2 3");
 }
 
 ChildProgram::Result EndOf(const char* program) {

@@ -166,7 +166,7 @@ TEST(Interruptions, AConnectionWithoutDescriptorsIsAFailureThatIsLogged) {
   if (kSanitized && !kThreadSanitized) {
     GTEST_SKIP() << "The sanitizer needs descriptors of its own";
   }
-  Emitter& emitter = TheEmitter();
+  ECIPCBroadcaster& emitter = TheEmitter();
   ESGMessageBuffer payload;
   for (const int free : {0, 1, 2, 3}) {
     const DescriptorLimit limit(free);

@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "../src/ESGService_Proxy.h"
 #include "ESGAPI.h"
 #include "ESGAsync.h"
+#include "ESGService_Proxy.h"
 #include "Harness.h"
 #include "IESGService.h"
 #include "IPCS/EIIPCConnection.h"

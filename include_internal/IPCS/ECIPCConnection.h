@@ -52,8 +52,6 @@ class ESG_API ECIPCConnection : public EIIPCConnection {
   bool m_Connect() override;
 
  private:
-  friend struct BinaryInterface;
-
   friend class EIIPCConnection;
   friend struct esg::internal::ProcessCalls;
 

@@ -41,7 +41,6 @@ class ESG_API ECIPCManager {
   const char* m_ConvertMsgTypeToString(eECIPCMessageType type);
 
  private:
-  friend struct BinaryInterface;
   friend class ECIPCClient;
 
   /// What the end of the process does; the memory stays.

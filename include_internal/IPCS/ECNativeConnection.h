@@ -32,8 +32,6 @@ class ESG_API ECNativeConnection {
   DBusHandlerResult m_MessageHandler(DBusMessage* message) noexcept;
 
  private:
-  friend struct BinaryInterface;
-
   /// m_MessageHandlerHelper, and what tools such as busctl ask for.
   ESG_LOCAL static DBusHandlerResult m_Serve(DBusConnection* connection, DBusMessage* message,
                                              void* user);

@@ -65,8 +65,6 @@ class ESG_API ESGMessageBuffer {
   unsigned int GetBufferSize() const;
 
  private:
-  friend struct BinaryInterface;
-
   std::vector<char> m_bufferData;
   unsigned int m_readPosition = 0;
   bool m_reserved = false;

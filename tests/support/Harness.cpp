@@ -49,8 +49,8 @@ Answer Call(const char* method, const std::string& payload, const std::string& d
   return {result, Bytes(out)};
 }
 
-Emitter& TheEmitter() {
-  static Emitter emitter;
+ECIPCBroadcaster& TheEmitter() {
+  static ECIPCBroadcaster emitter;
   return emitter;
 }
 

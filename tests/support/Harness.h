@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "IPCS/ECIPCManager.h"
+#include "IPCS/ECIPCBroadcaster.h"
 #include "IPCS/ESGMessageBuffer.h"
 #include "RawPeer.h"
 
@@ -100,15 +100,8 @@ using Answer = std::pair<int, std::string>;
 Answer Call(const char* method, const std::string& payload,
             const std::string& destination = kService);
 
-/// Broadcasts events.
-class Emitter : public ECIPCManager {
- public:
-  bool Send(int number, ESGMessageBuffer& payload) override {
-    return m_Send("", Event, number, payload);
-  }
-};
 /// An emitter's connection is closed at its end but stays, so there is one for all.
-Emitter& TheEmitter();
+ECIPCBroadcaster& TheEmitter();
 
 /// Appends made-up values of the types of `signature`; each array gets as many elements.
 esg::internal::MessagePtr WithBody(esg::internal::MessagePtr message, const std::string& signature,

@@ -6,18 +6,19 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "Aliases.h"
 #include "FCESGProgramInfo.h"
 #include "Grid.h"
 #include "Json.h"
+#include "Services.h"
 #include "Status.h"
 #include "Table.h"
-#include "TextWidth.h"
+#include "Text.h"
 #include "Time.h"
 
 namespace {
 
 using namespace esgctl;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Pair;
@@ -73,6 +74,12 @@ TEST(EsgctlTimeNoBus, MomentsAsPeopleWriteThem) {
       {"18:00Z", 20 * 3600, true},
       {"today", 0, false},
       {"Tomorrow 06:00", 30 * 3600, false},
+      {"tonight", 20 * 3600, false},
+      {"Tonight 9:30PM", 21 * 3600 + 1800, false},
+      {"12am", 0, true},
+      {"12 pm", 12 * 3600, true},
+      {"friday", 0, false},  // which is today
+      {"thu 8pm", (6 * 24 + 20) * 3600, false},
       {"2026-05-01", 0, false},
       {"2026-05-01T20:00:30+05:30", 16 * 3600 + 1830, false},
       {"1777651200", 18 * 3600, false},
@@ -84,7 +91,7 @@ TEST(EsgctlTimeNoBus, MomentsAsPeopleWriteThem) {
     EXPECT_EQ(moment.timeOfDay, timeOfDay) << text;
   }
   for (const char* text : {"", "soon", "25:00", "20:60", "2026-02-30", "+", "x20:00", "12:00 12:00",
-                           "99999999999999999999"}) {
+                           "99999999999999999999", "13pm", "0am", "thusday", "fri 8"}) {
     EXPECT_EQ(FailureOf([&] { ParseMoment(text, kNow); }).first, 2) << text;
   }
 }
@@ -145,44 +152,83 @@ TEST(EsgctlTimeNoBus, RecordTimes) {
   EXPECT_EQ(FailureOf([] { Clock(Epoch::Unix, kNow).ToRecord(-1); }).first, 2);
 }
 
-TEST(EsgctlAliasesNoBus, NamesOfServices) {
+TEST(EsgctlServicesNoBus, NamesOfServices) {
   std::istringstream file(
-      "# mine\r\n"
-      "news one = tag:n=1\n"
-      "Newsreel=id-2\n\n"
-      "   kids\t=  5  \n"
-      "Küche = id-4\n"
-      "no sign\n= id\nkids = again\nbad\xff = id\n");
-  const Aliases aliases(file);
-  EXPECT_EQ(aliases.All().size(), 4U);
-  EXPECT_THAT(aliases.Complaints(), ElementsAre(HasSubstr("line 7"), HasSubstr("line 8"),
-                                                HasSubstr("line 9: this alias is already taken"),
-                                                HasSubstr("line 10: not UTF-8")));
+      "# NUMBER ALIAS ID NAME\r\n"
+      "33.1 news tag:n=1 News One\r\n"
+      "33.2\treel  id-2\tNewsreel\n\n"
+      "- - id-3 Küche & Keller\n"
+      "4 - id-4\n"
+      "news = id-5\n33.9 alone\n33.8 bad\xff id-6\n");
+  const Services services(file);
+  EXPECT_EQ(services.All().size(), 4U);
+  EXPECT_THAT(services.Complaints(), ElementsAre(HasSubstr("line 7"), HasSubstr("line 8"),
+                                                 HasSubstr("line 9: not UTF-8")));
   const char* const cases[][2] = {
-      {"news one", "tag:n=1"}, {"one", "tag:n=1"}, {"REEL", "id-2"},  {"KÜCHE", "id-4"},
-      {"id-4", "id-4"},        {"5", "5"},         {"=news", "news"}, {"tag:other", "tag:other"}};
+      {"33.1", "tag:n=1"}, {"NEWS", "tag:n=1"}, {"news one", "tag:n=1"},
+      {"newsr", "id-2"},   {"KUCHE", "id-3"},   {"Keller", "id-3"},
+      {"id-4", "id-4"},    {"4", "id-4"},       {"5", "5"},
+      {"=news", "news"},   {"=id-2", "id-2"},   {"tag:other", "tag:other"}};
   for (const auto& [text, id] : cases) {
-    EXPECT_EQ(aliases.Resolve(text), id) << text;
+    EXPECT_EQ(services.Resolve(text).id, id) << text;
   }
-  const auto ambiguous = FailureOf([&] { aliases.Resolve("news"); });
+  EXPECT_EQ(services.Resolve("reel").Channel(), "33.2 Newsreel");
+  EXPECT_EQ(services.Resolve("tag:a/b:c").Channel(), "c");
+  const auto ambiguous = FailureOf([&] { services.Resolve("new"); });
   EXPECT_EQ(ambiguous.first, 2);
-  EXPECT_THAT(ambiguous.second, HasSubstr("Newsreel news one."));
-  EXPECT_EQ(FailureOf([&] { aliases.Resolve("\xff"); }).first, 2);
+  EXPECT_THAT(ambiguous.second, AllOf(HasSubstr("33.1 News One"), HasSubstr("33.2 Newsreel")));
+  EXPECT_EQ(FailureOf([&] { services.Resolve("\xff"); }).first, 2);
+}
+
+TEST(EsgctlTextNoBus, SuggestionsForMistypedWords) {
+  const std::vector<std::string> known = {"now", "next", "list", "--json"};
+  const char* const cases[][2] = {{"nwo", "now"},       {"lsit", "list"}, {"nxt", "next"},
+                                  {"--jsno", "--json"}, {"what", ""},     {"", ""}};
+  for (const auto& [word, meant] : cases) {
+    EXPECT_EQ(Suggestion(word, known), meant) << word;
+  }
+}
+
+TEST(EsgctlFragmentsNoBus, FactsInAnyForm) {
+  const Facts service = ParseFacts(
+      "<Service><Name lang='en'>One</Name><AudioLanguage languageSDPTag='fr'/><PrivateExt>"
+      "<x:ATSC3ServiceExtension><x:Icon>http://i</x:Icon><x:MajorChannelNum>33</x:MajorChannelNum>"
+      "<x:MinorChannelNum>1</x:MinorChannelNum></x:ATSC3ServiceExtension></PrivateExt></Service>");
+  EXPECT_EQ(service.number, "33.1");
+  EXPECT_EQ(service.names.at(0).text + service.names.at(0).language, "Oneen");
+  EXPECT_THAT(service.audioLanguages, ElementsAre("fr"));
+  EXPECT_THAT(service.icons, ElementsAre("http://i"));
+  const Facts content = ParseFacts(
+      "<a:Content id='c'><a:Name text='T\xff'/><s:ContentAdvisoryRatings>"
+      "<s:RatingDescription>USA</s:RatingDescription><s:RatingDimVal><s:RatingDimension>2"
+      "</s:RatingDimension><s:RatingValueString>L</s:RatingValueString></s:RatingDimVal>"
+      "<s:RatingDimVal><s:RatingDimension>0</s:RatingDimension><s:RatingValueString>TV-14"
+      "</s:RatingValueString></s:RatingDimVal></s:ContentAdvisoryRatings></a:Content>");
+  EXPECT_EQ(content.id + content.names.at(0).text, "cT\ufffd");
+  EXPECT_EQ(content.ratings.at(0).system + content.ratings.at(0).value, "USATV-14 L");
+  // Whatever a service sends.
+  for (const char* const hostile : {"", "<", "\0\0", "<Service", "<a><a><a>", "<Content id='",
+                                    "<!DOCTYPE a [<!ENTITY x 'y'>]>"}) {
+    EXPECT_EQ(ParseFacts(hostile).number, "");
+  }
+  EXPECT_EQ(EpisodeOf("EP012345670089").series + EpisodeOf("EP012345670089").number,
+            "EP012345670089");
+  EXPECT_EQ(EpisodeOf("EP0123").series, "");
 }
 
 TEST(EsgctlJsonNoBus, ProgrammesForScripts) {
   Json::Value record;
   record["Start"] = 3986640000U;
   record["duration"] = 1800;
-  record["title"] = "caf\xe9 \u009b日\n";
+  record["title"] = "caf\xe9 \u009b\u202e日\n";
   record["privateExt"]["contentIcons"][0]["uri"] = "u";
   FCESGProgramInfo program;
   FCESGProgramInfo::FromJson(record, program);
   const Clock clock(Epoch::Ntp, kNow);
-  EXPECT_EQ(
-      JsonText(ProgramToJson(program, clock), Layout::OneLine),
-      "{\"duration\":1800,\"end\":1777653000,\"icons\":[{\"uri\":\"u\"}],\"start\":1777651200,"
-      "\"title\":\"caf\ufffd \\u009b日\\n\"}\n");
+  EXPECT_EQ(JsonText(ProgramToJson(program, {"5.1", "", "id", "Five"}, clock), Layout::OneLine),
+            "{\"channel\":\"5.1\",\"channel_name\":\"Five\",\"duration\":1800,"
+            "\"end\":1777653000,\"icons\":[{\"uri\":\"u\"}],\"service\":\"id\","
+            "\"start\":1777651200,\"title\":\"caf\ufffd \\u009b\\u202e日\\n\"}\n");
 }
 
 TEST(EsgctlGridNoBus, Drawing) {

@@ -15,6 +15,8 @@ class Bus {
  public:
   /// Connects within 5 seconds, or raises std::runtime_error with the reason.
   Bus();
+  Bus(const Bus&) = delete;
+  Bus& operator=(const Bus&) = delete;
 
   /// Calls the bus itself and waits for the answer, at most 5 seconds unless told otherwise; null
   /// with `error` set where there is none. Does not start services.

@@ -1,10 +1,14 @@
 #ifndef ESG_TOOLS_TEXT_H
 #define ESG_TOOLS_TEXT_H
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace esg::tools {
+
+/// Whether a character of a text may do something to a terminal other than to be shown.
+bool IsUnsafe(std::uint32_t character);
 
 /// Any text on one line, fit for a terminal or a log: valid UTF-8, line breaks and tabs as spaces,
 /// no control characters and nothing that reorders the text around it.

@@ -2,46 +2,244 @@
 
 #include <glib.h>
 
-#include <iostream>
+#include <algorithm>
+#include <stdexcept>
 
-#include "TextWidth.h"
+#include "Text.h"
 
 namespace esgctl {
+namespace {
 
-Clock Session::MakeClock() const {
-  return {epoch == "unix" ? Epoch::Unix : Epoch::Ntp, g_get_real_time() / G_USEC_PER_SEC};
+constexpr char kTimes[] = "now today tonight tomorrow yesterday 8pm 20:00 +2h";
+constexpr char kLengths[] = "30m 3h 6h 1d 7d";
+
+const std::vector<Parameter>& Parameters() {
+  static const std::vector<Parameter> parameters = {
+      {"SERVICE", nullptr, nullptr, nullptr, &Request::services,
+       "A channel number, a name or an unambiguous part of one, or a global service id"},
+      {"CONTENT-ID", nullptr, nullptr, nullptr, &Request::contentId,
+       "Which programme; without START its next showing"},
+      {"START", nullptr, nullptr, kTimes, &Request::start,
+       "A time at which the programme is on, or starts if a content id is given"},
+      {"WORD", nullptr, nullptr, nullptr, &Request::words,
+       "What to look for; all words must occur"},
+      {"KIND", nullptr, "schedule service content", nullptr, &Request::kind,
+       "Which kind of fragment"},
+      {"FORMAT", nullptr, "xmltv html", nullptr, &Request::format,
+       "xmltv for other programs, html for a browser"},
+      {"PATH", nullptr, nullptr, nullptr, &Request::path,
+       "Where to; the service opens this file, not esgctl"},
+      {"EVENT", nullptr, nullptr, nullptr, &Request::events, "The number of an event"},
+      {"NUMBER", nullptr, nullptr, nullptr, &Request::numbers,
+       "Up to three integers that the event carries"},
+
+      {"--from", "TIME", nullptr, kTimes, &Request::from, "Start of the time range"},
+      {"--to", "TIME", nullptr, kTimes, &Request::to, "End of the time range"},
+      {"--for", "DURATION", nullptr, kLengths, &Request::length,
+       "Length of the time range, for example 90m, 6h or 2d"},
+      {"--of", "TIME", nullptr, kTimes, &Request::of,
+       "Count from what is on at this time, not now"},
+      {"--genre", "GENRE", nullptr, nullptr, &Request::genre, "Only programmes of this genre"},
+      {"--title", nullptr, nullptr, nullptr, &Request::title, "Look into the titles only"},
+      {"--word", nullptr, nullptr, nullptr, &Request::word, "Find whole words only"},
+      {"--regex", nullptr, nullptr, nullptr, &Request::regex, "Each WORD is a regular expression"},
+      {"--ids", nullptr, nullptr, nullptr, &Request::ids, "Show content ids too"},
+      {"--follow", nullptr, nullptr, nullptr, &Request::follow,
+       "Print again whenever a programme ends or the guide changes"},
+      {"--json", nullptr, nullptr, nullptr, &Request::json,
+       "Print JSON, with times in Unix seconds"},
+      {"--raw", nullptr, nullptr, nullptr, &Request::raw,
+       "Print the record's own JSON, in the form of the protocol"},
+      {"--names", nullptr, nullptr, nullptr, &Request::names, "Print only what names each service"},
+      {"--bb", nullptr, nullptr, nullptr, &Request::bb, "Pass the flag BB to the service"},
+      {"--count", "N", nullptr, nullptr, &Request::count, "End after N events"},
+
+      {"--epoch", "EPOCH", "ntp unix", nullptr, &Request::epoch,
+       "What times of the service count from"},
+      {"--color", "WHEN", "auto always never", nullptr, &OutputOptions::colour,
+       "When to use colours"},
+      {"--width", "COLUMNS", nullptr, nullptr, &OutputOptions::width,
+       "Columns to draw in, from 20 to 10000; otherwise those of the terminal"},
+      {"--verbose", nullptr, nullptr, nullptr, &Request::verbose,
+       "Show the library's log on standard error"},
+  };
+  return parameters;
 }
 
-const Aliases& Session::Services() {
-  if (!m_aliases) {
-    const std::string path = Aliases::DefaultPath();
-    m_aliases = Aliases::Load(path);
-    for (const std::string& complaint : m_aliases->Complaints()) {
-      std::cerr << "esgctl: " << path << ", " << complaint << '\n';
+}  // namespace
+
+const char* const kCommonOptions = "--epoch --color --width --verbose";
+
+const std::vector<Command> kCommands = {
+    {"now", "[SERVICE]...", "--follow --json --raw", RunNow, "Show what is on now"},
+    {"next", "[SERVICE]...", "--of --follow --json --raw", RunNext, "Show what comes next"},
+    {"prev", "[SERVICE]...", "--of --follow --json --raw", RunPrevious, "Show what was on before"},
+    {"list", "[SERVICE]...", "--from --to --for --ids --follow --json --raw", RunList,
+     "List the programmes of a time range, 24 hours from now by default"},
+    {"show", "SERVICE [CONTENT-ID] [START]", "--json --raw", RunShow, "Show one programme in full"},
+    {"grid", "[SERVICE]...", "--from --to --for --json", RunGrid,
+     "Draw services against time, for 3 hours by default"},
+    {"search", "WORD...", "--title --genre --word --regex --from --to --for --ids --json",
+     RunSearch, "Search all services, from yesterday to two weeks ahead by default"},
+    {"services", "[SERVICE]...", "--names --json", RunServices,
+     "List the services that can be named"},
+    {"export", "FORMAT [SERVICE]...", "--from --to --for", RunExport,
+     "Write the guide for other programs: a week as XMLTV, or an evening as a page"},
+    {"xml", "KIND SERVICE", "--from --to --for --bb", RunXml, "Print the XML of a fragment"},
+    {"save", "KIND SERVICE PATH", "--bb", RunSave, "Have the service save a fragment"},
+    {"watch", "EVENT...", "--count --json", RunWatch, "Print events as they arrive, one a line"},
+    {"emit", "EVENT [NUMBER]...", "", RunEmit, "Broadcast an event as the service does"},
+};
+
+const Parameter& FindParameter(const std::string& name) {
+  const auto& all = Parameters();
+  const auto found = std::find_if(
+      all.begin(), all.end(), [&](const Parameter& parameter) { return name == parameter.name; });
+  if (found == all.end()) {
+    throw std::logic_error("no parameter " + name);
+  }
+  return *found;
+}
+
+std::string Synopsis(const Command& command) {
+  std::string text = std::string("esgctl ") + command.name + ' ' + command.arguments;
+  for (const std::string& option : Words(command.options)) {
+    const Parameter& parameter = FindParameter(option);
+    text +=
+        " [" + option + (parameter.type == nullptr ? "" : std::string(" ") + parameter.type) + ']';
+  }
+  return text;
+}
+
+std::vector<std::string> Completions(const std::vector<std::string>& words,
+                                     const Services& services) {
+  const auto valuesOf = [&](const Parameter& parameter) {
+    std::vector<std::string> values;
+    if (std::string("SERVICE") == parameter.name) {
+      for (const Service& service : services.All()) {
+        values.push_back(!service.alias.empty() ? service.alias : service.Label());
+      }
+    }
+    for (const char* const list : {parameter.choices, parameter.examples}) {
+      for (const std::string& value : Words(list == nullptr ? "" : list)) {
+        values.push_back(value);
+      }
+    }
+    return values;
+  };
+
+  const Command* command = nullptr;
+  std::size_t position = 0;
+  const Parameter* pending = nullptr;
+  for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+    const std::string& word = words[i];
+    if (pending != nullptr) {
+      pending = nullptr;
+    } else if (word.substr(0, 2) == "--") {
+      const auto& all = Parameters();
+      const auto option = std::find_if(all.begin(), all.end(), [&](const Parameter& parameter) {
+        return word == parameter.name && parameter.type != nullptr;
+      });
+      pending = option == all.end() ? nullptr : &*option;
+    } else if (command == nullptr) {
+      const auto named = std::find_if(kCommands.begin(), kCommands.end(),
+                                      [&](const Command& known) { return word == known.name; });
+      if (named == kCommands.end()) {
+        return {};
+      }
+      command = &*named;
+    } else {
+      ++position;
     }
   }
-  return *m_aliases;
+  if (pending != nullptr) {
+    return valuesOf(*pending);
+  }
+  std::vector<std::string> candidates;
+  if (!words.empty() && words.back().substr(0, 1) == "-") {
+    candidates = Words(std::string(command == nullptr ? "--version" : command->options) + ' ' +
+                       kCommonOptions + " --help");
+  } else if (command == nullptr) {
+    for (const Command& known : kCommands) {
+      candidates.emplace_back(known.name);
+    }
+  } else {
+    const std::vector<std::string> arguments = Words(command->arguments);
+    const std::string& last = arguments.back();
+    const bool repeats = last.size() > 3 && last.substr(last.size() - 3) == "...";
+    if (position < arguments.size() || repeats) {
+      std::string name = arguments[std::min(position, arguments.size() - 1)];
+      name.erase(std::remove_if(name.begin(), name.end(),
+                                [](char c) { return c == '[' || c == ']' || c == '.'; }),
+                 name.end());
+      candidates = valuesOf(FindParameter(name));
+    }
+  }
+  return candidates;
 }
 
-void RangeOptions::AddTo(CLI::App& command, const std::string& usualLength) {
-  command
-      .add_option("--from", from, "Begin of the range (now, 20:00, \"2026-05-01 20:00\", +2h, ...)")
-      ->type_name("TIME");
-  command.add_option("--to", to, "End of the range, not part of it")->type_name("TIME");
-  command.add_option("--for", length, "Length of the range (90m, 6h, 2d); else " + usualLength)
-      ->type_name("DURATION");
+Clock Session::MakeClock() const {
+  return {request.epoch == "unix" ? Epoch::Unix : Epoch::Ntp, g_get_real_time() / G_USEC_PER_SEC};
 }
 
-TimeRange RangeOptions::Parse(Seconds usualLength, const Clock& clock) const {
-  const TimeRange range = ParseRange(from, to, length, usualLength, clock.Now());
+Services& Session::KnownServices() {
+  if (!m_services) {
+    m_services = Services::Load();
+    for (const std::string& complaint : m_services->Complaints()) {
+      esg::tools::Report("esgctl", m_services->Path() + ", " + complaint);
+    }
+  }
+  return *m_services;
+}
+
+std::vector<Service> Session::ChosenServices() {
+  const Services& known = KnownServices();
+  if (request.services.empty()) {
+    if (known.All().empty()) {
+      throw Failure(kUsage,
+                    "No service is named, and there is no list of services.\nName one, or "
+                    "write the list with: esg-guide-service --guide DIR --aliases > " +
+                        Services::UserPath());
+    }
+    return known.All();
+  }
+  std::vector<Service> chosen;
+  for (const std::string& text : request.services) {
+    chosen.push_back(known.Resolve(text));
+  }
+  return chosen;
+}
+
+std::vector<Service> Session::ChosenServices(Guide& guide) {
+  std::vector<Service> chosen = ChosenServices();
+  std::vector<Service>& known = KnownServices().All();
+  const bool unlisted = std::any_of(chosen.begin(), chosen.end(), [&](const Service& service) {
+    return std::none_of(known.begin(), known.end(),
+                        [&](const Service& listed) { return listed.id == service.id; });
+  });
+  if (unlisted && guide.Complete(known)) {
+    chosen = ChosenServices();
+  }
+  guide.Complete(chosen);
+  return chosen;
+}
+
+TimeRange Session::Range(Seconds usualLength, const Clock& clock) const {
+  const TimeRange range =
+      ParseRange(request.from, request.to, request.length, usualLength, clock.Now());
   clock.ToRecord(range.from);
   clock.ToRecord(range.to - 1);
   return range;
 }
 
-void AddService(CLI::App& command, std::string& service) {
-  command.add_option("SERVICE", service, "An alias, a part of one, or a global service id")
-      ->required();
+int RunComplete(Session& session) {
+  const std::vector<std::string>& words = session.request.words;
+  std::string lines;
+  for (const std::string& candidate : Completions(words, session.KnownServices())) {
+    lines += Printable(candidate) + '\n';
+  }
+  Print(lines);
+  return kFound;
 }
 
 }  // namespace esgctl

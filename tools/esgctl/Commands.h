@@ -1,66 +1,125 @@
 #ifndef ESGCTL_COMMANDS_H
 #define ESGCTL_COMMANDS_H
 
-#include <CLI/CLI.hpp>
-#include <functional>
 #include <optional>
 #include <string>
+#include <variant>
+#include <vector>
 
-#include "Aliases.h"
 #include "Guide.h"
-#include "Progress.h"
-#include "Status.h"
-#include "Terminal.h"
+#include "Output.h"
+#include "Services.h"
 #include "Time.h"
 
 namespace esgctl {
 
-/// What all commands share: the options in front, and the command that was chosen.
-class Session {
- public:
-  Looks looks;
-  std::string epoch = "ntp";
-  bool verbose = false;
-  std::function<Status()> command;
+/// What the user wrote.
+struct Request {
+  std::vector<std::string> services;
+  std::vector<std::string> words;
+  std::vector<int> events;
+  std::vector<int> numbers;
+  std::string kind;
+  std::string format;
+  std::string path;
+  std::string contentId;
+  std::string start;
 
-  Clock MakeClock() const;
-
-  /// The user's aliases, read on first use; complaints about the file go to standard error.
-  const Aliases& Services();
-
-  /// Asks the guide, with a progress line meanwhile, which is gone when this returns.
-  template <typename Question>
-  auto Ask(const Clock& clock, Question question) {
-    Progress progress;
-    Guide guide(clock, progress);
-    return question(guide);
-  }
-
- private:
-  std::optional<Aliases> m_aliases;
-};
-
-/// --from, --to and --for as given.
-struct RangeOptions {
   std::string from;
   std::string to;
   std::string length;
-
-  void AddTo(CLI::App& command, const std::string& usualLength);
-  /// A usage failure also where the records' clock cannot tell these times.
-  TimeRange Parse(Seconds usualLength, const Clock& clock) const;
+  std::string of;
+  std::string genre;
+  std::string epoch = "ntp";
+  unsigned int count = 0;
+  bool json = false;
+  bool raw = false;
+  bool ids = false;
+  bool follow = false;
+  bool names = false;
+  bool bb = false;
+  bool title = false;
+  bool word = false;
+  bool regex = false;
+  bool verbose = false;
+  OutputOptions output;
 };
 
-inline constexpr Seconds kUsualRange = 24 * 3600;
+/// What all commands share: the request, and the services that it may name.
+class Session {
+ public:
+  Request request;
 
-// Each adds its commands, which set `session.command` when they are chosen.
-void AddProgramCommands(CLI::App& app, Session& session);
-void AddGridCommands(CLI::App& app, Session& session);
-void AddFragmentCommands(CLI::App& app, Session& session);
-void AddEventCommands(CLI::App& app, Session& session);
+  Clock MakeClock() const;
 
-/// The SERVICE argument.
-void AddService(CLI::App& command, std::string& service);
+  /// The user's services, read on first use; complaints about the file go to standard error.
+  Services& KnownServices();
+  /// The services that the request names, or all; a usage failure where there are none.
+  std::vector<Service> ChosenServices();
+  /// The same, with what the guide service knows of them.
+  std::vector<Service> ChosenServices(Guide& guide);
+  /// The one that it names.
+  Service ChosenService() { return ChosenServices().front(); }
+
+  /// --from, --to and --for. A usage failure also where the records' clock cannot tell these times.
+  TimeRange Range(Seconds usualLength, const Clock& clock) const;
+
+ private:
+  std::optional<Services> m_services;
+};
+
+/// Where an argument's or an option's value goes.
+using Target = std::variant<bool Request::*, unsigned int Request::*, std::string Request::*,
+                            std::vector<std::string> Request::*, std::vector<int> Request::*,
+                            std::string OutputOptions::*, unsigned int OutputOptions::*>;
+
+/// One argument, or one option, whose name begins with "--".
+struct Parameter {
+  const char* name;
+  const char* type;      ///< of an option's value; null for a flag
+  const char* choices;   ///< the only values; null: any
+  const char* examples;  ///< values that completion offers besides; null: none
+  Target target;
+  const char* help;
+};
+
+/// One command. Parsing, help, completion and the manual follow from these.
+struct Command {
+  const char* name;
+  const char* arguments;  ///< as in "KIND SERVICE [TIME]" and "[SERVICE]..."
+  const char* options;    ///< names
+  int (*run)(Session& session);
+  const char* summary;
+};
+
+extern const std::vector<Command> kCommands;
+extern const char* const kCommonOptions;
+
+/// The argument or option of this name.
+const Parameter& FindParameter(const std::string& name);
+
+/// "esgctl list [SERVICE]... [--from TIME] ...".
+std::string Synopsis(const Command& command);
+
+/// What may stand in place of the last of these words, the arguments of esgctl so far.
+std::vector<std::string> Completions(const std::vector<std::string>& words,
+                                     const Services& services);
+
+// The commands. Each returns the exit status.
+int RunNow(Session& session);
+int RunNext(Session& session);
+int RunPrevious(Session& session);
+int RunList(Session& session);
+int RunShow(Session& session);
+int RunGrid(Session& session);
+int RunSearch(Session& session);
+int RunServices(Session& session);
+int RunExport(Session& session);
+int RunXml(Session& session);
+int RunSave(Session& session);
+int RunWatch(Session& session);
+int RunEmit(Session& session);
+int RunComplete(Session& session);
 
 }  // namespace esgctl
 

@@ -3,84 +3,231 @@
 #include <json/value.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "Commands.h"
+#include "Fragments.h"
 #include "Json.h"
 #include "Table.h"
+#include "Text.h"
+#include "Watch.h"
 
 namespace esgctl {
 namespace {
 
-using Programs = std::vector<FCESGProgramInfo>;
+constexpr Seconds kUsualRange = 24 * 3600;
+constexpr Seconds kFortnight = 14 * 24 * 3600;
 
-/// What the user wrote behind now, next, prev, list or show.
-struct Request {
-  std::string service;
-  std::string of;
-  RangeOptions range;
-  std::string contentId;
-  std::string start;
-  bool json = false;
-  bool raw = false;
-  bool ids = false;
+/// What a question gave: one list of programmes for each service.
+struct Answer {
+  const std::vector<Service>& services;
+  std::vector<Programs> lists;
+  TimeRange range;      ///< that was asked for
+  const char* nothing;  ///< what to say where there is none
+  bool single = false;  ///< one programme of a service at most
 };
 
-struct View {
-  Clock clock;
-  Style style;
-  const Request& request;
-  bool known;  ///< the service has an alias
-};
+Seconds StartOf(const FCESGProgramInfo& program, const Clock& clock) {
+  return clock.FromRecord(program.GetStartTime());
+}
 
 bool IsOn(const FCESGProgramInfo& program, const Clock& clock) {
-  const Seconds start = clock.FromRecord(program.GetStartTime());
+  const Seconds start = StartOf(program, clock);
   return start <= clock.Now() && clock.Now() < start + program.Duration();
 }
 
-Json::Value ForScripts(const FCESGProgramInfo& program, const View& view) {
-  if (!view.request.raw) {
-    return ProgramToJson(program, view.clock);
+Json::Value ForScripts(const FCESGProgramInfo& program, const Service& service, const Clock& clock,
+                       bool raw) {
+  if (!raw) {
+    return ProgramToJson(program, service, clock);
   }
   Json::Value value;
   FCESGProgramInfo::ToJson(program, value);
   return value;
 }
 
-std::string AsTable(const Programs& programs, const View& view) {
-  const bool ids = view.request.ids;
-  Table table(ids ? std::vector<std::string>{"START", "END", "LENGTH", "CONTENT-ID", "TITLE"}
-                  : std::vector<std::string>{"START", "END", "LENGTH", "TITLE"});
-  for (const FCESGProgramInfo& program : programs) {
-    const Seconds start = view.clock.FromRecord(program.GetStartTime());
-    std::vector<std::string> cells = {FormatDateTime(start),
-                                      FormatTimeOfDay(start + program.Duration()),
-                                      FormatDuration(program.Duration()), program.Title()};
-    if (ids) {
-      cells.insert(cells.end() - 1, program.GetEventID());
-    }
-    table.AddRow(cells, IsOn(program, view.clock));
+std::string AsTable(const Answer& answer, const Request& request, const Clock& clock,
+                    const Style& style) {
+  const bool channels = answer.services.size() > 1;
+  std::vector<std::string> header = {"START", "END", "LENGTH"};
+  if (channels) {
+    header.insert(header.begin(), "CHANNEL");
   }
-  return table.Render(view.style);
+  if (request.ids) {
+    header.emplace_back("CONTENT-ID");
+  }
+  header.emplace_back("TITLE");
+  std::vector<TableRow> rows;
+  for (std::size_t i = 0; i < answer.lists.size(); ++i) {
+    for (const FCESGProgramInfo& program : answer.lists[i]) {
+      const Seconds start = StartOf(program, clock);
+      TableRow row{{FormatDateTime(start), FormatTimeOfDay(start + program.Duration()),
+                    FormatDuration(program.Duration())},
+                   IsOn(program, clock)};
+      if (channels) {
+        row.cells.insert(row.cells.begin(), answer.services[i].Channel());
+      }
+      if (request.ids) {
+        row.cells.push_back(program.GetEventID());
+      }
+      row.cells.push_back(program.Title());
+      rows.push_back(std::move(row));
+    }
+  }
+  return RenderTable(header, rows, style);
 }
 
-std::string InFull(const FCESGProgramInfo& program, const View& view) {
-  const Seconds start = view.clock.FromRecord(program.GetStartTime());
+std::string AsJson(const Answer& answer, const Request& request, const Clock& clock) {
+  Json::Value list(Json::arrayValue);
+  for (std::size_t i = 0; i < answer.lists.size(); ++i) {
+    for (const FCESGProgramInfo& program : answer.lists[i]) {
+      list.append(ForScripts(program, answer.services[i], clock, request.raw));
+    }
+  }
+  const Layout layout = request.follow ? Layout::OneLine : Layout::Indented;
+  if (answer.single && request.services.size() == 1) {
+    return list.empty() && !request.follow
+               ? ""
+               : JsonText(list.empty() ? Json::Value() : list[0], layout);
+  }
+  return JsonText(list, layout);
+}
+
+Outcome MakeOutcome(const Answer& answer, const Request& request, const Clock& clock,
+                    const Style& style) {
+  Outcome outcome;
+  outcome.found = std::any_of(answer.lists.begin(), answer.lists.end(),
+                              [](const Programs& programs) { return !programs.empty(); });
+  if (request.json || request.raw) {
+    outcome.text = AsJson(answer, request, clock);
+  } else if (outcome.found) {
+    outcome.text = AsTable(answer, request, clock, style);
+  }
+  outcome.nothing =
+      std::string(answer.nothing) + " on " +
+      (answer.services.size() == 1 ? answer.services.front().Label() : "any of these services") +
+      '.';
+  for (const Programs& programs : answer.lists) {
+    for (const FCESGProgramInfo& program : programs) {
+      const Seconds start = StartOf(program, clock);
+      for (const Seconds change : {start, start + static_cast<Seconds>(program.Duration())}) {
+        if (change > clock.Now() && (outcome.changes == 0 || change < outcome.changes)) {
+          outcome.changes = change;
+        }
+      }
+    }
+  }
+  return outcome;
+}
+
+std::vector<Programs> AsLists(std::vector<std::optional<FCESGProgramInfo>> programs) {
+  std::vector<Programs> lists;
+  for (auto& program : programs) {
+    lists.push_back(program ? Programs{std::move(*program)} : Programs{});
+  }
+  return lists;
+}
+
+/// Asks once, or with --follow again and again.
+template <typename Question>
+int Run(Session& session, Question question) {
+  const Request& request = session.request;
+  session.ChosenServices();  // wrong usage comes first
+  const Style style = TableStyle(request.output);
+  Guide guide(session.MakeClock());
+  const std::vector<Service> services = session.ChosenServices(guide);
+  const auto ask = [&](const Clock& clock) {
+    guide.SetClock(clock);
+    return question(guide, clock, services);
+  };
+  if (request.follow) {
+    return Follow(guide, [&] {
+      const Clock clock = session.MakeClock();
+      return MakeOutcome(ask(clock), request, clock, style);
+    });
+  }
+  const Clock clock = session.MakeClock();
+  const Answer answer = ask(clock);
+  const Outcome outcome = MakeOutcome(answer, request, clock, style);
+  Print(outcome.text);
+  if (!outcome.found) {
+    throw services.size() == 1 ? guide.Explain(answer.nothing, services.front(), answer.range)
+                               : Failure(kNotFound, outcome.nothing);
+  }
+  return kFound;
+}
+
+int RunNeighbour(Session& session, eRelative_Position position, const char* nothing) {
+  const auto when = [&](const Clock& clock) -> std::optional<Seconds> {
+    if (session.request.of.empty()) {
+      return std::nullopt;
+    }
+    const Seconds time = ParseMoment(session.request.of, clock.Now()).time;
+    clock.ToRecord(time);
+    return time;
+  };
+  when(session.MakeClock());  // wrong usage comes first
+  return Run(session, [&](Guide& guide, const Clock& clock, const std::vector<Service>& services) {
+    const std::optional<Seconds> time = when(clock);
+    const Seconds from = time.value_or(clock.Now());
+    return Answer{services,
+                  AsLists(guide.Neighbours(Ids(services), time, position)),
+                  {from, from + 1},
+                  nothing,
+                  true};
+  });
+}
+
+std::string Joined(const std::vector<std::string>& texts) {
+  std::string result;
+  for (const std::string& text : texts) {
+    result += (result.empty() ? "" : ", ") + text;
+  }
+  return result;
+}
+
+std::string InFull(const FCESGProgramInfo& program, const Service& service, const Facts& content,
+                   const Facts& channel, const Clock& clock, const Style& style) {
+  const Seconds start = StartOf(program, clock);
   const Seconds end = start + program.Duration();
+  const Episode episode = EpisodeOf(program.GetEventID());
   std::vector<std::pair<std::string, std::string>> fields = {
       {"Title", program.Title()},
       {"Time", FormatTime(start, "%a ") + FormatDateTime(start) + " to " + FormatTimeOfDay(end) +
                    " (" + FormatDuration(program.Duration()) + ')'},
-      {"Service", program.GlobalServiceID()},
+      {"Channel", service.number.empty() && service.name.empty() ? "" : service.Channel()},
+      {"Service", service.id},
       {"Content id", program.GetEventID()},
+      {"Series", episode.series},
+      {"Episode", episode.number},
       {"Genre", program.Genre()},
       {"Synopsis", program.Synopsis()}};
+  for (const auto* const texts : {&content.names, &content.descriptions}) {
+    for (const LanguageText& text : *texts) {
+      if (text.text != program.Title() && text.text != program.Synopsis()) {
+        fields.emplace_back(texts == &content.names ? "Title" : "Synopsis",
+                            text.text + (text.language.empty() ? "" : " [" + text.language + ']'));
+      }
+    }
+  }
+  for (const Rating& rating : content.ratings) {
+    fields.emplace_back("Rating",
+                        rating.value + (rating.system.empty() ? "" : " (" + rating.system + ')'));
+  }
+  const auto language = [](const auto& texts) { return texts.empty() ? "" : texts[0].language; };
+  fields.emplace_back("Language", language(content.names));
+  fields.emplace_back("Audio", Joined(content.audioLanguages.empty() ? channel.audioLanguages
+                                                                     : content.audioLanguages));
+  fields.emplace_back("Subtitles", Joined(content.textLanguages.empty() ? channel.textLanguages
+                                                                        : content.textLanguages));
   for (const auto& icon : program.PrivateExt().contentIcons) {
     fields.emplace_back("Icon", icon.uri);
   }
+  for (const std::string& icon : channel.icons) {
+    fields.emplace_back("Channel icon", icon);
+  }
   for (const auto& preview : program.PrivateExt().previews) {
-    for (const auto& content : preview.contents) {
-      fields.emplace_back("Preview", content.uri);
+    for (const auto& item : preview.contents) {
+      fields.emplace_back("Preview", item.uri);
     }
     for (const auto& description : preview.descriptions) {
       fields.emplace_back("Preview", description.text);
@@ -89,146 +236,115 @@ std::string InFull(const FCESGProgramInfo& program, const View& view) {
   fields.erase(std::remove_if(fields.begin(), fields.end(),
                               [](const auto& field) { return field.second.empty(); }),
                fields.end());
-  return RenderFields(fields, view.style);
+  return RenderFields(fields, style);
 }
 
-[[noreturn]] void NotFound(const std::string& what, const View& view) {
-  std::string message = what + " on " + view.request.service + '.';
-  if (!view.known) {
-    message += "\nIs that its global service id? Known services are shown by: esgctl services";
-  }
-  throw Failure(kNotFound, message);
-}
-
-Status ShowOne(const std::optional<FCESGProgramInfo>& program, const std::string& absent,
-               const View& view, bool full) {
-  if (!program) {
-    NotFound(absent, view);
-  }
-  if (view.request.json || view.request.raw) {
-    Print(JsonText(ForScripts(*program, view), Layout::Indented));
-  } else {
-    Print(full ? InFull(*program, view) : AsTable({*program}, view));
-  }
-  return kFound;
-}
-
-Status ShowAll(const Programs& programs, const std::string& absent, const View& view) {
-  if (view.request.json || view.request.raw) {
-    Json::Value list(Json::arrayValue);
-    for (const FCESGProgramInfo& program : programs) {
-      list.append(ForScripts(program, view));
+/// The next showing of a content, or else the last one.
+std::optional<FCESGProgramInfo> NextShowing(Guide& guide, const std::string& service,
+                                            const std::string& contentId, Seconds now) {
+  for (const TimeRange& range :
+       {TimeRange{now, now + kFortnight}, TimeRange{now - kFortnight, now}}) {
+    std::optional<FCESGProgramInfo> showing;
+    std::vector<Programs> lists = guide.Lists({service}, range);
+    for (FCESGProgramInfo& program : lists.front()) {
+      if (program.GetEventID() == contentId && (!showing || range.to == now)) {
+        showing = std::move(program);
+      }
     }
-    Print(JsonText(list, Layout::Indented));
-  }
-  if (programs.empty()) {
-    NotFound(absent, view);
-  }
-  if (!view.request.json && !view.request.raw) {
-    Print(AsTable(programs, view));
-  }
-  return kFound;
-}
-
-Status Now(Session& session, const View& view) {
-  const auto program =
-      session.Ask(view.clock, [&](Guide& guide) { return guide.Present(view.request.service); });
-  return ShowOne(program, "Nothing is on now", view, false);
-}
-
-Status Neighbour(Session& session, const View& view, eRelative_Position position) {
-  std::optional<Seconds> time;
-  if (!view.request.of.empty()) {
-    time = ParseMoment(view.request.of, view.clock.Now()).time;
-    view.clock.ToRecord(*time);
-  }
-  const auto program = session.Ask(view.clock, [&](Guide& guide) {
-    return guide.Neighbour(view.request.service, time, position);
-  });
-  return ShowOne(program,
-                 position == eRelative_Position_Next ? "Nothing comes next" : "Nothing was before",
-                 view, false);
-}
-
-Status List(Session& session, const View& view) {
-  const TimeRange range = view.request.range.Parse(kUsualRange, view.clock);
-  const Programs programs = session.Ask(
-      view.clock, [&](Guide& guide) { return guide.List(view.request.service, range); });
-  return ShowAll(
-      programs,
-      "Nothing is on from " + FormatDateTime(range.from) + " to " + FormatDateTime(range.to), view);
-}
-
-Status Show(Session& session, const View& view) {
-  const Request& request = view.request;
-  const std::string& written = request.start.empty() ? request.contentId : request.start;
-  Seconds start = view.clock.Now();
-  if (!written.empty()) {
-    start = ParseMoment(written, view.clock.Now()).time;
-    view.clock.ToRecord(start);
-  }
-  const auto program = session.Ask(view.clock, [&](Guide& guide) {
-    if (written.empty()) {
-      return guide.Present(request.service);
+    if (showing) {
+      return showing;
     }
-    if (!request.start.empty()) {
-      return guide.Item(request.service, request.contentId, start);
-    }
-    const Programs programs = guide.List(request.service, {start, start + 1});
-    return programs.empty() ? std::nullopt : std::make_optional(programs.back());
-  });
-  return ShowOne(program, "There is no such programme", view, true);
+  }
+  return std::nullopt;
 }
 
-/// Adds one of the commands; `run` gets its request with the service's id in place of its name.
-template <typename Run>
-CLI::App& Add(CLI::App& app, Session& session, const char* name, const char* description,
-              const std::shared_ptr<Request>& request, Run run) {
-  CLI::App& command = *app.add_subcommand(name, description);
-  AddService(command, request->service);
-  CLI::Option* const json =
-      command.add_flag("--json", request->json, "For scripts: JSON, times in Unix seconds");
-  command.add_flag("--raw", request->raw, "The record's own JSON, in the protocol's form")
-      ->excludes(json);
-  command.callback([&session, request, run] {
-    session.command = [&session, request, run] {
-      const Aliases& aliases = session.Services();
-      std::string& id = request->service;
-      id = aliases.Resolve(id);
-      const bool known = aliases.NameOf(id) != id;
-      return run(session, View{session.MakeClock(), TableStyle(session.looks), *request, known});
-    };
-  });
-  return command;
+std::optional<FCESGProgramInfo> First(std::vector<std::optional<FCESGProgramInfo>> programs) {
+  return std::move(programs.front());
 }
 
 }  // namespace
 
-void AddProgramCommands(CLI::App& app, Session& session) {
-  const auto request = std::make_shared<Request>();
-  Add(app, session, "now", "Show what is on now", request, Now);
+int RunNow(Session& session) {
+  return Run(session, [](Guide& guide, const Clock& clock, const std::vector<Service>& services) {
+    return Answer{services,
+                  AsLists(guide.Present(Ids(services))),
+                  {clock.Now(), clock.Now() + 1},
+                  "Nothing is on now",
+                  true};
+  });
+}
 
-  const auto addNeighbour = [&](const char* name, const char* description,
-                                eRelative_Position position) {
-    CLI::App& command = Add(app, session, name, description, request,
-                            [position](Session& asking, const View& view) {
-                              return Neighbour(asking, view, position);
-                            });
-    command
-        .add_option("--of", request->of,
-                    "Count from what is on at this time; else from what is on now")
-        ->type_name("TIME");
-  };
-  addNeighbour("next", "Show what comes next", eRelative_Position_Next);
-  addNeighbour("prev", "Show what was before", eRelative_Position_Previous);
+int RunNext(Session& session) {
+  return RunNeighbour(session, eRelative_Position_Next, "Nothing comes next");
+}
 
-  CLI::App& list = Add(app, session, "list", "List the programmes of a time range", request, List);
-  request->range.AddTo(list, "24 hours");
-  list.add_flag("--ids", request->ids, "Show content ids too");
+int RunPrevious(Session& session) {
+  return RunNeighbour(session, eRelative_Position_Previous, "Nothing was on before");
+}
 
-  CLI::App& show = Add(app, session, "show", "Show one programme in full", request, Show);
-  show.add_option("CONTENT-ID", request->contentId, "Which programme; else what is on at START");
-  show.add_option("START", request->start, "When it begins; else what is on now is shown");
+int RunList(Session& session) {
+  session.Range(kUsualRange, session.MakeClock());  // wrong usage comes first
+  return Run(session, [&](Guide& guide, const Clock& clock, const std::vector<Service>& services) {
+    const TimeRange range = session.Range(kUsualRange, clock);
+    return Answer{services, guide.Lists(Ids(services), range), range,
+                  "Nothing is on in this time range"};
+  });
+}
+
+int RunShow(Session& session) {
+  Request& request = session.request;
+  const Clock clock = session.MakeClock();
+  Service service = session.ChosenService();
+  std::optional<Seconds> start;
+  if (request.start.empty() && !request.contentId.empty()) {
+    // A single word is a time if it can be one.
+    try {
+      start = ParseMoment(request.contentId, clock.Now()).time;
+      request.contentId.clear();
+    } catch (const Failure&) {
+    }
+  } else if (!request.start.empty()) {
+    start = ParseMoment(request.start, clock.Now()).time;
+  }
+  const unsigned int time = clock.ToRecord(start.value_or(clock.Now()));
+
+  Guide guide(clock);
+  std::optional<FCESGProgramInfo> program;
+  if (request.contentId.empty() && start) {
+    Programs programs = guide.Lists({service.id}, {*start, *start + 1}).front();
+    program = programs.empty() ? std::nullopt : std::make_optional(programs.back());
+  } else if (request.contentId.empty()) {
+    program = First(guide.Present({service.id}));
+  } else if (start) {
+    program =
+        First(guide.Ask<FCESGProgramInfo>(1, [&](std::size_t, ESGAsync::ProgramCallback done) {
+          return ESGAsync::GetProgramItem(service.id, request.contentId, time, std::move(done));
+        }));
+  } else {
+    program = NextShowing(guide, service.id, request.contentId, clock.Now());
+  }
+  if (!program) {
+    const Seconds from = start.value_or(clock.Now());
+    throw guide.Explain("There is no such programme", service, {from, from + 1});
+  }
+  if (request.raw) {
+    Print(JsonText(ForScripts(*program, service, clock, true), Layout::Indented));
+    return kFound;
+  }
+  const Facts channel = ParseFacts(guide.ServiceFragments({service.id}).front());
+  Facts content = ParseFacts(guide.ContentFragments({{service.id, *program}}).front());
+  if (content.id != program->GetEventID()) {
+    content = {};
+  }
+  service.Complete(channel);
+  if (request.json) {
+    Json::Value value = ProgramToJson(*program, service, clock);
+    AddFacts(value, content, channel);
+    Print(JsonText(value, Layout::Indented));
+  } else {
+    Print(InFull(*program, service, content, channel, clock, TableStyle(request.output)));
+  }
+  return kFound;
 }
 
 }  // namespace esgctl

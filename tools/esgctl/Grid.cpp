@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "TextWidth.h"
+#include "Text.h"
 
 namespace esgctl {
 namespace {

@@ -1,47 +1,98 @@
 #ifndef ESGCTL_GUIDE_H
 #define ESGCTL_GUIDE_H
 
-#include <ESGTypes.h>
+#include <ESGAsync.h>
 #include <FCESGProgramInfo.h>
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "Bus.h"
-#include "Progress.h"
+#include "Services.h"
+#include "Status.h"
 #include "Time.h"
-
-class IESGService;
+#include "common/Bus.h"
 
 namespace esgctl {
 
-/// Questions to the guide service, through the library. What fails ends in a Failure that says why;
-/// what the service does not have is an empty result.
+using Programs = std::vector<FCESGProgramInfo>;
+
+/// The system bus, with a failure that helps where it is not there.
+esg::tools::Bus ConnectToBus();
+
+/// Questions to the guide service, all of a kind under way at once. What the service does not have
+/// is an empty result; whatever else fails ends in a Failure that says why. Meanwhile the default
+/// main context runs, and from the second second on a line on the terminal shows the progress.
 class Guide {
  public:
-  /// Looks first whether bus and service are there.
-  Guide(const Clock& clock, Progress& progress);
+  /// Connects, and has the bus start the service where it can. Status kAway where that fails.
+  explicit Guide(const Clock& clock);
 
-  std::optional<FCESGProgramInfo> Present(const std::string& service);
-  std::optional<FCESGProgramInfo> Item(const std::string& service, const std::string& contentId,
-                                       Seconds start);
-  /// The programme before or after the one that is on at `time`, or before or after `time` itself
-  /// where nothing is.
-  std::optional<FCESGProgramInfo> Neighbour(const std::string& service, std::optional<Seconds> time,
-                                            eRelative_Position position);
-  /// By start time. Asks for a day at a time, since the service cannot answer more than the bus
-  /// carries.
-  std::vector<FCESGProgramInfo> List(const std::string& service, const TimeRange& range);
+  /// From here on times are read as seen from this moment.
+  void SetClock(const Clock& clock) { m_clock = clock; }
+  esg::tools::Bus& Bus() { return m_bus; }
 
-  /// Any one question: true, or false where the service has no answer.
-  bool Ask(const std::function<bool(IESGService&)>& question);
+  using Done = std::function<void(const ESGFailure&)>;
+  /// Puts `count` questions; `ask(i, callback)` puts one. The results are in the same order.
+  /// Where the answers are a welcome addition only, one that is an error or cannot be read is
+  /// empty.
+  enum class Need { All, Welcome };
+  template <typename Result, typename Question>
+  std::vector<std::optional<Result>> Ask(std::size_t count, Question ask, Need need = Need::All) {
+    std::vector<std::optional<Result>> results(count);
+    Wait(
+        count,
+        [&](std::size_t i, const Done& done) {
+          return ask(i, [&results, i, done](const ESGFailure& failure, Result result) {
+            if (!failure) {
+              results[i] = std::move(result);
+            }
+            done(failure);
+          });
+        },
+        need);
+    return results;
+  }
+
+  /// What is on now, on each service.
+  std::vector<std::optional<FCESGProgramInfo>> Present(const std::vector<std::string>& services);
+  /// The programme before or after the one that is on at `time` on each service, or before or after
+  /// `time` itself where nothing is.
+  std::vector<std::optional<FCESGProgramInfo>> Neighbours(const std::vector<std::string>& services,
+                                                          std::optional<Seconds> time,
+                                                          eRelative_Position position);
+  /// The programmes of each service, by start. Asks for a day at a time, since the service cannot
+  /// answer more than the bus carries.
+  std::vector<Programs> Lists(const std::vector<std::string>& services, const TimeRange& range);
+  /// Adds numbers and names that are missing; whether any were.
+  bool Complete(std::vector<Service>& services);
+  /// The Service fragments; empty texts where there are none.
+  std::vector<std::string> ServiceFragments(const std::vector<std::string>& services);
+  /// The Content fragment of each programme of a service; empty texts where there are none.
+  struct Showing {
+    const std::string& service;
+    const FCESGProgramInfo& program;
+  };
+  std::vector<std::string> ContentFragments(const std::vector<Showing>& showings);
+
+  /// Why there is nothing on a service in a time range: the service is unknown, its guide has ended
+  /// or starts later, or there is a gap. `what` says what there is not.
+  Failure Explain(const std::string& what, const Service& service, const TimeRange& range);
+
+  /// Asks one question that has no result; whether the service said yes.
+  bool AskToSave(const std::function<ESGAsync::Identifier(ESGAsync::SaveCallback)>& question);
 
  private:
+  void RequireService() const;
+  void Wait(std::size_t count,
+            const std::function<ESGAsync::Identifier(std::size_t, const Done&)>& ask, Need need);
+  Failure Diagnosis(const ESGFailure& failure) const;
+
   Clock m_clock;
-  Progress& m_progress;
-  Bus m_bus;
+  esg::tools::Bus m_bus;
 };
 
 }  // namespace esgctl

@@ -4,12 +4,33 @@
 #include <glib.h>
 #include <json/writer.h>
 
+#include <map>
+
+#include "common/Text.h"
+
 namespace esgctl {
 namespace {
 
-using ATSC3ESGExtension::CESGDescription;
-using ATSC3ESGExtension::CESGIcon;
-using ATSC3ESGExtension::CESGPreview;
+/// The record's members under the names for scripts, without what is empty or 0.
+Json::Value Renamed(const Json::Value& record) {
+  static const std::map<std::string, std::string> kNames = {
+      {"eventID", "content_id"}, {"globalServiceId", "service"}, {"contentIcons", "icons"},
+      {"mimeType", "mime_type"}, {"dataSize", "data_size"},      {"Start", "start"}};
+  Json::Value result(record.isArray() ? Json::arrayValue : Json::objectValue);
+  for (auto member = record.begin(); member != record.end(); ++member) {
+    const bool nested = member->isObject() || member->isArray();
+    const Json::Value value = nested ? Renamed(*member) : *member;
+    if (record.isArray()) {
+      result.append(value);
+    } else if (nested             ? !value.empty()
+               : value.isString() ? !value.asString().empty()
+                                  : value.asInt64() != 0) {
+      const auto name = kNames.find(member.name());
+      result[name == kNames.end() ? member.name() : name->second] = value;
+    }
+  }
+  return result;
+}
 
 void Put(Json::Value& target, const char* name, const std::string& text) {
   if (!text.empty()) {
@@ -17,66 +38,72 @@ void Put(Json::Value& target, const char* name, const std::string& text) {
   }
 }
 
-void Put(Json::Value& target, const char* name, std::int32_t number) {
-  if (number != 0) {
-    target[name] = number;
+void Put(Json::Value& target, const char* name, const std::vector<std::string>& texts) {
+  for (const std::string& text : texts) {
+    target[name].append(text);
   }
 }
 
-Json::Value ToJson(const CESGIcon& icon);
-Json::Value ToJson(const CESGDescription& description);
-Json::Value ToJson(const CESGPreview& preview);
-
-template <typename Record>
-void Put(Json::Value& target, const char* name, const std::vector<Record>& records) {
-  for (const Record& record : records) {
-    target[name].append(ToJson(record));
+void Put(Json::Value& target, const char* name, const std::vector<LanguageText>& texts) {
+  for (const LanguageText& text : texts) {
+    Json::Value value(Json::objectValue);
+    value["text"] = text.text;
+    Put(value, "lang", text.language);
+    target[name].append(value);
   }
-}
-
-Json::Value ToJson(const CESGIcon& icon) {
-  Json::Value value(Json::objectValue);
-  Put(value, "uri", icon.uri);
-  Put(value, "mime_type", icon.mimeType);
-  Put(value, "width", icon.width);
-  Put(value, "height", icon.height);
-  Put(value, "data_size", icon.dataSize);
-  return value;
-}
-
-Json::Value ToJson(const CESGDescription& description) {
-  Json::Value value(Json::objectValue);
-  Put(value, "text", description.text);
-  Put(value, "lang", description.lang);
-  return value;
-}
-
-Json::Value ToJson(const CESGPreview& preview) {
-  Json::Value value(Json::objectValue);
-  Put(value, "usage", preview.usage);
-  Put(value, "icons", preview.icons);
-  Put(value, "contents", preview.contents);
-  Put(value, "descriptions", preview.descriptions);
-  return value;
 }
 
 }  // namespace
 
-Json::Value ProgramToJson(const FCESGProgramInfo& program, const Clock& clock) {
-  Json::Value value(Json::objectValue);
-  Put(value, "service", program.GlobalServiceID());
-  Put(value, "content_id", program.GetEventID());
+Json::Value ProgramToJson(const FCESGProgramInfo& program, const Service& service,
+                          const Clock& clock) {
+  Json::Value record;
+  FCESGProgramInfo::ToJson(program, record);
+  const Json::Value extension = Renamed(record["privateExt"]);
+  record.removeMember("privateExt");
+  Json::Value value = Renamed(record);
+  for (const std::string& list : extension.getMemberNames()) {
+    value[list] = extension[list];
+  }
   if (program.GetStartTime() != 0) {
     const Seconds start = clock.FromRecord(program.GetStartTime());
     value["start"] = static_cast<Json::Int64>(start);
     value["end"] = static_cast<Json::Int64>(start + program.Duration());
     value["duration"] = program.Duration();
+  } else {
+    value.removeMember("duration");
   }
-  Put(value, "title", program.Title());
-  Put(value, "synopsis", program.Synopsis());
-  Put(value, "genre", program.Genre());
-  Put(value, "icons", program.PrivateExt().contentIcons);
-  Put(value, "previews", program.PrivateExt().previews);
+  Put(value, "service", service.id);
+  Put(value, "channel", service.number);
+  Put(value, "channel_name", service.name);
+  return value;
+}
+
+void AddFacts(Json::Value& program, const Facts& content, const Facts& service) {
+  Put(program, "titles", content.names);
+  Put(program, "synopses", content.descriptions);
+  Put(program, "audio_languages",
+      content.audioLanguages.empty() ? service.audioLanguages : content.audioLanguages);
+  Put(program, "text_languages",
+      content.textLanguages.empty() ? service.textLanguages : content.textLanguages);
+  for (const Rating& rating : content.ratings) {
+    Json::Value value(Json::objectValue);
+    Put(value, "system", rating.system);
+    value["value"] = rating.value;
+    program["ratings"].append(value);
+  }
+  const Episode episode = EpisodeOf(program["content_id"].asString());
+  Put(program, "series", episode.series);
+  Put(program, "episode", episode.number);
+  Put(program, "channel_icons", service.icons);
+}
+
+Json::Value ServiceToJson(const Service& service) {
+  Json::Value value(Json::objectValue);
+  Put(value, "number", service.number);
+  Put(value, "alias", service.alias);
+  Put(value, "id", service.id);
+  Put(value, "name", service.name);
   return value;
 }
 
@@ -85,15 +112,14 @@ std::string JsonText(const Json::Value& value, Layout layout) {
   builder["emitUTF8"] = true;
   builder["indentation"] = layout == Layout::Indented ? "  " : "";
   const std::string written = Json::writeString(builder, value) + '\n';
-  char* const valid = g_utf8_make_valid(written.data(), static_cast<gssize>(written.size()));
+  g_autofree char* valid = g_utf8_make_valid(written.data(), static_cast<gssize>(written.size()));
   std::string text;
   const char* next = nullptr;
   for (const char* at = valid; *at != '\0'; at = next) {
     next = g_utf8_next_char(at);
-    // The writer escapes the control characters below U+0020 only; a terminal obeys these too. They
-    // stand inside of strings, where an escape means the same.
     const gunichar c = g_utf8_get_char(at);
-    if (c >= 0x7f && c <= 0x9f) {
+    // The writer has escaped those below U+0020. The others stand inside of strings.
+    if (c >= ' ' && esg::tools::IsUnsafe(c)) {
       char escape[8];
       g_snprintf(escape, sizeof escape, "\\u%04x", c);
       text += escape;
@@ -101,7 +127,6 @@ std::string JsonText(const Json::Value& value, Layout layout) {
       text.append(at, next);
     }
   }
-  g_free(valid);
   return text;
 }
 

@@ -5,18 +5,27 @@
 
 #include <string>
 
+#include "Fragments.h"
+#include "Services.h"
 #include "Time.h"
 
 class FCESGProgramInfo;
 
 namespace esgctl {
 
-/// A programme for scripts: Unix seconds, and nothing that the guide did not give.
-Json::Value ProgramToJson(const FCESGProgramInfo& program, const Clock& clock);
+/// A programme for scripts: stable names, times in Unix seconds, absent members left out.
+Json::Value ProgramToJson(const FCESGProgramInfo& program, const Service& service,
+                          const Clock& clock);
 
+/// What the fragments of a programme and of its service add.
+void AddFacts(Json::Value& program, const Facts& content, const Facts& service);
+
+/// "number", "alias", "id" and "name", as far as they are known.
+Json::Value ServiceToJson(const Service& service);
+
+/// The text with a line end: indented, or on one line. It is valid UTF-8, and what a terminal would
+/// obey is escaped.
 enum class Layout { Indented, OneLine };
-
-/// JSON text in valid UTF-8 that no terminal takes for commands, with a line end.
 std::string JsonText(const Json::Value& value, Layout layout);
 
 }  // namespace esgctl

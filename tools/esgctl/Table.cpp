@@ -1,10 +1,13 @@
 #include "Table.h"
 
-#include <algorithm>
-#include <iterator>
-#include <string_view>
+#include <libsmartcols.h>
 
-#include "TextWidth.h"
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+#include "Text.h"
 
 namespace esgctl {
 namespace {
@@ -12,27 +15,45 @@ namespace {
 constexpr int kGap = 2;
 constexpr int kNarrowestCell = 8;
 
-/// Breaks at spaces, or inside a word that is longer than a line.
-std::vector<std::string> Wrap(std::string_view text, int width) {
-  std::vector<std::string> lines(1);
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find(' '), text.size());
-    std::string_view word = text.substr(0, end);
-    text.remove_prefix(std::min(end + 1, text.size()));
-    const int used = DisplayWidth(lines.back());
-    if (used > 0 && used + 1 + DisplayWidth(word) > width) {
-      lines.emplace_back();
-    } else if (used > 0) {
-      lines.back() += ' ';
-    }
-    for (auto head = Prefix(word, width); head.size() < word.size(); head = Prefix(word, width)) {
-      lines.back() += head;
-      lines.emplace_back();
-      word.remove_prefix(head.size());
-    }
-    lines.back() += word;
+struct Release {
+  void operator()(libscols_table* table) const { scols_unref_table(table); }
+  void operator()(char* text) const { std::free(text); }
+};
+using Table = std::unique_ptr<libscols_table, Release>;
+
+Table NewTable(const std::vector<std::string>& header, const Style& style) {
+  Table table(scols_new_table());
+  if (table == nullptr || scols_table_set_column_separator(table.get(), "  ") != 0) {
+    throw std::bad_alloc();
   }
-  return lines;
+  // Cells are printable already.
+  scols_table_enable_noencoding(table.get(), 1);
+  scols_table_enable_colors(table.get(), style.colour ? 1 : 0);
+  for (const std::string& name : header) {
+    libscols_column* const column = scols_table_new_column(table.get(), name.c_str(), 0, 0);
+    if (column == nullptr) {
+      throw std::bad_alloc();
+    }
+    scols_cell_set_color(scols_column_get_header(column), "bold");
+  }
+  return table;
+}
+
+libscols_line* AddLine(const Table& table, const std::vector<std::string>& cells) {
+  libscols_line* const line = scols_table_new_line(table.get(), nullptr);
+  for (std::size_t i = 0; line != nullptr && i < cells.size(); ++i) {
+    scols_line_set_data(line, i, GuardDirection(cells[i]).c_str());
+  }
+  return line;
+}
+
+std::string Print(const Table& table) {
+  char* text = nullptr;
+  if (scols_print_table_to_string(table.get(), &text) != 0) {
+    throw std::bad_alloc();
+  }
+  const std::unique_ptr<char, Release> owner(text);
+  return std::string(text) + '\n';
 }
 
 }  // namespace
@@ -41,61 +62,56 @@ std::string Bold(const std::string& text, const Style& style) {
   return style.colour ? "\x1b[1m" + text + "\x1b[0m" : text;
 }
 
-Table::Table(std::vector<std::string> header) { m_rows.push_back({std::move(header), true}); }
-
-void Table::AddRow(const std::vector<std::string>& cells, bool marked) {
-  Row row{{}, marked};
-  std::transform(cells.begin(), cells.end(), std::back_inserter(row.cells),
-                 [](const std::string& cell) { return Printable(cell); });
-  m_rows.push_back(std::move(row));
-}
-
-std::string Table::Render(const Style& style) const {
-  const std::size_t last = m_rows.front().cells.size() - 1;
-  std::vector<int> widths(last, 0);
-  for (const Row& row : m_rows) {
-    for (std::size_t i = 0; i < last; ++i) {
-      widths[i] = std::max(widths[i], DisplayWidth(row.cells[i]));
+std::string RenderTable(const std::vector<std::string>& header, const std::vector<TableRow>& rows,
+                        const Style& style) {
+  const Table table = NewTable(header, style);
+  const std::size_t last = header.size() - 1;
+  std::vector<int> widths(last);
+  std::transform(header.begin(), header.end() - 1, widths.begin(), DisplayWidth);
+  std::vector<TableRow> printable = rows;
+  for (TableRow& row : printable) {
+    for (std::size_t i = 0; i <= last; ++i) {
+      row.cells[i] = Printable(row.cells[i]);
+      if (i < last) {
+        widths[i] = std::max(widths[i], DisplayWidth(row.cells[i]));
+      }
     }
   }
-  int before = 0;
+  int room = style.width;
   for (const int width : widths) {
-    before += width + kGap;
+    room -= width + kGap;
   }
-  std::string text;
-  for (const Row& row : m_rows) {
-    std::string line;
-    for (std::size_t i = 0; i < last; ++i) {
-      line += GuardDirection(Pad(row.cells[i], widths[i] + kGap));
+  for (TableRow& row : printable) {
+    if (style.width > 0) {
+      row.cells[last] = Cut(row.cells[last], std::max(kNarrowestCell, room));
     }
-    const std::string& cell = row.cells[last];
-    line += GuardDirection(
-        style.width > 0 ? Cut(cell, std::max(kNarrowestCell, style.width - before)) : cell);
-    text += (row.marked ? Bold(line, style) : line) + '\n';
+    libscols_line* const line = AddLine(table, row.cells);
+    if (row.marked) {
+      scols_line_set_color(line, "bold");
+    }
   }
-  return text;
+  return Print(table);
 }
 
 std::string RenderFields(const std::vector<std::pair<std::string, std::string>>& fields,
                          const Style& style) {
+  const Table table = NewTable({"", ""}, style);
+  scols_table_enable_noheadings(table.get(), 1);
   int labels = 0;
   for (const auto& field : fields) {
     labels = std::max(labels, DisplayWidth(field.first));
   }
-  labels += kGap;
-  std::string text;
-  for (const auto& field : fields) {
-    const std::string value = Printable(field.second);
+  const int room = std::max(kNarrowestCell, style.width - labels - kGap);
+  for (const auto& [label, value] : fields) {
+    const std::string text = Printable(value);
     const std::vector<std::string> lines =
-        style.width > 0 ? Wrap(value, std::max(kNarrowestCell, style.width - labels))
-                        : std::vector<std::string>{value};
-    std::string label = field.first;
-    for (const std::string& line : lines) {
-      text += Bold(Pad(label, labels), style) + GuardDirection(line) + '\n';
-      label.clear();
+        style.width > 0 ? Wrap(text, room) : std::vector<std::string>{text};
+    for (const std::string& part : lines) {
+      libscols_line* const line = AddLine(table, {&part == &lines.front() ? label : "", part});
+      scols_cell_set_color(scols_line_get_cell(line, 0), "bold");
     }
   }
-  return text;
+  return Print(table);
 }
 
 }  // namespace esgctl

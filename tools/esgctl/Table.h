@@ -16,26 +16,17 @@ struct Style {
 /// `text` in bold where colours are wanted.
 std::string Bold(const std::string& text, const Style& style);
 
-/// Rows of text in aligned columns, two spaces apart. Only the last column is cut to fit.
-class Table {
- public:
-  explicit Table(std::vector<std::string> header);
-
-  /// As many cells as the header has; any text. A marked row stands out in colour.
-  void AddRow(const std::vector<std::string>& cells, bool marked = false);
-
-  std::string Render(const Style& style) const;
-
- private:
-  struct Row {
-    std::vector<std::string> cells;
-    bool marked;
-  };
-
-  std::vector<Row> m_rows;  // the header first
+/// A row of any texts; a marked one stands out in colour.
+struct TableRow {
+  std::vector<std::string> cells;
+  bool marked = false;
 };
 
-/// "label  value" lines; a long value goes on under itself.
+/// Rows in aligned columns. Only the last column is cut to fit.
+std::string RenderTable(const std::vector<std::string>& header, const std::vector<TableRow>& rows,
+                        const Style& style);
+
+/// "label  value" lines; a long value continues below itself.
 std::string RenderFields(const std::vector<std::pair<std::string, std::string>>& fields,
                          const Style& style);
 

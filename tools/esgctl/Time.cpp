@@ -4,11 +4,10 @@
 
 #include <algorithm>
 #include <cctype>
-#include <memory>
 #include <regex>
 
 #include "Status.h"
-#include "TextWidth.h"
+#include "Text.h"
 
 namespace esgctl {
 namespace {
@@ -18,62 +17,85 @@ constexpr Seconds kMinute = 60;
 constexpr Seconds kHour = 60 * kMinute;
 constexpr Seconds kDay = 24 * kHour;
 constexpr Seconds kWeek = 7 * kDay;
+constexpr int kTonight = 20;  // o'clock
 
-struct Release {
-  void operator()(GDateTime* time) const { g_date_time_unref(time); }
-  void operator()(GTimeZone* zone) const { g_time_zone_unref(zone); }
-};
-using DateTime = std::unique_ptr<GDateTime, Release>;
-using TimeZone = std::unique_ptr<GTimeZone, Release>;
-
-DateTime Local(Seconds time) { return DateTime(g_date_time_new_from_unix_local(time)); }
+/// Local time; null beyond the calendar's end.
+GDateTime* Local(Seconds time) { return g_date_time_new_from_unix_local(time); }
 
 std::string Format(GDateTime* time, const char* pattern) {
-  char* const text = time == nullptr ? nullptr : g_date_time_format(time, pattern);
-  std::string result = text == nullptr ? "?" : text;
-  g_free(text);
-  return result;
+  g_autofree char* text = time == nullptr ? nullptr : g_date_time_format(time, pattern);
+  return text == nullptr ? "?" : text;
 }
 
 std::string Normalized(const std::string& text) {
-  std::string result(Trimmed(text));
-  std::transform(result.begin(), result.end(), result.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return result;
+  g_autofree char* lower = g_ascii_strdown(text.c_str(), -1);
+  return std::string(Trimmed(lower));
 }
 
-/// The calendar day that a word or a date names; without one, today.
-std::string DayOf(const std::string& word, Seconds now) {
-  const int offset = word == "yesterday" ? -1 : word == "tomorrow" ? 1 : 0;
-  if (offset == 0 && !word.empty() && word != "today") {
-    return word;
+/// How many days from today the day is that a word means; Monday is day 1.
+std::optional<int> DaysFromToday(const std::string& word, int today) {
+  static constexpr std::string_view kNames[] = {"monday", "tuesday",  "wednesday", "thursday",
+                                                "friday", "saturday", "sunday"};
+  if (word == "yesterday" || word == "tomorrow") {
+    return word == "tomorrow" ? 1 : -1;
   }
-  const DateTime day(g_date_time_add_days(Local(now).get(), offset));
-  return Format(day.get(), "%Y-%m-%d");
+  if (word.empty() || word == "today" || word == "tonight") {
+    return 0;
+  }
+  for (int day = 1; day <= 7; ++day) {
+    if (kNames[day - 1].substr(0, std::max<std::size_t>(3, word.size())) == word) {
+      return (day - today + 7) % 7;
+    }
+  }
+  return std::nullopt;
 }
 
+/// A day, a time of day, or both: "tonight", "fri 8pm", "2026-05-01T20:00:30+02:00".
 std::optional<Moment> ParseCalendar(const std::string& text, Seconds now) {
   static const std::regex pattern(
-      "(?:(today|tomorrow|yesterday|\\d{4}-\\d{2}-\\d{2})(?: {1,9}|t|$))?"
-      "(?:(\\d{1,2}):(\\d{2})(?::(\\d{2}))?(z|[+-]\\d{2}(?::?\\d{2})?)?)?");
+      "(?:([a-z]{3,9}|\\d{4}-\\d{2}-\\d{2})(?: {1,9}|t|$))?"
+      "(?:(\\d{1,2})(?::(\\d{2})(?::(\\d{2}))?)?( ?[ap]m)?(z|[+-]\\d{2}(?::?\\d{2})?)?)?");
   std::smatch parts;
-  if (text.empty() || !std::regex_match(text, parts, pattern)) {
+  if (text.empty() || text.size() > 40 || !std::regex_match(text, parts, pattern)) {
     return std::nullopt;
   }
-  const auto number = [&parts](int i) {
-    const std::string digits = parts.str(static_cast<std::size_t>(i));
-    return std::string(2 - std::min<std::size_t>(2, digits.size()), '0') + digits;
+  const std::string day = parts.str(1);
+  const std::string half = parts.str(5);
+  // A number alone is a time of day only with "am" or "pm".
+  if (parts[2].matched && !parts[3].matched && half.empty()) {
+    return std::nullopt;
+  }
+  g_autoptr(GDateTime) today = Local(now);
+  g_autoptr(GDateTime) date = nullptr;
+  std::string iso = day;
+  if (day.empty() || std::isdigit(static_cast<unsigned char>(day[0])) == 0) {
+    const auto days = DaysFromToday(day, g_date_time_get_day_of_week(today));
+    if (!days) {
+      return std::nullopt;
+    }
+    date = g_date_time_add_days(today, *days);
+    iso = Format(date, "%Y-%m-%d");
+  }
+  const auto number = [&parts](std::size_t i) {
+    return parts[i].matched ? std::stoi(parts.str(i)) : 0;
   };
-  std::string zone = parts.str(5);
+  int hour = day == "tonight" && !parts[2].matched ? kTonight : number(2);
+  if (!half.empty()) {
+    if (hour < 1 || hour > 12) {
+      return std::nullopt;
+    }
+    hour = hour % 12 + (half[half.size() - 2] == 'p' ? 12 : 0);
+  }
+  char time[32];
+  g_snprintf(time, sizeof time, "T%02d:%02d:%02d", hour, number(3), number(4));
+  std::string zone = parts.str(6);
   std::replace(zone.begin(), zone.end(), 'z', 'Z');
-  const std::string iso =
-      DayOf(parts.str(1), now) + 'T' + number(2) + ':' + number(3) + ':' + number(4) + zone;
-  const TimeZone local(g_time_zone_new_local());
-  const DateTime time(g_date_time_new_from_iso8601(iso.c_str(), local.get()));
-  if (time == nullptr) {
+  g_autoptr(GTimeZone) local = g_time_zone_new_local();
+  g_autoptr(GDateTime) moment = g_date_time_new_from_iso8601((iso + time + zone).c_str(), local);
+  if (moment == nullptr) {
     return std::nullopt;
   }
-  return Moment{g_date_time_to_unix(time.get()), !parts[1].matched};
+  return Moment{g_date_time_to_unix(moment), !parts[1].matched};
 }
 
 std::optional<Seconds> TryDuration(const std::string& text) {
@@ -152,19 +174,19 @@ TimeRange ParseRange(const std::string& from, const std::string& to, const std::
     const Moment end = ParseMoment(to, now);
     range.to = end.time;
     // By the calendar: a day may have 23 or 25 hours.
-    const DateTime today = Local(end.time);
+    g_autoptr(GDateTime) today = Local(end.time);
     for (Seconds days = (range.from - end.time) / kDay; end.timeOfDay && range.to <= range.from;
          ++days) {
-      const DateTime later(g_date_time_add_days(today.get(), static_cast<int>(days)));
+      g_autoptr(GDateTime) later = g_date_time_add_days(today, static_cast<int>(days));
       if (later == nullptr) {
-        break;  // behind the calendar's end
+        break;  // beyond the calendar's end
       }
-      range.to = g_date_time_to_unix(later.get());
+      range.to = g_date_time_to_unix(later);
     }
   }
   if (range.to <= range.from) {
     throw Failure(kUsage, "The time range is empty: it ends at " + FormatDateTime(range.to) +
-                              " and begins at " + FormatDateTime(range.from) + ".");
+                              " and starts at " + FormatDateTime(range.from) + ".");
   }
   return range;
 }
@@ -181,7 +203,8 @@ std::vector<Piece> Pieces(const Clock& clock, const TimeRange& range) {
 }
 
 std::string FormatTime(Seconds time, const char* pattern) {
-  return Format(Local(time).get(), pattern);
+  g_autoptr(GDateTime) local = Local(time);
+  return Format(local, pattern);
 }
 
 std::string FormatDateTime(Seconds time) {

@@ -36,9 +36,13 @@ class Clock {
   Seconds m_now;
 };
 
-/// A point in time as people write it: "now", "20:00", "2026-05-01", "2026-05-01 20:00:30",
-/// "tomorrow 06:00", an offset from now such as "+2h" or "-30m", or Unix seconds. A zone ("Z",
-/// "+02:00") may follow a time of day; without one it is local.
+/// The forms of a time that people write. Seconds may follow a time of day, and a zone ("Z",
+/// "+02:00"); without one it is local. A weekday is the next one, today included.
+inline constexpr char kTimeForms[] =
+    "now, tonight, 20:00, 8pm, 2026-05-01, \"2026-05-01 20:00\", \"tomorrow 6am\", \"friday "
+    "20:00\", +2h, -30m or Unix seconds";
+
+/// A point in time as people write it.
 struct Moment {
   Seconds time = 0;
   bool timeOfDay = false;  ///< only a time of day was given; today's was taken

@@ -2,98 +2,28 @@
 
 #include <ESGEMSProxy.h>
 #include <IESGService.h>
+#include <IPCS/ECIPCManager.h>
 #include <IPCS/EIIPCConnection.h>
+#include <IPCS/ESGMessageBuffer.h>
 #include <glib-unix.h>
 #include <json/value.h>
 
+#include <algorithm>
 #include <csignal>
-#include <iostream>
+#include <utility>
 
-#include "Bus.h"
+#include "Commands.h"
 #include "Json.h"
-#include "Terminal.h"
-#include "Time.h"
+#include "Text.h"
 
 namespace esgctl {
 namespace {
 
-/// The loop, and why it ends.
-class Watcher {
- public:
-  explicit Watcher(const WatchRequest& request)
-      : m_request(request), m_loop(g_main_loop_new(nullptr, FALSE)) {}
-  Watcher(const Watcher&) = delete;
-  Watcher& operator=(const Watcher&) = delete;
-  ~Watcher() { g_main_loop_unref(m_loop); }
+/// The event by which the guide service says that the guide has changed.
+constexpr int kGuideChanged = 5;
+constexpr Seconds kLongestNap = 60;
 
-  /// Nothing may leave the callback but by its return.
-  int OnEvent(int event, const ESGEventData& data) noexcept;
-  /// Tells of a change.
-  void SetService(bool there) {
-    if (there != m_service && !m_ended) {
-      std::cerr << (there ? "esgctl: the guide service is there\n"
-                          : "esgctl: the guide service is not there; watching goes on\n");
-    }
-    m_service = there;
-  }
-  void End(Status status) {
-    m_status = status;
-    m_ended = true;
-    g_main_loop_quit(m_loop);
-  }
-  Status Run() {
-    if (!m_ended) {
-      g_main_loop_run(m_loop);
-    }
-    return m_status;
-  }
-
- private:
-  std::string Line(int event, const ESGEventData& data) const;
-
-  const WatchRequest& m_request;
-  GMainLoop* m_loop;
-  Status m_status = kFound;
-  bool m_ended = false;
-  bool m_service = true;
-  unsigned int m_seen = 0;
-};
-
-std::string Watcher::Line(int event, const ESGEventData& data) const {
-  const Seconds now = g_get_real_time() / G_USEC_PER_SEC;
-  if (m_request.json) {
-    Json::Value line;
-    line["event"] = event;
-    line["time"] = static_cast<Json::Int64>(now);
-    for (const int parameter : {data.m_param1, data.m_param2, data.m_param3}) {
-      line["params"].append(parameter);
-    }
-    return JsonText(line, Layout::OneLine);
-  }
-  std::string line = FormatTime(now, "%Y-%m-%d %H:%M:%S  ") + std::to_string(event) + ' ';
-  for (const int parameter : {data.m_param1, data.m_param2, data.m_param3}) {
-    line += ' ' + std::to_string(parameter);
-  }
-  return line + '\n';
-}
-
-int Watcher::OnEvent(int event, const ESGEventData& data) noexcept {
-  if (m_ended) {
-    return 0;
-  }
-  try {
-    Print(Line(event, data));
-    if (++m_seen == m_request.count) {
-      End(kFound);
-    }
-  } catch (const ClosedPipe&) {
-    End(kFound);
-  } catch (const std::exception& failure) {
-    std::cerr << "esgctl: " << failure.what() << '\n';
-    End(kOther);
-  }
-  return 0;
-}
+void Say(const std::string& line) { esg::tools::Report("esgctl", line); }
 
 gboolean OnSignal(gpointer watcher) {
   static_cast<Watcher*>(watcher)->End(kFound);
@@ -102,47 +32,177 @@ gboolean OnSignal(gpointer watcher) {
 
 gboolean OnOutputGone(gint, GIOCondition, gpointer watcher) {
   static_cast<Watcher*>(watcher)->End(kFound);
-  return G_SOURCE_REMOVE;
+  return G_SOURCE_CONTINUE;
 }
 
-void OnBusGone(GDBusConnection*, gboolean, GError*, gpointer watcher) {
-  std::cerr << "esgctl: the system bus has gone; start watching again when it is back\n";
-  static_cast<Watcher*>(watcher)->End(kAway);
+std::string EventLine(int event, const ESGEventData& data, bool json) {
+  const Seconds now = g_get_real_time() / G_USEC_PER_SEC;
+  const int parameters[] = {data.m_param1, data.m_param2, data.m_param3};
+  if (json) {
+    Json::Value line;
+    line["event"] = event;
+    line["time"] = static_cast<Json::Int64>(now);
+    for (const int parameter : parameters) {
+      line["params"].append(parameter);
+    }
+    return JsonText(line, Layout::OneLine);
+  }
+  std::string line = FormatTime(now, "%Y-%m-%d %H:%M:%S  ") + std::to_string(event) + ' ';
+  for (const int parameter : parameters) {
+    line += ' ' + std::to_string(parameter);
+  }
+  return line + '\n';
 }
 
-void OnServiceThere(GDBusConnection*, const gchar*, const gchar*, gpointer watcher) {
-  static_cast<Watcher*>(watcher)->SetService(true);
-}
-
-void OnServiceGone(GDBusConnection*, const gchar*, gpointer watcher) {
-  static_cast<Watcher*>(watcher)->SetService(false);
-}
+/// Broadcasts, as the service does.
+class Emitter : public ECIPCManager {
+ public:
+  bool Send(int number, ESGMessageBuffer& payload) override {
+    return m_Send("", Event, number, payload);
+  }
+};
 
 }  // namespace
 
-Status Watch(const WatchRequest& request) {
-  const Bus bus;
+Watcher::Watcher(esg::tools::Bus& bus, const std::vector<int>& events, Handler handler)
+    : m_handler(std::move(handler)), m_status(kFound) {
   // The library tells of short payloads on standard output, in between the lines that scripts read.
   const int output = KeepOutput();
-  Watcher watcher(request);
-  g_unix_signal_add(SIGINT, OnSignal, &watcher);
-  g_unix_signal_add(SIGTERM, OnSignal, &watcher);
-  g_unix_fd_add(output, static_cast<GIOCondition>(G_IO_ERR | G_IO_HUP), OnOutputGone, &watcher);
-  g_signal_connect(bus.Connection(), "closed", G_CALLBACK(OnBusGone), &watcher);
-  g_bus_watch_name_on_connection(bus.Connection(), kESGServiceName, G_BUS_NAME_WATCHER_FLAGS_NONE,
-                                 OnServiceThere, OnServiceGone, &watcher, nullptr);
-
-  IESGEMS* const events = ESGEMSProxy::GetInstance(
-      EIIPCConnection::GetInstance(),
-      [&watcher](int event, const ESGEventData& data) { return watcher.OnEvent(event, data); });
-  for (const int event : request.events) {
-    if (events->SubscribeSignal(event) != 0) {
+  m_sources = {
+      g_unix_signal_add(SIGINT, OnSignal, this), g_unix_signal_add(SIGTERM, OnSignal, this),
+      g_unix_fd_add(output, static_cast<GIOCondition>(G_IO_ERR | G_IO_HUP), OnOutputGone, this)};
+  bus.OnLost([this] {
+    Say("the system bus has gone; start watching again when it is back");
+    End(kAway);
+  });
+  m_nameWatch = g_bus_watch_name_on_connection(
+      bus.Connection(), kESGServiceName, G_BUS_NAME_WATCHER_FLAGS_NONE,
+      [](GDBusConnection*, const char*, const char*, gpointer watcher) {
+        static_cast<Watcher*>(watcher)->SetService(true);
+      },
+      [](GDBusConnection*, const char*, gpointer watcher) {
+        static_cast<Watcher*>(watcher)->SetService(false);
+      },
+      this, nullptr);
+  IESGEMS* const proxy = ESGEMSProxy::GetInstance(EIIPCConnection::GetInstance(),
+                                                  [this](int event, const ESGEventData& data) {
+                                                    if (!m_ended) {
+                                                      m_handler(*this, event, data);
+                                                    }
+                                                    return 0;
+                                                  });
+  for (const int event : events) {
+    if (proxy->SubscribeSignal(event) != 0) {
       throw Failure(kAway, "The system bus does not take the subscription to event " +
                                std::to_string(event) + ".");
     }
   }
-  std::cerr << "esgctl: watching\n";
-  return watcher.Run();
+}
+
+Watcher::~Watcher() {
+  m_ended = true;
+  g_bus_unwatch_name(m_nameWatch);
+  std::for_each(m_sources.begin(), m_sources.end(), g_source_remove);
+}
+
+void Watcher::SetService(bool there) {
+  if (there != m_service && !m_ended) {
+    Say(there ? "the guide service is there" : "the guide service is not there; watching goes on");
+    m_awake = true;
+  }
+  m_service = there;
+}
+
+void Watcher::End(int status) {
+  if (!m_ended) {
+    m_status = status;
+  }
+  m_ended = true;
+}
+
+bool Watcher::Wait(unsigned int seconds) {
+  const guint timer = seconds == 0 ? 0
+                                   : g_timeout_add_seconds(
+                                         seconds,
+                                         [](gpointer watcher) -> gboolean {
+                                           static_cast<Watcher*>(watcher)->Wake();
+                                           return G_SOURCE_CONTINUE;
+                                         },
+                                         this);
+  while (!m_ended && !m_awake) {
+    g_main_context_iteration(nullptr, TRUE);
+  }
+  if (timer != 0) {
+    g_source_remove(timer);
+  }
+  m_awake = false;
+  return !m_ended;
+}
+
+int Follow(Guide& guide, const std::function<Outcome()>& look) {
+  Watcher watcher(guide.Bus(), {kGuideChanged},
+                  [](Watcher& self, int, const ESGEventData&) { self.Wake(); });
+  std::string shown;
+  Seconds nap = kLongestNap;
+  do {
+    try {
+      const Outcome outcome = look();
+      const std::string& text = outcome.found ? outcome.text : outcome.nothing;
+      if (text != shown) {
+        outcome.found || !outcome.text.empty() ? Print(outcome.text) : Say(outcome.nothing);
+        shown = text;
+      }
+      const Seconds now = g_get_real_time() / G_USEC_PER_SEC;
+      nap = outcome.changes > now ? std::min(kLongestNap, outcome.changes - now) : kLongestNap;
+    } catch (const Failure& failure) {
+      if (failure.Status() != kAway) {
+        throw;
+      }
+      // The watcher tells of a service that is gone; it wakes this loop when one is back.
+    }
+  } while (watcher.Wait(static_cast<unsigned int>(nap)));
+  return watcher.Status();
+}
+
+int RunWatch(Session& session) {
+  const Request& request = session.request;
+  esg::tools::Bus bus = ConnectToBus();
+  unsigned int seen = 0;
+  const auto show = [&](Watcher& self, int event, const ESGEventData& data) {
+    try {
+      Print(EventLine(event, data, request.json));
+      if (++seen == request.count) {
+        self.End(kFound);
+      }
+    } catch (const ClosedPipe&) {
+      self.End(kFound);
+    } catch (const std::exception& failure) {
+      Say(failure.what());
+      self.End(kOther);
+    }
+  };
+  Watcher watcher(bus, request.events, show);
+  Say("watching");
+  while (watcher.Wait(0)) {
+  }
+  return watcher.Status();
+}
+
+int RunEmit(Session& session) {
+  const Request& request = session.request;
+  if (request.numbers.size() > 3) {
+    throw Failure(kUsage, "An event carries at most three integers.");
+  }
+  const esg::tools::Bus bus = ConnectToBus();  // the emitter would wait a minute for one
+  ESGMessageBuffer payload;
+  for (const int number : request.numbers) {
+    payload.PushInt(number);
+  }
+  static Emitter emitter;  // its connection stays when it is destroyed
+  if (!emitter.Send(request.events.front(), payload)) {
+    throw Failure(kOther, "The event cannot be sent; --verbose shows why.");
+  }
+  return kFound;
 }
 
 }  // namespace esgctl

@@ -1,21 +1,57 @@
 #ifndef ESGCTL_WATCH_H
 #define ESGCTL_WATCH_H
 
+#include <IESGEMS.h>
+
+#include <functional>
+#include <string>
 #include <vector>
 
-#include "Status.h"
+#include "Guide.h"
 
 namespace esgctl {
 
-struct WatchRequest {
-  std::vector<int> events;
-  unsigned int count = 0;  ///< 0: no end
-  bool json = false;
+/// Waits for events until SIGINT or SIGTERM arrives, whoever reads the output goes, or the bus goes
+/// (status kAway). A service that goes and comes back is no reason to end.
+class Watcher {
+ public:
+  /// Called with each event; nothing may leave it but by its return.
+  using Handler = std::function<void(Watcher& self, int event, const ESGEventData& data)>;
+
+  Watcher(esg::tools::Bus& bus, const std::vector<int>& events, Handler handler);
+  Watcher(const Watcher&) = delete;
+  Watcher& operator=(const Watcher&) = delete;
+  ~Watcher();
+
+  /// Waits until Wake or End has been called, or so many seconds are over; 0: any. False when
+  /// watching has ended.
+  bool Wait(unsigned int seconds);
+  void Wake() { m_awake = true; }
+  void End(int status);
+  int Status() const { return m_status; }
+
+ private:
+  void SetService(bool there);
+
+  const Handler m_handler;
+  std::vector<unsigned int> m_sources;
+  unsigned int m_nameWatch = 0;
+  int m_status;
+  bool m_ended = false;
+  bool m_awake = false;
+  bool m_service = true;
 };
 
-/// Prints events until there have been enough, SIGINT or SIGTERM comes, whoever reads the output
-/// goes, or the bus goes (kAway). A service that goes and comes back is no reason to end.
-Status Watch(const WatchRequest& request);
+/// What a command found at some moment.
+struct Outcome {
+  std::string text;   ///< to print
+  bool found = true;  ///< otherwise `nothing` says what there is not
+  std::string nothing;
+  Seconds changes = 0;  ///< when to look again, because a programme ends; 0: not known
+};
+
+/// Prints what `look` finds, and again whenever it has changed, until watching ends.
+int Follow(Guide& guide, const std::function<Outcome()>& look);
 
 }  // namespace esgctl
 

@@ -1,35 +1,111 @@
 #include <json/value.h>
 
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <clocale>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
-#include <iostream>
+#include <string>
+#include <string_view>
 
 #include "Commands.h"
-#include "TextWidth.h"
+#include "Status.h"
+#include "Text.h"
 
 namespace {
 
+using esgctl::Command;
+using esgctl::Parameter;
+using esgctl::Request;
 using esgctl::Session;
-using esgctl::Status;
 
-constexpr char kFooter[] =
-    "SERVICE is an alias of the file ~/.config/esg-client/services (lines \"alias = "
-    "global-service-id\"), a part of one, or a global service id.\n"
-    "Exit status: 0 found, 10 not found, 2 wrong usage, 8 service or bus not there, 9 unreadable "
-    "answer, 1 anything else.";
+std::string Footer() {
+  return std::string("TIME is ") + esgctl::kTimeForms +
+         ".\nDURATION is 90m, 6h, 1h30m, 2d, 1w or seconds.\n"
+         "Services are listed in ~/.config/esg-client/services, or else in "
+         "/etc/esg-client/services.\n"
+         "Exit status: 0 found, 10 not found, 2 wrong usage, 8 service or bus not there, 9 "
+         "unreadable answer, 1 anything else.";
+}
 
-void AddOptions(CLI::App& app, Session& session) {
-  app.set_version_flag("--version", "esgctl " ESGCTL_VERSION);
-  app.add_flag("--verbose", session.verbose, "Show the library's log on standard error");
-  app.add_option("--epoch", session.epoch, "What times of the service count from: ntp or unix")
-      ->check(CLI::IsMember({"ntp", "unix"}))
-      ->capture_default_str();
-  app.add_option("--color", session.looks.colour, "auto, always or never")
-      ->check(CLI::IsMember({"auto", "always", "never"}))
-      ->capture_default_str();
-  app.add_option("--width", session.looks.width, "Columns to draw in; else the terminal's")
-      ->check(CLI::Range(20, 10000));
+template <typename Member>
+auto& Field(Request& request, Member Request::*member) {
+  return request.*member;
+}
+template <typename Member>
+auto& Field(Request& request, Member esgctl::OutputOptions::*member) {
+  return request.output.*member;
+}
+
+CLI::Option* AddValue(CLI::App& app, const Parameter& parameter, const std::string& name,
+                      Request& request) {
+  CLI::Option* const option = std::visit(
+      [&](auto member) -> CLI::Option* {
+        auto& field = Field(request, member);
+        if constexpr (std::is_same_v<decltype(field), bool&>) {
+          return app.add_flag(name, field, parameter.help);
+        } else {
+          return app.add_option(name, field, parameter.help);
+        }
+      },
+      parameter.target);
+  if (parameter.type != nullptr) {
+    option->type_name(parameter.type);
+  }
+  if (parameter.choices != nullptr) {
+    option->check(CLI::IsMember(esgctl::Words(parameter.choices)));
+  }
+  return option;
+}
+
+void AddOptions(CLI::App& app, const char* names, Request& request) {
+  for (const std::string& name : esgctl::Words(names)) {
+    AddValue(app, esgctl::FindParameter(name), name, request);
+  }
+  if (CLI::Option* const raw = app.get_option_no_throw("--raw")) {
+    raw->excludes("--json");
+  }
+  if (CLI::Option* const count = app.get_option_no_throw("--count")) {
+    count->check(CLI::PositiveNumber);
+  }
+}
+
+/// The arguments as the text says: "KIND SERVICE [TIME] [SERVICE]...".
+void AddArguments(CLI::App& app, const char* arguments, Request& request) {
+  for (std::string name : esgctl::Words(arguments)) {
+    const bool optional = name[0] == '[';
+    const bool many = name.size() > 3 && name.substr(name.size() - 3) == "...";
+    name = name.substr(optional ? 1 : 0, name.find_first_of("].") - (optional ? 1 : 0));
+    CLI::Option& option = *AddValue(app, esgctl::FindParameter(name), name, request);
+    option.required(!optional);
+    if (!many) {
+      option.expected(1)->allow_extra_args(false);
+    }
+  }
+}
+
+/// What the user may have meant by a word that is unknown.
+std::string Hint(const CLI::App& app) {
+  const auto commands = app.get_subcommands();
+  std::vector<std::string> known;
+  if (commands.empty()) {
+    for (const Command& command : esgctl::kCommands) {
+      known.emplace_back(command.name);
+    }
+  }
+  for (const CLI::App* const owner : {&app, commands.empty() ? &app : commands.front()}) {
+    for (const CLI::Option* const option : owner->get_options()) {
+      known.push_back(option->get_name());
+    }
+  }
+  for (const std::string& word : app.remaining(true)) {
+    const std::string meant = esgctl::Suggestion(word.substr(0, word.find('=')), known);
+    if (!meant.empty()) {
+      return "\"" + word + "\" is unknown. Did you mean " + meant + "?";
+    }
+  }
+  return {};
 }
 
 int Fail(int status, const std::string& message) {
@@ -38,9 +114,9 @@ int Fail(int status, const std::string& message) {
 }
 
 /// The one place where whatever goes wrong becomes a message and an exit status.
-int Run(const Session& session) {
+int Run(const Command& command, Session& session) {
   try {
-    return session.command();
+    return command.run(session);
   } catch (const esgctl::ClosedPipe&) {
     return esgctl::kFound;
   } catch (const esg::tools::Failure& failure) {
@@ -57,26 +133,47 @@ int Main(int argc, char** argv) {
   esgctl::ReserveStandardDescriptors();
   // A closed pipe is found out by writing.
   std::signal(SIGPIPE, SIG_IGN);
+  // Texts are UTF-8, whatever the user's locale; numbers stay as they are.
+  std::setlocale(LC_CTYPE, "C.UTF-8");
 
   Session session;
+  Request& request = session.request;
+  // For the shells: esgctl complete -- and the words of the command line so far.
+  if (argc > 2 && argv[1] == std::string_view("complete")) {
+    setenv("ESG_LOG", "none", 0);
+    request.words.assign(argv + 3, argv + argc);
+    return Run({"complete", "", "", esgctl::RunComplete, ""}, session);
+  }
+
   CLI::App app("Looks into the broadcast guide through the guide service.", "esgctl");
   app.require_subcommand(1);
   app.fallthrough();
   app.footer("The options of esgctl itself may stand here too; see esgctl --help.");
-  AddOptions(app, session);
-  esgctl::AddProgramCommands(app, session);
-  esgctl::AddGridCommands(app, session);
-  esgctl::AddFragmentCommands(app, session);
-  esgctl::AddEventCommands(app, session);
-  app.footer(kFooter);
+  app.set_version_flag("--version", "esgctl " ESGCTL_VERSION);
+  AddOptions(app, esgctl::kCommonOptions, request);
+  app.get_option("--width")->check(CLI::Range(20, 10000));
+
+  const Command* chosen = nullptr;
+  for (const Command& command : esgctl::kCommands) {
+    CLI::App& sub = *app.add_subcommand(command.name, command.summary);
+    AddArguments(sub, command.arguments, request);
+    AddOptions(sub, command.options, request);
+    sub.callback([&] { chosen = &command; });
+  }
+  app.footer(Footer());
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : esgctl::kUsage;
+    if (error.get_exit_code() == 0) {
+      return app.exit(error);
+    }
+    const std::string hint = Hint(app);
+    Fail(esgctl::kUsage, hint.empty() ? error.what() : hint);
+    return Fail(esgctl::kUsage, "See esgctl --help.");
   }
   // The library's log is for those who ask for it; what failed is told anyway.
-  setenv("ESG_LOG", session.verbose ? "debug" : "none", session.verbose ? 1 : 0);
-  return Run(session);
+  setenv("ESG_LOG", request.verbose ? "debug" : "none", request.verbose ? 1 : 0);
+  return Run(*chosen, session);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "Terminal.h"
+#include "Output.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -25,11 +25,11 @@ std::string_view Variable(const char* name) {
   return value == nullptr ? std::string_view() : std::string_view(value);
 }
 
-bool Colour(const Looks& looks) {
-  if (looks.colour == "auto") {
-    return isatty(STDOUT_FILENO) != 0 && Variable("NO_COLOR").empty() && Variable("TERM") != "dumb";
+bool Colour(const OutputOptions& options) {
+  if (options.colour == "auto") {
+    return OutputIsTerminal() && Variable("NO_COLOR").empty() && Variable("TERM") != "dumb";
   }
-  return looks.colour == "always";
+  return options.colour == "always";
 }
 
 Failure OutputFailure() {
@@ -50,16 +50,16 @@ int TerminalWidth(int descriptor) {
   return kUsualWidth;
 }
 
-Style TableStyle(const Looks& looks) {
-  const bool terminal = isatty(STDOUT_FILENO) != 0;
-  return {looks.width > 0 ? looks.width
-          : terminal      ? TerminalWidth(STDOUT_FILENO)
-                          : 0,
-          Colour(looks)};
+bool OutputIsTerminal() { return isatty(STDOUT_FILENO) != 0; }
+
+Style TableStyle(const OutputOptions& options) {
+  const int natural = OutputIsTerminal() ? TerminalWidth(STDOUT_FILENO) : 0;
+  return {options.width > 0 ? static_cast<int>(options.width) : natural, Colour(options)};
 }
 
-Style GridStyle(const Looks& looks) {
-  return {looks.width > 0 ? looks.width : TerminalWidth(STDOUT_FILENO), Colour(looks)};
+Style GridStyle(const OutputOptions& options) {
+  return {options.width > 0 ? static_cast<int>(options.width) : TerminalWidth(STDOUT_FILENO),
+          Colour(options)};
 }
 
 void ReserveStandardDescriptors() {

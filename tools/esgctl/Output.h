@@ -1,5 +1,5 @@
-#ifndef ESGCTL_TERMINAL_H
-#define ESGCTL_TERMINAL_H
+#ifndef ESGCTL_OUTPUT_H
+#define ESGCTL_OUTPUT_H
 
 #include <string>
 
@@ -7,19 +7,22 @@
 
 namespace esgctl {
 
-/// What the user asked for about looks.
-struct Looks {
+/// How the user wants the output.
+struct OutputOptions {
   std::string colour = "auto";  ///< auto, always or never
-  int width = 0;                ///< 0: that of the terminal
+  unsigned int width = 0;       ///< 0: that of the terminal
 };
 
 /// How tables look: cut on a terminal only, unless a width was asked for.
-Style TableStyle(const Looks& looks);
+Style TableStyle(const OutputOptions& options);
 
 /// How the grid looks: always fitted into a width.
-Style GridStyle(const Looks& looks);
+Style GridStyle(const OutputOptions& options);
 
-/// The columns of the terminal behind a descriptor.
+/// Whether standard output is a terminal.
+bool OutputIsTerminal();
+
+/// The columns of the terminal that a descriptor leads to.
 int TerminalWidth(int descriptor);
 
 /// Writes to standard output and hands it on at once. Throws ClosedPipe, or a failure where the

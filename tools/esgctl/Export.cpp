@@ -1,0 +1,4 @@
+#include "Commands.h"
+namespace esgctl {
+int RunExport(Session&) { return kOther; }
+}  // namespace esgctl

@@ -1,0 +1,62 @@
+#ifndef ESGCTL_SERVICES_H
+#define ESGCTL_SERVICES_H
+
+#include <istream>
+#include <string>
+#include <vector>
+
+#include "Fragments.h"
+
+namespace esgctl {
+
+/// One service of the guide; what is not known is empty.
+struct Service {
+  std::string number;  ///< the channel's, such as 33.1
+  std::string alias;
+  std::string id;  ///< the global service id
+  std::string name;
+
+  /// What a person would call it, in a few letters.
+  std::string Label() const;
+  /// The label, with the number in front.
+  std::string Channel() const;
+  /// Takes over what is not known yet.
+  void Complete(const Facts& facts);
+};
+
+/// The services that the user can name, from a file of lines `NUMBER ALIAS ID NAME`: fields
+/// separated by blanks, `-` for an unknown number or alias; `#` starts a comment line.
+class Services {
+ public:
+  /// The user's file; it need not exist.
+  static std::string UserPath();
+  /// The user's file, or else the machine's.
+  static Services Load();
+
+  explicit Services(std::istream& text);
+  Services() = default;
+
+  const std::vector<Service>& All() const { return m_services; }
+  std::vector<Service>& All() { return m_services; }
+  const std::string& Path() const { return m_path; }
+  /// What is wrong with the file, or with single lines of it.
+  const std::vector<std::string>& Complaints() const { return m_complaints; }
+
+  /// The service that the user means: by number, alias, id or name, by an unambiguous part of an
+  /// alias or a name, or else the text itself as an id; case and accents are ignored. A text after
+  /// `=` is always an id. What several services answer to is a usage failure that names them.
+  Service Resolve(const std::string& text) const;
+
+ private:
+  void AddLine(const std::string& line, int number);
+
+  std::string m_path;
+  std::vector<Service> m_services;
+  std::vector<std::string> m_complaints;
+};
+
+std::vector<std::string> Ids(const std::vector<Service>& services);
+
+}  // namespace esgctl
+
+#endif

@@ -10,6 +10,7 @@
 #include "IPCS/ESGMessageBuffer.h"
 #include "IPCS/internal/Calls.h"
 #include "IPCS/internal/Channel.h"
+#include "IPCS/internal/Requests.h"
 #include "IPCS/internal/Wire.h"
 #include "Log.h"
 
@@ -258,7 +259,7 @@ std::uint64_t internal::CallLater(const std::string& destination, const char* me
   CallFailure unsent;
   MessagePtr message = ::Call(destination, method, in, unsent);
   const bool isSent = message != nullptr;
-  return channel->Ask(
+  return channel->LateCalls().Ask(
       std::move(message), [=, done = std::move(done)](Channel::Outcome outcome, MessagePtr& reply) {
         CallFailure failure = unsent;
         ESGMessageBuffer out;
@@ -274,7 +275,7 @@ bool internal::CancelCall(std::uint64_t number) {
     return false;
   }
   const ChannelPtr channel = ProcessCalls::Get();
-  return !channel->IsForeign() && channel->Cancel(number);
+  return !channel->IsForeign() && channel->LateCalls().Cancel(number);
 }
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static): part of the interface

@@ -1,24 +1,19 @@
 #include "IPCS/internal/Channel.h"
 
-#include <dbus/dbus-glib-lowlevel.h>
-#include <glib-unix.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 
 #include <algorithm>
-#include <map>
 #include <new>
 #include <utility>
 
+#include "IPCS/internal/Requests.h"
 #include "Log.h"
 
 namespace esg::internal {
 namespace {
 
-/// libdbus's default, counted from the call.
-constexpr std::chrono::seconds kTimeLimit(25);
 constexpr std::chrono::milliseconds kSendLimit(100);
-constexpr std::chrono::milliseconds kMemoryRetry(100);
 /// A stock bus lets 128 answers be outstanding on a connection, and fails the calls beyond that.
 constexpr std::size_t kMaxOutstanding = 120;
 /// libdbus reads so many bytes at a time. More are read in one turn, up to a limit.
@@ -27,18 +22,6 @@ constexpr int kMaxRead = 256 * 1024;
 constexpr std::size_t kManyGivenUp = kMaxOutstanding / 2;
 /// However many are given up: the bus may have room, and a call that hangs does not stop the next.
 constexpr std::size_t kMinLive = 2;
-
-std::mutex tableMutex;
-
-std::map<DBusConnection*, ChannelPtr>& Table() {
-  static auto& table = *new std::map<DBusConnection*, ChannelPtr>;  // for calls after exit, too
-  return table;
-}
-
-/// Opening takes a lock of libdbus's for as long as the bus takes, and closing wants it. So nothing
-/// is closed while a thread opens; what has to go is left to that thread. With tableMutex.
-int opening = 0;
-Channel* toDestroy = nullptr;
 
 void Clear(const FileDescriptor& event) {
   eventfd_t count = 0;
@@ -60,97 +43,40 @@ MessagePtr NewFailure(DBusMessage* call, bool isLost) {
                    "timeout expired, or the network connection was broken."));
 }
 
-/// Set while a handler runs on this thread; unlocked once it has entered the application's code.
-thread_local Channel::Lock* handlerLock = nullptr;
-
 }  // namespace
 
-/// One call that waits.
-struct Channel::Caller {
-  explicit Caller(DBusMessage* sent, std::uint64_t number = 0) : message(sent), request(number) {}
-  DBusMessage* const message;
-  const std::uint64_t request;  // 0: blocks, on its thread's stack
-  const Clock::time_point deadline = Clock::now() + kTimeLimit;
-  std::list<Place> seat{{this}};  // moves to the queue, and on, without needing memory
-  const std::list<Place>::iterator place = seat.begin();
+/// A caller that sleeps or reads until its answer is there, on its thread's stack.
+struct Channel::Blocked : Caller {
+  using Caller::Caller;
+  void OnDone() noexcept override { wake.notify_one(); }
   std::condition_variable wake;
-  bool isDone = false;
-  Outcome outcome = Outcome::Answered;
-  MessagePtr reply;
 };
 
-struct Channel::Request : Caller {
-  Request(MessagePtr owned, Done callback, std::uint64_t number)
-      : Caller(owned.get(), number), messageOwner(std::move(owned)), done(std::move(callback)) {}
-  const MessagePtr messageOwner;
-  const Done done;
-  std::list<std::uint64_t> ticket{request};  // moves to those answered, likewise
-};
-
-Channel::Channel(ConnectionPtr connection, Mail mail)
-    : m_connection(std::move(connection)), m_mail(mail) {}
-
-ChannelPtr Channel::Open(Mail mail, Error& error) {
-  const auto unlock = [] { tableMutex.unlock(); };  // the table is whole in a child as well
-  static const bool isSafe = pthread_atfork([] { tableMutex.lock(); }, unlock, unlock) == 0;
-  const NoCancel guard;  // of libdbus's lock
-  std::unique_lock<std::mutex> lock(tableMutex);
-  ++opening;
-  lock.unlock();
-  ConnectionPtr connection(dbus_bus_get_private(DBUS_BUS_SYSTEM, &error));
-  lock.lock();
-  Channel* left = --opening == 0 ? std::exchange(toDestroy, nullptr) : nullptr;
-  lock.unlock();
-  while (left != nullptr) {
-    Release(std::exchange(left, left->m_nextToDestroy));
-  }
-  if (connection == nullptr) {
-    return nullptr;
-  }
-  dbus_connection_set_exit_on_disconnect(connection.get(), FALSE);
-  ChannelPtr channel(new Channel(std::move(connection), mail), &Release);
-  // What is dropped is not answered either.
-  dbus_connection_set_route_peer_messages(channel->Connection(), mail == Mail::Drop ? TRUE : FALSE);
-  // Strangers may send descriptors; libdbus would take more than a process has.
-  dbus_connection_set_max_received_unix_fds(channel->Connection(), 1);
-  channel->m_hasFilter = dbus_connection_add_filter(channel->Connection(), &OnMessage,
-                                                    channel.get(), nullptr) != FALSE;
-  if (!isSafe || !channel->m_hasFilter || channel->m_wakeUp.number < 0 || !channel->OwnWatches() ||
-      !channel->Poll(channel->m_toggled.number, EPOLLIN)) {
-    dbus_set_error_const(&error, DBUS_ERROR_NO_MEMORY, "No resources to wait for answers");
-    return nullptr;
-  }
-  return channel;
-}
-
-ChannelPtr Channel::Of(DBusConnection* const& field) {
-  const std::lock_guard<std::mutex> lock(tableMutex);
-  const auto found = Table().find(field);
-  return found != Table().end() ? found->second : nullptr;
-}
-
-ChannelPtr Channel::Exchange(DBusConnection*& field, const ChannelPtr& channel) {
-  const std::lock_guard<std::mutex> lock(tableMutex);
-  const auto previous = Table().extract(field);
-  field = channel != nullptr ? channel->Connection() : nullptr;
-  Table().insert({field, channel});
-  return previous.empty() ? nullptr : previous.mapped();
+bool Channel::IsConnected() const {
+  return !m_isLost && dbus_connection_get_is_connected(Connection()) != FALSE;
 }
 
 Channel::Outcome Channel::Call(DBusMessage* message, MessagePtr& reply) {
-  Caller caller(message);
+  Blocked caller(message);
   Lock lock(*this);
-  if (m_isLost || dbus_connection_get_is_connected(Connection()) == FALSE) {
+  if (!IsConnected()) {
     return Outcome::NotConnected;
   }
   m_callers.reserve(m_callers.size() + 1);
-  EndLateRequests();
+  EndLate();
   Enter(caller);
   m_callers.push_back(&caller);
   Wait(lock, caller);
-  reply = caller.isDone ? std::move(caller.reply) : NewFailure(message, m_isLost);
+  GiveReason(caller);
+  reply = std::move(caller.reply);
   WarnOnce(lock);
   return caller.outcome;
+}
+
+void Channel::GiveReason(Caller& caller) const {
+  if (caller.outcome == Outcome::Answered && caller.reply == nullptr) {
+    caller.reply = NewFailure(caller.message, m_isLost);
+  }
 }
 
 void Channel::WarnOnce(Lock& lock) {
@@ -161,44 +87,6 @@ void Channel::WarnOnce(Lock& lock) {
              givenUp);
     lock.lock();
   }
-}
-
-std::uint64_t Channel::Ask(MessagePtr message, Done done) {
-  Attach(nullptr);
-  const Lock lock(*this);
-  const std::uint64_t number = ++m_lastNumber;
-  auto owner = std::make_unique<Request>(std::move(message), std::move(done), number);
-  Request& request = *m_requests.emplace(number, std::move(owner)).first->second;
-  if (request.message == nullptr) {
-    request.outcome = Outcome::NotSent;
-    Finish(request);
-  } else if (m_isLost || dbus_connection_get_is_connected(Connection()) == FALSE) {
-    request.outcome = Outcome::NotConnected;
-    Finish(request);
-  } else {
-    Enter(request);
-  }
-  Schedule();
-  return number;
-}
-
-bool Channel::Cancel(std::uint64_t number) {
-  Requests::node_type request;  // destroyed after the lock: its callback is the application's
-  const Lock lock(*this);
-  request = m_requests.extract(number);
-  if (request.empty()) {
-    return false;
-  }
-  if (!request.mapped()->isDone) {
-    GiveUp(*request.mapped());
-    m_sends = true;
-    Schedule();
-  }
-  if (g_main_context_is_owner(g_main_context_default()) == FALSE) {
-    m_takenBack.insert(std::move(request));
-    Schedule();
-  }
-  return true;
 }
 
 void Channel::AskBus(const MessagePtr& request, DBusError* error) {
@@ -238,12 +126,7 @@ void Channel::SendQueued() {
 
 void Channel::Finish(Caller& caller) {
   caller.isDone = true;
-  if (caller.request != 0) {
-    m_answered.splice(m_answered.end(), static_cast<Request&>(caller).ticket);
-    Schedule();
-    return;
-  }
-  caller.wake.notify_one();
+  caller.OnDone();
   if (&caller == m_reader && m_isPolling) {  // another thread finishes it
     eventfd_write(m_wakeUp.number, 1);
   }
@@ -259,8 +142,29 @@ void Channel::GiveUp(Caller& caller) {
   m_warns = m_warns || (m_givenUp >= kManyGivenUp && caller.deadline <= Clock::now());
 }
 
-void Channel::Wait(Lock& lock, Caller& caller) {
-  const auto leave = [this, &lock](Caller* leaving) {
+void Channel::End(Clock::time_point due) {
+  // Those in front were called before; a caller that blocks ends itself as well.
+  for (std::list<Place>* places : {&m_outstanding, &m_queue}) {
+    for (auto next = places->begin(); next != places->end();) {
+      Caller* const caller = (next++)->caller;
+      if (caller != nullptr && caller->deadline > due) {
+        break;
+      }
+      if (caller != nullptr) {
+        GiveUp(*caller);
+        Finish(*caller);
+      }
+    }
+  }
+}
+
+void Channel::EndLate() {
+  End(Clock::now());
+  SendQueued();
+}
+
+void Channel::Wait(Lock& lock, Blocked& caller) {
+  const auto leave = [this, &lock](Blocked* leaving) {
     lock.LetCancel(false);
     if (!lock.owns_lock()) {
       lock.lock();
@@ -268,9 +172,9 @@ void Channel::Wait(Lock& lock, Caller& caller) {
     Leave(*leaving);
   };
   // Whatever ends the wait, the thread's cancellation included.
-  const std::unique_ptr<Caller, decltype(leave)> guard(&caller, leave);
+  const std::unique_ptr<Blocked, decltype(leave)> guard(&caller, leave);
 
-  while (!caller.isDone && !m_isLost && Clock::now() < caller.deadline) {
+  while (!caller.isDone && Clock::now() < caller.deadline) {
     if (m_reader == nullptr || m_reader == &caller) {
       m_reader = &caller;
       Turn(lock, caller.deadline, &caller);
@@ -282,7 +186,7 @@ void Channel::Wait(Lock& lock, Caller& caller) {
   }
 }
 
-void Channel::Leave(Caller& caller) {
+void Channel::Leave(Blocked& caller) {
   m_callers.erase(std::find(m_callers.begin(), m_callers.end(), &caller));
   if (!caller.isDone) {
     GiveUp(caller);
@@ -293,7 +197,7 @@ void Channel::Leave(Caller& caller) {
     m_isPolling = false;
   }
   const auto next = std::find_if(m_callers.begin(), m_callers.end(),
-                                 [](const Caller* each) { return !each->isDone; });
+                                 [](const Blocked* each) { return !each->isDone; });
   if (m_reader == nullptr && next != m_callers.end()) {
     (*next)->wake.notify_one();
   }
@@ -380,8 +284,8 @@ void Channel::TakeAnswer(DBusMessage* message) {
   m_outstanding.erase(place);
   if (caller != nullptr) {
     // libdbus stops reading while much of what it read is alive, and the main loop may take long.
-    const bool mayWait = caller->request != 0 && !m_answered.empty();
-    caller->reply.reset(mayWait ? dbus_message_copy(message) : dbus_message_ref(message));
+    caller->reply.reset(caller->MayTakeLong() ? dbus_message_copy(message)
+                                              : dbus_message_ref(message));
     Finish(*caller);
   } else {
     --m_givenUp;
@@ -414,16 +318,7 @@ bool Channel::Send(DBusMessage* message, long maxQueued) {
 
 void Channel::SetLost() {
   m_isLost = true;
-  for (Caller* caller : m_callers) {
-    caller->wake.notify_one();
-  }
-  for (auto& [number, request] : m_requests) {
-    if (!request->isDone) {
-      GiveUp(*request);
-      Finish(*request);
-    }
-  }
-  eventfd_write(m_wakeUp.number, 1);
+  End(Clock::time_point::max());
 }
 
 bool Channel::OwnWatches() {
@@ -456,217 +351,6 @@ bool Channel::Poll(int file, unsigned int events) const {
   }
   return epoll_ctl(m_epoll.number, EPOLL_CTL_MOD, file, &wanted) == 0 ||
          epoll_ctl(m_epoll.number, EPOLL_CTL_ADD, file, &wanted) == 0;
-}
-
-void Channel::Attach(GMainContext* context) {
-  context = context != nullptr ? context : g_main_context_default();
-  const Lock lock(*this);
-  if (m_isClosed) {
-    return;
-  }
-  if (m_source != nullptr && g_source_is_destroyed(m_source.get()) == FALSE &&
-      g_source_get_context(m_source.get()) == context) {
-    return;
-  }
-  if (m_mail == Mail::Keep && m_firstContext == nullptr) {
-    dbus_connection_setup_with_g_main(Connection(), context);
-    // The watches stay with the channel; GLib would use them without its mutex. So libdbus's own
-    // source only dispatches, and may stay where it is if the channel moves.
-    OwnWatches();
-    m_firstContext = context;
-  }
-  m_source.reset(g_unix_fd_source_new(m_epoll.number, G_IO_IN));
-  g_source_set_callback(m_source.get(), G_SOURCE_FUNC(&OnContext), Connection(), nullptr);
-  // Callbacks of requests may wait for others in nested main loops; mail never comes nested.
-  g_source_set_can_recurse(m_source.get(), m_mail == Mail::Drop ? TRUE : FALSE);
-  g_source_attach(m_source.get(), context);
-  Schedule();
-}
-
-gboolean Channel::OnContext(gint /*file*/, GIOCondition condition, gpointer connection) {
-  const ChannelPtr self = Of(static_cast<DBusConnection*>(connection));
-  if (self == nullptr || self->IsForeign()) {
-    return G_SOURCE_REMOVE;
-  }
-  Lock lock(*self);
-  GSource* source = g_main_current_source();
-  if (source == self->m_source.get()) {
-    if (!self->m_takenBack.empty()) {
-      Requests takenBack;
-      takenBack.swap(self->m_takenBack);
-      lock.unlock();
-      takenBack.clear();  // and the application's callbacks
-      lock.lock();
-    }
-    if (condition != 0 || self->m_needsMemory) {
-      self->ReadAndWrite(lock);
-    }
-    self->m_sends = false;
-    self->EndLateRequests();
-    self->WarnOnce(lock);
-    if (source == self->m_source.get()) {
-      self->DeliverAnswer(lock);
-    }
-    self->Deliver(lock);
-  }
-  self->Schedule();
-  return source == self->m_source.get() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
-}
-
-bool Channel::HasMail() const {
-  return !m_inbox.empty() && m_handler != nullptr && m_deliverer == std::thread::id();
-}
-
-void Channel::Schedule() {
-  if (m_source == nullptr) {
-    return;
-  }
-  const auto microseconds = [](Clock::time_point time) {  // GLib has the same clock
-    return std::chrono::ceil<std::chrono::microseconds>(time.time_since_epoch()).count();
-  };
-  gint64 time = -1;
-  if (HasMail() || m_sends || !m_answered.empty() || !m_takenBack.empty()) {
-    time = 0;
-  } else if (m_needsMemory) {
-    time = microseconds(Clock::now() + kMemoryRetry);
-  } else if (!m_requests.empty()) {  // none is answered, and the first is the oldest
-    time = microseconds(m_requests.begin()->second->deadline);
-  }
-  g_source_set_ready_time(m_source.get(), time);  // wakes the context up if that is new
-}
-
-void Channel::Deliver(Lock& lock) {
-  if (!HasMail()) {
-    return;
-  }
-  const MessagePtr message = std::move(m_inbox.front());
-  m_inbox.pop_front();
-  m_deliverer = std::this_thread::get_id();
-  Lock* const outer = std::exchange(handlerLock, &lock);
-  const DBusHandlerResult result = m_handler(Connection(), message.get(), m_handlerUser);
-  handlerLock = outer;
-  if (!lock.owns_lock()) {
-    lock.lock();
-  }
-  // What libdbus does with a call that nobody handles.
-  if (result == DBUS_HANDLER_RESULT_NOT_YET_HANDLED &&
-      dbus_message_get_type(message.get()) == DBUS_MESSAGE_TYPE_METHOD_CALL &&
-      dbus_message_get_no_reply(message.get()) == FALSE) {
-    const MessagePtr error(dbus_message_new_error(message.get(), DBUS_ERROR_UNKNOWN_METHOD,
-                                                  "There is no such method here"));
-    if (error != nullptr) {
-      dbus_connection_send(Connection(), error.get(), nullptr);
-    }
-  }
-  m_deliverer = std::thread::id();
-  m_delivered.notify_all();
-}
-
-void Channel::EndLateRequests() {
-  const Clock::time_point now = Clock::now();
-  for (auto each = m_requests.upper_bound(m_lastLate);
-       each != m_requests.end() && each->second->deadline <= now; ++each) {
-    m_lastLate = each->first;
-    if (!each->second->isDone) {
-      GiveUp(*each->second);
-      Finish(*each->second);
-    }
-  }
-  SendQueued();
-}
-
-void Channel::DeliverAnswer(Lock& lock) {
-  Requests::node_type answered;
-  while (answered.empty() && !m_answered.empty()) {
-    answered = m_requests.extract(m_answered.front());
-    m_answered.pop_front();
-  }
-  if (answered.empty()) {
-    return;
-  }
-  Request& request = *answered.mapped();
-  if (request.outcome == Outcome::Answered && request.reply == nullptr) {
-    request.reply = NewFailure(request.message, m_isLost);
-  }
-  lock.unlock();
-  [&request]() noexcept { request.done(request.outcome, request.reply); }();
-  answered = {};  // and its callback
-  lock.lock();
-}
-
-void Channel::EnterCallback() {
-  if (handlerLock != nullptr && handlerLock->owns_lock()) {
-    handlerLock->unlock();
-  }
-}
-
-void Channel::SetHandler(DBusHandleMessageFunction handler, void* user) {
-  const Lock lock(*this);
-  m_handler = handler;
-  m_handlerUser = user;
-  Schedule();
-}
-
-void Channel::RemoveHandler(std::chrono::milliseconds limit) {
-  Lock lock(*this);
-  m_handler = nullptr;
-  m_delivered.wait_for(lock, limit, [this] {
-    return m_deliverer == std::thread::id() || m_deliverer == std::this_thread::get_id();
-  });
-}
-
-void Channel::Close() {
-  if (IsForeign()) {
-    return;
-  }
-  const Lock lock(*this);
-  m_handler = nullptr;
-  m_source.reset();
-  m_isClosed = true;
-  SetLost();
-  const std::lock_guard<std::mutex> table(tableMutex);
-  if (opening == 0) {
-    dbus_connection_close(Connection());
-  }
-}
-
-void Channel::Release(Channel* channel) {
-  GMainContext* context = channel->m_firstContext;
-  if (channel->IsForeign()) {
-    return;
-  }
-  // dbus-glib's source has no reference to the connection, which must not go while another thread
-  // runs the context.
-  if (context == nullptr) {
-    Destroy(channel);
-  } else if (g_main_context_acquire(context) != FALSE) {
-    g_main_context_ref(context);
-    Destroy(channel);
-    g_main_context_release(context);
-    g_main_context_unref(context);
-  } else {
-    g_main_context_invoke_full(context, G_PRIORITY_HIGH, &Destroy, channel, nullptr);
-  }
-}
-
-gboolean Channel::Destroy(gpointer channel) {
-  auto* self = static_cast<Channel*>(channel);
-  { const Lock lock(*self); }  // shows a race detector who had it last
-  const std::lock_guard<std::mutex> table(tableMutex);
-  if (opening > 0) {
-    self->m_nextToDestroy = std::exchange(toDestroy, self);
-  } else {
-    delete self;
-  }
-  return G_SOURCE_REMOVE;
-}
-
-Channel::~Channel() {
-  // The connection may stay, and dbus-glib's source with it.
-  dbus_connection_close(Connection());
-  if (m_hasFilter) {
-    dbus_connection_remove_filter(Connection(), &OnMessage, this);
-  }
 }
 
 }  // namespace esg::internal

@@ -8,11 +8,8 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <deque>
-#include <functional>
 #include <list>
-#include <map>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -25,7 +22,11 @@ namespace esg::internal {
 /// Why a process does nothing on a channel that is not its own.
 inline constexpr char kForeign[] = "The connection belongs to the process that forked this one";
 
+/// How long a call waits: libdbus's default.
+inline constexpr std::chrono::seconds kTimeLimit(25);
+
 class Channel;
+class Requests;
 using ChannelPtr = std::shared_ptr<Channel>;
 
 /// One private connection to the system bus, and everything that waits on it.
@@ -37,14 +38,12 @@ using ChannelPtr = std::shared_ptr<Channel>;
 /// libdbus's pending calls are not used: two threads do not survive how libdbus ends them when the
 /// connection is lost, and it takes any message with their serial number for an answer. A filter
 /// finds the answers. All else is mail, which is dropped, or kept until the main context delivers
-/// it. Answers to requests that do not block are delivered there as well, one a turn: no callback
-/// runs inside libdbus, and no answer waits for one.
+/// it, outside libdbus.
 class Channel {
  public:
   enum class Mail { Drop, Keep };
   enum class Outcome { Answered, NotSent, NotConnected };
-  /// What a request that does not block ends with.
-  using Done = std::function<void(Outcome outcome, MessagePtr& reply)>;
+  struct Caller;
 
   /// Held while the connection is written or read; free while a thread polls or dispatches. The
   /// holder cannot be cancelled: libdbus and GLib would not survive that.
@@ -81,13 +80,8 @@ class Channel {
   Outcome Call(DBusMessage* message, MessagePtr& reply);
   /// The same for a method of the bus; `request` is null without memory. Sets `error` on failure.
   void AskBus(const MessagePtr& request, DBusError* error);
-  /// The same as Call() without waiting. `done` is called by the default main context, never before
-  /// this returns, in the order in which the answers arrive; it is destroyed there as well. Null in
-  /// place of the message ends as NotSent. The number that is returned is never 0.
-  std::uint64_t Ask(MessagePtr message, Done done);
-  /// Takes a request back: `done` is not called any more, but may be running in another thread.
-  /// false when it was called, or taken back, before.
-  bool Cancel(std::uint64_t number);
+  /// Calls that do not block.
+  Requests& LateCalls() { return *m_requests; }
   /// Sends what wants no answer. Waits 0.1 seconds at most for the bus to take it; the rest goes
   /// with the next message, or with the main context. false without memory, or while more than
   /// `maxQueued` bytes wait. A lost connection drops it.
@@ -106,15 +100,15 @@ class Channel {
   void Close();
 
  private:
+  friend class Requests;
   using Clock = std::chrono::steady_clock;
-  struct Caller;
-  struct Request;
+  struct Blocked;
+  static constexpr std::chrono::milliseconds kMemoryRetry{100};
   /// One call, by the serial number that it is sent with; without a caller it is given up.
   struct Place {
     Caller* caller;
     dbus_uint32_t serial = 0;
   };
-  using Requests = std::map<std::uint64_t, std::unique_ptr<Request>>;
 
   Channel(ConnectionPtr connection, Mail mail);
   ~Channel();
@@ -122,13 +116,17 @@ class Channel {
   static gboolean Destroy(gpointer channel);
   static DBusHandlerResult OnMessage(DBusConnection*, DBusMessage* message, void* channel);
 
+  bool IsConnected() const;
   void Enter(Caller& caller);
   void SendQueued();
   void Finish(Caller& caller);
   void GiveUp(Caller& caller);
+  void End(Clock::time_point due);
+  void EndLate();
+  void GiveReason(Caller& caller) const;
   void WarnOnce(Lock& lock);
-  void Wait(Lock& lock, Caller& caller);
-  void Leave(Caller& caller);
+  void Wait(Lock& lock, Blocked& caller);
+  void Leave(Blocked& caller);
   void Turn(Lock& lock, Clock::time_point deadline, const Caller* reader);
   void ReadAndWrite(Lock& lock);
   void TakeAnswer(DBusMessage* message);
@@ -145,8 +143,7 @@ class Channel {
   void Schedule();
   static gboolean OnContext(gint, GIOCondition condition, gpointer connection);
   void Deliver(Lock& lock);
-  void DeliverAnswer(Lock& lock);
-  void EndLateRequests();
+  static gint64 GLibTime(Clock::time_point time);
 
   const ConnectionPtr m_connection;
   const Mail m_mail;
@@ -165,27 +162,41 @@ class Channel {
   // m_mutex guards what follows.
   bool m_isLost = false;
   bool m_isClosed = false;
-  bool m_sends = false;  // the main context, what waits for room
   bool m_warns = false;  // that there are many calls given up
   bool m_hasWarned = false;
   bool m_isPolling = false;  // the reader
   std::mutex m_mutex;
-  std::list<Place> m_queue;        // not sent yet, in order of arrival
-  std::list<Place> m_outstanding;  // what the bus counts
-  std::size_t m_givenUp = 0;       // those without a caller
-  std::vector<Caller*> m_callers;  // those that block, in order of arrival
+  std::list<Place> m_queue;         // not sent yet, in order of arrival
+  std::list<Place> m_outstanding;   // what the bus counts
+  std::size_t m_givenUp = 0;        // those without a caller
+  std::vector<Blocked*> m_callers;  // in order of arrival
   const Caller* m_reader = nullptr;
-  std::uint64_t m_lastNumber = 0;
-  std::uint64_t m_lastLate = 0;
-  Requests m_requests;                  // those that do not block
-  std::list<std::uint64_t> m_answered;  // of those; some may be taken back
-  Requests m_takenBack;                 // for the main context to destroy
   std::deque<MessagePtr> m_inbox;
   DBusHandleMessageFunction m_handler = nullptr;
   void* m_handlerUser = nullptr;
   std::thread::id m_deliverer;  // none: no delivery
   std::condition_variable m_delivered;
   SourcePtr m_source;
+  const std::unique_ptr<Requests> m_requests;
+};
+
+/// One call that waits for its answer. The channel's lock guards it.
+struct Channel::Caller {
+  explicit Caller(DBusMessage* sent) : message(sent) {}
+  Caller(Caller&&) = delete;
+  virtual ~Caller() = default;
+  /// Its answer is there, or there will be none.
+  virtual void OnDone() noexcept = 0;
+  /// Whether its answer may have to wait until somebody takes it.
+  virtual bool MayTakeLong() const { return false; }
+
+  DBusMessage* const message;
+  const Clock::time_point deadline = Clock::now() + kTimeLimit;
+  std::list<Place> seat{{this}};  // moves to the queue, and on, without needing memory
+  const std::list<Place>::iterator place = seat.begin();
+  bool isDone = false;
+  Outcome outcome = Outcome::Answered;
+  MessagePtr reply;
 };
 
 }  // namespace esg::internal

@@ -1,0 +1,144 @@
+#include "IPCS/internal/Requests.h"
+
+#include <utility>
+
+namespace esg::internal {
+namespace {
+
+gboolean Dispatch(GSource* /*source*/, GSourceFunc callback, gpointer user) {
+  return callback(user);
+}
+
+/// A source that is ready at a time, and has nothing else to look at.
+GSource* NewSource() {
+  static GSourceFuncs* const functions = [] {
+    auto* made = new GSourceFuncs();
+    made->dispatch = &Dispatch;
+    return made;
+  }();
+  return g_source_new(functions, sizeof(GSource));
+}
+
+}  // namespace
+
+struct Requests::Request : Channel::Caller {
+  Request(MessagePtr owned, Done callback, std::uint64_t given, Requests& asked)
+      : Caller(owned.get()),
+        messageOwner(std::move(owned)),
+        done(std::move(callback)),
+        number(given),
+        requests(asked) {}
+
+  void OnDone() noexcept override {
+    requests.m_answered.splice(requests.m_answered.end(), ticket);
+    requests.Schedule();
+  }
+  bool MayTakeLong() const override { return !requests.m_answered.empty(); }
+
+  const MessagePtr messageOwner;
+  const Done done;
+  const std::uint64_t number;
+  Requests& requests;
+  std::list<std::uint64_t> ticket{number};  // moves to those answered without needing memory
+};
+
+Requests::Requests(Channel& channel) : m_channel(channel) {}
+
+Requests::~Requests() = default;
+
+std::uint64_t Requests::Ask(MessagePtr message, Done done) {
+  m_channel.Attach(nullptr);
+  const Channel::Lock lock(m_channel);
+  if (m_source == nullptr && !m_channel.m_isClosed) {
+    m_source.reset(NewSource());
+    g_source_set_callback(m_source.get(), &OnContext, m_channel.Connection(), nullptr);
+    g_source_set_can_recurse(m_source.get(), TRUE);  // a callback may wait for others in a loop
+    g_source_attach(m_source.get(), nullptr);
+  }
+  const std::uint64_t number = ++m_lastNumber;
+  auto owner = std::make_unique<Request>(std::move(message), std::move(done), number, *this);
+  Request& request = *m_requests.emplace(number, std::move(owner)).first->second;
+  if (request.message == nullptr || !m_channel.IsConnected()) {
+    request.outcome =
+        request.message == nullptr ? Channel::Outcome::NotSent : Channel::Outcome::NotConnected;
+    m_channel.Finish(request);
+  } else {
+    m_channel.Enter(request);
+  }
+  Schedule();
+  return number;
+}
+
+bool Requests::Cancel(std::uint64_t number) {
+  Table::node_type request;  // destroyed after the lock: its callback is the application's
+  const Channel::Lock lock(m_channel);
+  request = m_requests.extract(number);
+  if (request.empty()) {
+    return false;
+  }
+  if (!request.mapped()->isDone) {
+    m_channel.GiveUp(*request.mapped());
+    m_sends = true;  // later: the next may be taken back as well
+  }
+  if (g_main_context_is_owner(g_main_context_default()) == FALSE) {
+    m_takenBack.insert(std::move(request));
+  }
+  Schedule();
+  return true;
+}
+
+void Requests::Schedule() {
+  if (m_source == nullptr) {
+    return;
+  }
+  gint64 time = -1;
+  if (m_sends || !m_answered.empty() || !m_takenBack.empty()) {
+    time = 0;
+  } else if (!m_requests.empty()) {  // none is answered, and the first is the oldest
+    time = Channel::GLibTime(m_requests.begin()->second->deadline);
+  }
+  g_source_set_ready_time(m_source.get(), time);  // wakes the context up if that is new
+}
+
+gboolean Requests::OnContext(gpointer connection) {
+  const ChannelPtr channel = Channel::Of(static_cast<DBusConnection*>(connection));
+  if (channel == nullptr || channel->IsForeign()) {
+    return G_SOURCE_REMOVE;
+  }
+  Requests& self = channel->LateCalls();
+  Channel::Lock lock(*channel);
+  Table takenBack;
+  takenBack.swap(self.m_takenBack);
+  if (!takenBack.empty()) {
+    lock.unlock();
+    takenBack.clear();  // and the application's callbacks
+    lock.lock();
+  }
+  self.m_sends = false;
+  channel->EndLate();
+  channel->WarnOnce(lock);
+  if (self.m_source != nullptr) {
+    self.Deliver(lock);
+  }
+  self.Schedule();
+  return G_SOURCE_CONTINUE;
+}
+
+void Requests::Deliver(Channel::Lock& lock) {
+  Table::node_type answered;
+  while (answered.empty() && !m_answered.empty()) {
+    answered = m_requests.extract(m_answered.front());
+    m_answered.pop_front();
+  }
+  if (answered.empty()) {
+    return;
+  }
+  Request& request = *answered.mapped();
+  m_channel.GiveReason(request);
+  lock.unlock();
+  [&request]() noexcept { request.done(request.outcome, request.reply); }();
+  answered = {};  // and its callback
+  lock.lock();
+}
+
+}  // namespace esg::internal

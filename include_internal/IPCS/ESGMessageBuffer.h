@@ -67,7 +67,7 @@ class ESG_API ESGMessageBuffer {
  private:
   std::vector<char> m_bufferData;
   unsigned int m_readPosition = 0;
-  bool m_reserved = false;
+  [[maybe_unused]] bool m_reserved = false;
 };
 
 #endif

@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <json/json.h>
 
+#include <atomic>
 #include <csignal>
+#include <pugixml.hpp>
 #include <sstream>
 
 #include "ChildProgram.h"
@@ -205,6 +207,92 @@ TEST_F(Esgctl, SendsWhatWasAsked) {
     EXPECT_EQ(asked.Next(), request + "\n");
     EXPECT_THAT(result.output, HasSubstr(output));
   }
+}
+
+/// One service, S, with a programme from 16:00 to 17:30 whose texts mean harm.
+constexpr char kHarm[] = "</b><script>alert(1)</script>\"&\u202e{GUIDE}";
+RawPeer::Handler HarmfulGuide() {
+  return [](DBusMessage* call) {
+    const std::string method = ReadBody(call).text;
+    Json::Value reply;
+    reply["ret"] = true;
+    if (method == "GetServiceFragment") {
+      reply["xmlFragment"] =
+          "<Service><Name>S "
+          "&lt;i></Name><PrivateExt><MajorChannelNum>5</MajorChannelNum></PrivateExt>"
+          "</Service>";
+    } else if (method == "GetContentFragment") {
+      reply["xmlFragment"] =
+          "<Content id='EP012345670089'><Name xml:lang='de' text='Anders'/><ContentAdvisoryRatings>"
+          "<RatingDimVal><RatingValueString>TV-G</RatingValueString></RatingDimVal>"
+          "</ContentAdvisoryRatings><AudioLanguage languageSDPTag='fr'/></Content>";
+    } else {
+      Json::Value program;
+      program["key"] = program["Start"] = 3986640000U;
+      program["duration"] = 5400;
+      program["eventID"] = "EP012345670089";
+      program["title"] = program["synopsis"] = kHarm;
+      program["genre"] = "Drama, Crime";
+      method == "GetProgramList" ? void(reply["ESGProgramMap"].append(program))
+                                 : program.swap(reply);
+      reply["ret"] = true;
+    }
+    return MakeReply(call, 1, Json::FastWriter().write(reply));
+  };
+}
+
+TEST_F(Esgctl, ExportsHarmlessly) {
+  RawPeer service(kESGServiceName, HarmfulGuide());
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+  const std::string range = " tag:x,1:s --from 2026-05-01T16:00Z --for 2h";
+  pugi::xml_document document;
+  ASSERT_TRUE(document.load_string(RunProgram("export xmltv" + range).output.c_str()));
+  const pugi::xml_node programme = document.child("tv").child("programme");
+  EXPECT_STREQ(programme.attribute("start").value(), "20260501180000 +0200");
+  EXPECT_STREQ(programme.attribute("stop").value(), "20260501193000 +0200");
+  EXPECT_STREQ(programme.attribute("channel").value(),
+               document.child("tv").child("channel").attribute("id").value());
+  std::string texts;
+  for (const pugi::xml_node node : programme.children()) {
+    texts += std::string(node.name()) + '=' + node.text().get() + node.child("value").text().get() +
+             node.attribute("lang").value() + '\n';
+  }
+  const std::string harm = "</b><script>alert(1)</script>\"&{GUIDE}";
+  EXPECT_EQ(texts, "title=" + harm + "\ntitle=Andersde\ndesc=" + harm +
+                       "\ncategory=Drama\ncategory=Crime\nlanguage=fr\n"
+                       "episode-num=EP01234567.0089\nrating=TV-G\n");
+  const std::string page = RunProgram("export html" + range).output;
+  EXPECT_THAT(page, AllOf(HasSubstr("<bdi>S &lt;i&gt;</bdi>"), HasSubstr("alert(1)&lt;/script&gt;"),
+                          Not(HasSubstr("<script>alert")), Not(HasSubstr("\u202e"))));
+}
+
+TEST_F(Esgctl, FindsAndFollows) {
+  m_folder.Write("esg-client/services", "- - s1\n");
+  std::atomic<bool> changed{false};
+  RawPeer service(kESGServiceName, [&changed](DBusMessage* call) {
+    return (changed ? Answers(kFilm) : HarmfulGuide())(call);
+  });
+  const std::string range = " --from 1777651200 --for 1h";
+  for (const char* found : {"search ALÉRT", "search --regex ^..b --title", "search --word script",
+                            "search alert --genre crime", "search alert"}) {
+    EXPECT_THAT(RunProgram(found + range).output, HasSubstr("5 S <i>  </b><script>")) << found;
+  }
+  for (const char* absent : {"search --word scrip", "search --regex ^script",
+                             "search alert --genre news", "search alert nothing"}) {
+    EXPECT_EQ(RunProgram(absent + range).status, 10) << absent;
+  }
+  EXPECT_EQ(Parse(RunProgram("grid --json" + range).output)[0]["programmes"].size(), 1U);
+  EXPECT_THAT(RunProgram("show s1 EP012345670089 1777651200").output,
+              AllOf(HasSubstr("Rating      TV-G"), HasSubstr("Audio       fr"),
+                    HasSubstr("Episode     0089"), HasSubstr("Title       Anders [de]")));
+
+  Program follow("now --follow --json");
+  EXPECT_THAT(follow.Line(), HasSubstr(R"("content_id":"EP012345670089")"));
+  changed = true;
+  service.Send(MakeSignal("Event", 5, ""));
+  EXPECT_THAT(follow.Line(), HasSubstr(R"("content_id":"c1")"));
+  follow.Signal(SIGTERM);
+  EXPECT_EQ(follow.End().status, 0);
 }
 
 TEST_F(Esgctl, LongRangesComeInPieces) {

@@ -18,7 +18,8 @@ bool IsUnsafe(std::uint32_t c) {
   // everything after it around.
   const bool direction = c == 0x061c || c == 0x200e || c == 0x200f ||
                          (c >= 0x202a && c <= 0x202e) || (c >= 0x2066 && c <= 0x2069);
-  return direction || IsLineBreak(c) || g_unichar_iscntrl(c) != FALSE;
+  const bool noCharacter = (c & 0xfffe) == 0xfffe;
+  return direction || noCharacter || IsLineBreak(c) || g_unichar_iscntrl(c) != FALSE;
 }
 
 std::string Printable(std::string_view text) {

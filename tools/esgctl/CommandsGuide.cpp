@@ -174,7 +174,7 @@ int RunSearch(Session& session) {
     std::vector<TableRow> rows;
     for (const Hit& hit : hits) {
       TableRow row{{FormatTime(hit.start, "%a ") + FormatDateTime(hit.start),
-                    FormatTimeOfDay(hit.end), hit.service->Channel(), hit.program->Title()},
+                    FormatTimeOfDay(hit.end), ChannelCell(*hit.service), hit.program->Title()},
                    hit.start <= clock.Now() && clock.Now() < hit.end};
       if (request.ids) {
         row.cells.insert(row.cells.end() - 1, hit.program->GetEventID());

@@ -64,7 +64,7 @@ std::string AsTable(const Answer& answer, const Request& request, const Clock& c
                     FormatDuration(program.Duration())},
                    IsOn(program, clock)};
       if (channels) {
-        row.cells.insert(row.cells.begin(), answer.services[i].Channel());
+        row.cells.insert(row.cells.begin(), ChannelCell(answer.services[i]));
       }
       if (request.ids) {
         row.cells.push_back(program.GetEventID());

@@ -153,6 +153,11 @@ Service Services::Resolve(const std::string& text) const {
   return found.front();
 }
 
+std::string ChannelCell(const Service& service) {
+  constexpr int kWidest = 24;
+  return Cut(Printable(service.Channel()), kWidest);
+}
+
 std::vector<std::string> Ids(const std::vector<Service>& services) {
   std::vector<std::string> ids;
   std::transform(services.begin(), services.end(), std::back_inserter(ids),

@@ -55,6 +55,9 @@ class Services {
   std::vector<std::string> m_complaints;
 };
 
+/// What a table shows of a service: the channel, in a few columns.
+std::string ChannelCell(const Service& service);
+
 std::vector<std::string> Ids(const std::vector<Service>& services);
 
 }  // namespace esgctl

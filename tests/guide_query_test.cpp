@@ -1,45 +1,60 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <sstream>
 
 #include "Guide.h"
+#include "GuideFiles.h"
 #include "common/Time.h"
 
-namespace guide {
+namespace esg::guide {
 namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-Fragment MakeFragment(const std::string& file, std::string id, decltype(Fragment::body) body) {
-  return {file, "bytes of " + file, std::move(id), 0, std::move(body)};
-}
-
-Fragment MakeContent(const std::string& id, std::vector<std::string> services = {}) {
-  ContentFragment content;
-  content.services = std::move(services);
-  content.length = 25;
-  return MakeFragment("content " + id, id, content);
+std::string Content(const std::string& id, const std::string& inner = "") {
+  return "<Content id='" + id + "'><Length>PT25S</Length>" + inner + "</Content>";
 }
 
 /// `programs`, such as "a 100 50", are contents with their start and duration.
-Fragment MakeSchedule(const std::string& id, const std::string& service,
-                      const std::string& programs) {
-  ScheduleFragment schedule{{service}, {}};
-  std::istringstream text(programs);
-  Span time;
-  for (std::string content; text >> content >> time.start >> time.duration;) {
-    schedule.contents.push_back({content, {time}});
+std::string Schedule(const std::string& services, const std::string& programs) {
+  std::ostringstream xml;
+  xml << "<Schedule>";
+  std::istringstream words(services);
+  for (std::string id; words >> id;) {
+    xml << "<ServiceReference idRef='" << id << "'/>";
   }
-  return MakeFragment("schedule " + id, id, schedule);
+  std::istringstream text(programs);
+  std::string start;
+  std::string duration;
+  for (std::string content; text >> content >> start >> duration;) {
+    xml << "<ContentReference idRef='" << content << "'><PresentationWindow startTime='" << start
+        << "' duration='" << duration << "'/></ContentReference>";
+  }
+  xml << "</Schedule>";
+  return xml.str();
+}
+
+/// Each fragment in a file, named.
+Files MakeFiles(const std::vector<std::pair<std::string, std::string>>& fragments) {
+  Files files;
+  for (const auto& [name, xml] : fragments) {
+    files.push_back(ReadFile(name + ".xml", xml));
+  }
+  return files;
 }
 
 std::string Name(const Program* program) {
-  return program == nullptr ? "-" : program->contentId + "@" + std::to_string(program->time.start);
+  return program == nullptr
+             ? "-"
+             : program->content->fragment->id + "@" + std::to_string(program->time.start);
 }
 
-std::string Name(const Fragment* fragment) { return fragment == nullptr ? "-" : fragment->file; }
+std::string Name(const Kept* kept) {
+  return kept == nullptr ? "-" : kept->file->name.substr(0, kept->file->name.find('.'));
+}
 
 std::string Names(const std::vector<const Program*>& programs) {
   std::string names;
@@ -55,18 +70,25 @@ class NoBusGuideQuery : public testing::Test {
  protected:
   std::vector<std::string> m_reports;
   const Guide m_guide{
-      {MakeFragment("service", "5", ServiceFragment{"tag:5"}),
-       MakeFragment("bare", "6", ServiceFragment{}), MakeContent("a", {"5"}), MakeContent("b"),
-       MakeContent("c"), MakeContent("d"), MakeContent("e"), MakeContent("f"),
-       MakeContent("unshown", {"5"}), MakeSchedule("1", "5", "a 100 100  b 200 100  c 400 200"),
-       MakeSchedule("2", "5", "c 400 200  d 500 20  a 600 100  f 700 50  e 700 60"),
-       MakeSchedule("empty", "5", ""), MakeSchedule("3", "tag:5", "b 800 0"),
-       MakeSchedule("4", "6", "a 100 10")},
-      0,
-      [this](const std::string& line) { m_reports.push_back(line); }};
+      MakeFiles(
+          {{"service", "<Service id='5' globalServiceID='tag:5'/>"},
+           {"bare", "<Service id='6'/>"},
+           {"content a", Content("a", "<ServiceReference idRef='5'/>")},
+           {"content b", Content("b")},
+           {"content c", Content("c")},
+           {"content d", Content("d")},
+           {"content e", Content("e")},
+           {"content f", Content("f")},
+           {"unshown", Content("unshown", "<ServiceReference idRef='6'/>")},
+           {"schedule 1", Schedule("5", "a 100 100  b 200 100  c 400 200")},
+           {"schedule 2", Schedule("5", "c 400 200  d 500 20  a 600 100  f 700 50  e 700 60")},
+           {"empty", Schedule("6", "")},
+           {"schedule 3", Schedule("tag:5", "b 800 0")},
+           {"schedule 4", Schedule("6", "not-sent 100 10")}}),
+      0, [this](const std::string& line) { m_reports.push_back(line); }};
 };
 
-TEST_F(NoBusGuideQuery, StretchesOfTimeAreHalfOpen) {
+TEST_F(NoBusGuideQuery, RangesAreHalfOpen) {
   // On air at the start (started last) | what overlaps | the nearest Schedule | and Content.
   const std::pair<Span, const char*> cases[] = {
       {{99, 2}, "- | a@100 | schedule 1 | content a"},
@@ -82,12 +104,8 @@ TEST_F(NoBusGuideQuery, StretchesOfTimeAreHalfOpen) {
       {{824, 1}, "b@800 | b@800 | schedule 3 | content b"},
       {{825, 75}, "- |  | - | -"},
       {{UINT32_MAX, 102}, "- | a@100 | schedule 1 | content a"},
-      // Or, of no seconds at all, those of the moment or with the number.
       {{150, 0}, "a@100 |  | schedule 1 | content a"},
-      {{0, 0}, "- |  | schedule 1 | content a"},
-      {{2, 0}, "- |  | schedule empty | content c"},
-      {{3, 0}, "- |  | schedule 3 | content d"},
-      {{6, 0}, "- |  | - | content unshown"},
+      {{0, 0}, "- |  | - | -"},
   };
   for (const auto& [range, expected] : cases) {
     EXPECT_EQ(Name(m_guide.At("tag:5", range.start)) + " | " +
@@ -100,20 +118,25 @@ TEST_F(NoBusGuideQuery, StretchesOfTimeAreHalfOpen) {
 }
 
 TEST_F(NoBusGuideQuery, ServicesGoByTheirGlobalIdWhereTheyHaveOne) {
-  EXPECT_EQ(Name(m_guide.Service("tag:5")), "service");
-  EXPECT_EQ(Name(m_guide.At("6", 105)), "a@100");
+  EXPECT_EQ(Name(m_guide.Find("tag:5")->description), "service");
+  EXPECT_EQ(Name(m_guide.At("6", 105)), "not-sent@100");
+  EXPECT_EQ(Name(m_guide.Content("6", {105, 1})), "-");
+  EXPECT_EQ(Name(m_guide.Find("tag:5")->firstContent), "content a");
+  EXPECT_EQ(Name(m_guide.Find("6")->firstContent), "unshown");
+  EXPECT_EQ(Name(m_guide.Find("6")->firstSchedule), "empty");
   for (const char* unknown : {"5", "nobody"}) {
-    EXPECT_EQ(Name(m_guide.Service(unknown)), "-");
+    EXPECT_EQ(m_guide.Find(unknown), nullptr);
     EXPECT_EQ(Name(m_guide.Content(unknown, {100, 1})), "-");
     EXPECT_THAT(m_guide.Within(unknown, {0, UINT32_MAX}), testing::IsEmpty());
     EXPECT_EQ(Names({m_guide.At(unknown, 100), m_guide.Item(unknown, "a", 100),
                      m_guide.Neighbour(unknown, 100, "a", eRelative_Position_Current)}),
               "- - -");
   }
-  EXPECT_EQ(m_guide.ServiceCount(), 2U);
+  EXPECT_EQ(m_guide.Services().size(), 2U);
   EXPECT_EQ(m_guide.ProgramCount(), 9U);
   EXPECT_EQ(m_guide.First(), 100U);
-  EXPECT_THAT(m_reports, ElementsAre(HasSubstr("e is listed instead of f")));
+  EXPECT_THAT(m_reports, ElementsAre(HasSubstr("shows content not-sent"),
+                                     HasSubstr("e is listed instead of f")));
 }
 
 TEST_F(NoBusGuideQuery, NeighboursGoByStart) {
@@ -137,23 +160,55 @@ TEST_F(NoBusGuideQuery, NeighboursGoByStart) {
   }
 }
 
-TEST(NoBusGuide, TimeGoesOnBehindTheEndOfTheEra) {
+TEST(NoBusGuide, TimeGoesOnAfterTheEndOfTheEra) {
   constexpr std::uint32_t kEnd = 4294967196;  // 100 seconds before
-  std::vector<Fragment> fragments = {
-      MakeFragment("s", "5", ServiceFragment{}), MakeContent("a"), MakeContent("b"),
-      MakeContent("c"), MakeSchedule("1", "5", "c 50 100  a 4294967196 50  b 4294967246 100")};
+  auto fragments = std::vector<std::pair<std::string, std::string>>{
+      {"s", "<Service id='5'/>"},
+      {"a", Content("a")},
+      {"b", Content("b")},
+      {"c", Content("c")},
+      {"schedule", Schedule("5", "c 50 100  a 4294967196 50  b 4294967246 100")}};
   const Report none = [](const std::string& line) { FAIL() << line; };
-  const Guide guide(fragments, 0, none);
+  const Guide guide(MakeFiles(fragments), 0, none);
   EXPECT_EQ(Name(guide.At("5", 49)), Name(guide.At("5", UINT32_MAX)));
   EXPECT_EQ(Name(guide.At("5", 50)), "c@50");
   EXPECT_EQ(guide.Neighbour("5", 50, "c", eRelative_Position_Previous), guide.At("5", 0));
   EXPECT_EQ(guide.Within("5", {kEnd, 200}).size(), 3U);
   EXPECT_EQ(guide.First(), kEnd);
-  EXPECT_EQ(Name(guide.Schedule("5", {kEnd, 250})), "schedule 1");
+  EXPECT_EQ(Name(guide.Schedule("5", {kEnd, 250})), "schedule");
 
-  EXPECT_TRUE(guide.HasSameFragments(Guide(fragments, 1, none)));
-  fragments[1].bytes = "others";
-  EXPECT_FALSE(guide.HasSameFragments(Guide(fragments, 0, none)));
+  EXPECT_TRUE(guide.HasSameFragments(Guide(MakeFiles(fragments), 1, none)));
+  fragments[1].second += "\n";
+  EXPECT_FALSE(guide.HasSameFragments(Guide(MakeFiles(fragments), 0, none)));
+}
+
+TEST(NoBusGuide, ABroadcastCannotBecomeMoreThanTheLimits) {
+  std::string services;
+  std::string programs;
+  for (int i = 0; i < 400; ++i) {
+    services += "s" + std::to_string(i) + " ";
+    programs += "c " + std::to_string(1000 + i) + " 1 ";
+  }
+  std::string many;
+  for (std::size_t i = 0; i <= kMaxServices; ++i) {
+    many += "t" + std::to_string(i) + " ";
+  }
+  Reports reports;
+  const Guide guide(MakeFiles({{"c", Content("c")},
+                               {"product", Schedule(services, programs)},
+                               {"fine", Schedule("5", "c 1 1")},
+                               {"services", Schedule(many, "c 1 1")},
+                               {"last", Schedule("5", "c 2 1")}}),
+                    0, reports.report);
+  EXPECT_EQ(guide.Services().size(), kMaxServices);
+  EXPECT_EQ(guide.ProgramCount(), kMaxServices + 1);
+  const auto reported = [&](const std::string& part) {
+    return std::count_if(reports.lines.begin(), reports.lines.end(), [&](const std::string& line) {
+      return line.find(part) != std::string::npos;
+    });
+  };
+  EXPECT_EQ(reported("product.xml: a Schedule of 160000 programmes, left out"), 1);
+  EXPECT_EQ(reported("more than 10000 services"), 1);
 }
 
 std::time_t Local(const char* text) {
@@ -184,4 +239,4 @@ TEST(NoBusGuide, AGuideMovesToToday) {
 }
 
 }  // namespace
-}  // namespace guide
+}  // namespace esg::guide

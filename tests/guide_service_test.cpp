@@ -2,6 +2,7 @@
 #include <IESGService.h>
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <csignal>
 #include <fstream>
 
@@ -78,27 +79,110 @@ TEST(GuideService, EventsTellOfChangesAndOfOrders) {
   EXPECT_EQ(service.Wait(), 0);
 }
 
+TEST(GuideService, IsEmptyUntilTheGuideCanBeRead) {
+  const TemporaryFolder folder;
+  const std::string guide = folder.path / "later";
+  GuideService service({"--guide", guide, "--save-dir", folder.path / "missing"});
+  ASSERT_TRUE(service.WaitForLine("ready com.velmora.ESGCallListener: 0 services"));
+  ASSERT_TRUE(service.WaitForLine("later: No such file", ChildProgram::kErrors));
+  RawPeer peer;
+  peer.AddMatch("type='signal',interface='com.velmora.ESG.Signal'");
+  folder.Write("service.xml", "<Service id='1'/>");
+  std::filesystem::create_directory(folder.path / "new");
+  std::filesystem::rename(folder.path / "service.xml", folder.path / "new/service.xml");
+  std::filesystem::rename(folder.path / "new", guide);
+  EXPECT_EQ(ReadBody(peer.NextSignal().get()).bytes, Integers({1, 1, 0}));
+  folder.Write("later/more.xml", "<Service id='2'/>");
+  EXPECT_EQ(ReadBody(peer.NextSignal().get()).bytes, Integers({2, 2, 0}));
+}
+
+/// The service beside a client that calls for 150 MiB of answers and reads none.
+class Flood {
+ public:
+  Flood() {
+    std::string schedule = "<Schedule><ServiceReference idRef='1'/><ContentReference idRef='c'>";
+    for (int start = 1; start <= 500; ++start) {
+      schedule += "<PresentationWindow startTime='" + std::to_string(start) + "' duration='1'/>";
+    }
+    m_folder.Write("schedule.xml", schedule + "</ContentReference></Schedule>");
+    m_folder.Write("content.xml",
+                   "<Content id='c'><Name text='" + std::string(2400, 'n') + "'/></Content>");
+    service.emplace(std::vector<std::string>{"--guide", m_folder.path});
+    EXPECT_TRUE(service->WaitForLine("ready"));
+    dbus_uint32_t serial = 0;
+    for (int i = 0; i < 128; ++i) {
+      dbus_connection_send(m_attacker.get(), NewCall(500).get(), &serial);
+    }
+    dbus_connection_flush(m_attacker.get());
+  }
+
+  /// Whether another client gets an answer in a second.
+  bool Answers() {
+    const esg::internal::MessagePtr answer(
+        dbus_connection_send_with_reply_and_block(m_other.get(), NewCall(1).get(), 1000, nullptr));
+    return answer != nullptr;
+  }
+
+  std::optional<GuideService> service;
+
+ private:
+  static esg::internal::MessagePtr NewCall(int programmes) {
+    return MakeCall(kName, "GetProgramList",
+                    R"({"global_service_id":"1","start_time":1,"duration":)" +
+                        std::to_string(programmes) + "}");
+  }
+
+  const TemporaryFolder m_folder;
+  esg::internal::Error m_error;
+  const esg::internal::ConnectionPtr m_attacker = OpenBus(m_error);
+  const esg::internal::ConnectionPtr m_other = OpenBus(m_error);
+};
+
+TEST(GuideServiceSlow, EndsWithinASecondWhenTheBusTakesNothingMore) {
+  Flood flood;
+  // At first it is busy.
+  for (int unanswered = 0; unanswered < 3;) {
+    unanswered = flood.Answers() ? 0 : unanswered + 1;
+  }
+  const auto start = std::chrono::steady_clock::now();
+  flood.service->Signal(SIGTERM);
+  EXPECT_EQ(flood.service->Wait(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+}
+
+TEST(GuideServiceNoBusSlow, AnswersOthersOnABusWithTheLimits) {
+  PrivateBus bus("", "<include>" LIMITS_FILE "</include>");
+  bus.Start();
+  Flood flood;
+  int waits = 0;
+  while (!flood.Answers()) {
+    ASSERT_LT(++waits, 20);
+  }
+  EXPECT_TRUE(flood.Answers());
+}
+
 TEST(GuideService, SaysWhyItCannotServe) {
   const auto expect = [](int status, const char* reason, std::vector<std::string> arguments) {
     const ChildProgram::Result end = GuideService(std::move(arguments)).End();
     EXPECT_THAT(end.output + end.errors, HasSubstr(reason));
     EXPECT_EQ(end.status, status) << reason;
   };
-  expect(2, "--guide is required", {});
-  expect(2, "not a bus name", {"--guide", "x", "--name", ":1.5"});
-  expect(2, "not a bus name", {"--guide", "x", "--name", "org.example.my-guide"});
-  expect(3, "/missing: No such file", {"--guide", "/missing"});
-  expect(3, "/missing", {"--guide", SHIPPED_GUIDE, "--save-dir", "/missing"});
-  expect(0, "brindlemoor-5: ", {"--guide", SHIPPED_GUIDE, "--check"});
+  expect(64, "--guide is required", {});
+  expect(64, "not a bus name", {"--guide", "x", "--name", ":1.5"});
+  expect(64, "not a bus name", {"--guide", "x", "--name", "org.example.my-guide"});
+  expect(66, "/missing: No such file", {"--guide", "/missing", "--check"});
+  expect(0, "Brindlemoor Local: 190 programmes", {"--guide", SHIPPED_GUIDE, "--check"});
+  expect(65, "schedule-pebblecove-10.xml: not readable",
+         {"--guide", SHIPPED_GUIDE, "--check", "--strict"});
   {
     const RawPeer owner(kName);
-    expect(4, "is taken by process", {"--guide", SHIPPED_GUIDE});
+    expect(75, "is taken by process", {"--guide", SHIPPED_GUIDE});
   }
   GuideService service({"--guide", SHIPPED_GUIDE});
   ASSERT_TRUE(service.WaitForLine("ready"));
   TestBus().Stop();
-  EXPECT_EQ(service.Wait(), 8);
-  expect(8, "no system bus", {"--guide", SHIPPED_GUIDE});
+  EXPECT_EQ(service.Wait(), 69);
+  expect(69, "no system bus", {"--guide", SHIPPED_GUIDE});
 }
 
 }  // namespace

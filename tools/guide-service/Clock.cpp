@@ -4,12 +4,10 @@
 
 #include "common/Time.h"
 
-namespace guide {
-namespace tools = esg::tools;
-
+namespace esg::guide {
 namespace {
 
-// The local midnight that begins the day of `time`, or of the day `days` later.
+/// The local midnight at the start of the day of `time`, or of the day `days` later.
 std::time_t Midnight(std::time_t time, int days) {
   std::tm day{};
   localtime_r(&time, &day);
@@ -29,13 +27,13 @@ std::uint64_t Distance(const Span& a, const Span& b) {
 }
 
 std::uint32_t ShiftToToday(std::uint32_t first, std::time_t now) {
-  const auto begin = static_cast<std::time_t>(tools::UnixFromNtp(first, tools::kNtpRollover));
-  const std::time_t firstDay = Midnight(begin, 0);
+  const auto start = static_cast<std::time_t>(tools::UnixFromNtp(first, now));
+  const std::time_t firstDay = Midnight(start, 0);
   std::time_t shift = Midnight(now, 0) - firstDay;
-  if (begin + shift > now) {
+  if (start + shift > now) {
     shift = Midnight(now, -1) - firstDay;
   }
   return static_cast<std::uint32_t>(shift);
 }
 
-}  // namespace guide
+}  // namespace esg::guide

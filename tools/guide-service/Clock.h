@@ -4,12 +4,12 @@
 #include <cstdint>
 #include <ctime>
 
-namespace guide {
+namespace esg::guide {
 
-/// A half-open stretch of time, in NTP seconds.
+/// A half-open range of time, in NTP seconds.
 ///
-/// 32 bits of NTP seconds run out in February 2036 and begin at 0 again, so times are points on a
-/// circle: differences are taken modulo 2^32, and a stretch may run across the end of the era.
+/// 32 bits of NTP seconds run out in February 2036 and start again at 0, so times are points on a
+/// circle: differences are taken modulo 2^32, and a range may cross the end of the era.
 struct Span {
   std::uint32_t start = 0;
   std::uint32_t duration = 0;
@@ -23,13 +23,12 @@ inline bool Contains(const Span& span, std::uint32_t moment) {
   return moment - span.start < span.duration;
 }
 
-/// Whether the two have a moment in common; an empty stretch has none with any.
+/// Whether the two have a moment in common; an empty range has none with any.
 inline bool Overlap(const Span& a, const Span& b) {
   return a.duration != 0 && b.duration != 0 && (Contains(a, b.start) || Contains(b, a.start));
 }
 
-/// How far the two are from being the same: the seconds between the starts plus those between the
-/// ends.
+/// How much the two differ: the seconds between the starts plus those between the ends.
 std::uint64_t Distance(const Span& a, const Span& b);
 
 /// The order of two times. Those with the highest bit (1968 to 2036) come before those without
@@ -39,12 +38,12 @@ inline std::uint64_t InOrder(std::uint32_t time) {
   return time < kEra / 2 ? time + kEra : time;
 }
 
-/// What to add to the times of a guide that begins at `first` so that its first day is the day of
+/// What to add to the times of a guide that starts at `first` so that its first day is the day of
 /// `now`. Days run from midnight to midnight local time, so programmes keep their place in the day
-/// across a change of the clocks. Where the guide would then begin only later than `now`, it is the
+/// when the clocks change. Where the guide would then start later than `now`, its first day is the
 /// day before: there is always something on.
 std::uint32_t ShiftToToday(std::uint32_t first, std::time_t now);
 
-}  // namespace guide
+}  // namespace esg::guide
 
 #endif

@@ -5,7 +5,7 @@
 #include <charconv>
 #include <sstream>
 
-namespace guide {
+namespace esg::guide {
 
 std::optional<EventOrder> ParseEventOrder(const std::string& line) {
   std::vector<int> numbers;
@@ -37,4 +37,4 @@ bool EventEmitter::Send(const EventOrder& event) {
   return Send(event.number, payload);
 }
 
-}  // namespace guide
+}  // namespace esg::guide

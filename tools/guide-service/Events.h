@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace guide {
+namespace esg::guide {
 
 /// The numbers of the events that the service emits.
 enum EventNumber : int {
@@ -33,6 +33,6 @@ class EventEmitter : public ECIPCManager {
   bool Send(const EventOrder& event);
 };
 
-}  // namespace guide
+}  // namespace esg::guide
 
 #endif

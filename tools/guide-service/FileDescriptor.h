@@ -5,7 +5,7 @@
 
 #include <utility>
 
-namespace guide {
+namespace esg::guide {
 
 /// Owns a file descriptor.
 class FileDescriptor {
@@ -31,6 +31,6 @@ class FileDescriptor {
   int m_fd;
 };
 
-}  // namespace guide
+}  // namespace esg::guide
 
 #endif

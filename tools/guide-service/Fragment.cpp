@@ -10,16 +10,15 @@
 #include <utility>
 
 #include "Genre.h"
+#include "common/Text.h"
 
-namespace guide {
+namespace esg::guide {
 namespace {
 
 using ATSC3ESGExtension::CESGDescription;
 using ATSC3ESGExtension::CESGIcon;
 using ATSC3ESGExtension::CESGPreview;
 using ATSC3ESGExtension::CESGPrivateExt;
-
-constexpr std::string_view kBlank = " \t\r\n";
 
 // Longer than any programme, to tell a window across the end of the NTP era from one that ends
 // before it begins.
@@ -31,19 +30,13 @@ std::string_view LocalName(const char* name) {
 }
 
 std::string Clean(std::string_view text) {
-  const std::size_t begin = text.find_first_not_of(kBlank);
-  if (begin == std::string_view::npos) {
-    return {};
-  }
-  text = text.substr(begin, text.find_last_not_of(kBlank) + 1 - begin);
+  text = tools::Trimmed(text);
   const auto size = static_cast<gssize>(text.size());
   if (g_utf8_validate(text.data(), size, nullptr) != FALSE) {
     return std::string(text);
   }
-  char* valid = g_utf8_make_valid(text.data(), size);
-  std::string result = valid;
-  g_free(valid);
-  return result;
+  g_autofree char* valid = g_utf8_make_valid(text.data(), size);
+  return valid;
 }
 
 std::string Attribute(const pugi::xml_node& node, std::string_view name) {
@@ -98,12 +91,12 @@ bool ParseNumber(const std::string& text, Number& number) {
   return error == std::errc() && stop == end;
 }
 
-std::vector<std::string> References(const pugi::xml_node& node) {
-  std::vector<std::string> ids;
+IdList References(const pugi::xml_node& node) {
+  IdList ids;
   ForEach(node, "ServiceReference", [&](const pugi::xml_node& reference) {
-    std::string id = Attribute(reference, "idRef");
+    const std::string id = Attribute(reference, "idRef");
     if (!id.empty()) {
-      ids.push_back(std::move(id));
+      ids.Add(id);
     }
   });
   return ids;
@@ -128,24 +121,42 @@ bool ParseWindow(const pugi::xml_node& node, Span& window) {
   return true;
 }
 
+ServiceFragment ParseService(const pugi::xml_node& root) {
+  ServiceFragment service{Attribute(root, "globalServiceID"), FirstText(root, "Name"), {}};
+  const auto readNumber = [&](const pugi::xml_node& extension) {
+    const std::string major = FirstText(extension, "MajorChannelNum");
+    const std::string minor = FirstText(extension, "MinorChannelNum");
+    if (!major.empty()) {
+      service.channel = minor.empty() ? major : major + "." + minor;
+    }
+  };
+  ForEach(root, "PrivateExt", [&](const pugi::xml_node& node) {
+    readNumber(node);
+    ForEach(node, "ATSC3ServiceExtension", readNumber);
+  });
+  return service;
+}
+
 ScheduleFragment ParseSchedule(const pugi::xml_node& root, const Report& report) {
-  ScheduleFragment schedule{References(root), {}};
+  ScheduleFragment schedule;
+  schedule.services = References(root);
   std::size_t unread = 0;
   ForEach(root, "ContentReference", [&](const pugi::xml_node& node) {
-    ContentReference reference{Attribute(node, "idRef"), {}};
+    const std::string id = Attribute(node, "idRef");
+    const std::uint32_t content = schedule.contents.Add(id);
     ForEach(node, "PresentationWindow", [&](const pugi::xml_node& windowNode) {
       Span window;
-      if (!reference.content.empty() && ParseWindow(windowNode, window)) {
-        reference.windows.push_back(window);
+      if (!id.empty() && ParseWindow(windowNode, window)) {
+        schedule.showings.push_back({content, window});
       } else {
         ++unread;
       }
     });
-    schedule.contents.push_back(std::move(reference));
   });
   if (unread != 0) {
     report(std::to_string(unread) + " windows without a start or a content, left out");
   }
+  schedule.showings.shrink_to_fit();
   return schedule;
 }
 
@@ -199,28 +210,26 @@ std::string ParseGenre(const pugi::xml_node& node) {
   return name.empty() ? GenreName(Attribute(node, "href")) : name;
 }
 
-ContentFragment ParseContent(const pugi::xml_node& root) {
-  ContentFragment content;
-  content.services = References(root);
-  content.title = FirstText(root, "Name");
-  content.synopsis = FirstText(root, "Description");
-  content.length = ParseLength(FirstText(root, "Length"));
+ContentFragment ParseContent(const pugi::xml_node& root, const std::string& id) {
+  ContentRecord record;
+  record.title = FirstText(root, "Name");
+  record.synopsis = FirstText(root, "Description");
   ForEach(root, "Genre", [&](const pugi::xml_node& node) {
     const std::string genre = ParseGenre(node);
     if (!genre.empty()) {
-      content.genre += (content.genre.empty() ? "" : ", ") + genre;
+      record.genre += (record.genre.empty() ? "" : ", ") + genre;
     }
   });
   ForEach(root, "PrivateExt", [&](const pugi::xml_node& node) {
-    ParseExtension(node, content.extension);
+    ParseExtension(node, record.extension);
     // Some encoders put one more element around the extension.
     ForEach(node, "ATSC3ContentExtension",
-            [&](const pugi::xml_node& inner) { ParseExtension(inner, content.extension); });
+            [&](const pugi::xml_node& inner) { ParseExtension(inner, record.extension); });
   });
-  return content;
+  return {References(root), ParseLength(FirstText(root, "Length")), WriteRecord(id, record)};
 }
 
-bool BeginsEntity(std::string_view text) {
+bool StartsEntity(std::string_view text) {
   for (const std::string_view entity : {"&amp;", "&lt;", "&gt;", "&quot;", "&apos;"}) {
     if (text.substr(0, entity.size()) == entity) {
       return true;
@@ -236,13 +245,25 @@ bool BeginsEntity(std::string_view text) {
   return length != 0 && length != std::string_view::npos && digits[length] == ';';
 }
 
-// The parser takes such an ampersand for itself, which is what it is meant to be.
+/// Whether an ampersand outside CDATA sections and comments does not start an entity. The parser
+/// takes such a one for itself, which is what it is meant to be.
 bool HasRawAmpersand(std::string_view xml) {
+  for (std::size_t at = xml.find('&');; at = xml.find('&', at + 1)) {
+    if (at == std::string_view::npos) {
+      return false;
+    }
+    if (!StartsEntity(xml.substr(at))) {
+      break;
+    }
+  }
+  if (xml.find('\0') != std::string_view::npos) {
+    return false;  // two bytes a character
+  }
   for (std::size_t at = xml.find_first_of("&<"); at != std::string_view::npos;
        at = xml.find_first_of("&<", at + 1)) {
     const std::string_view rest = xml.substr(at);
     if (rest[0] == '&') {
-      if (!BeginsEntity(rest)) {
+      if (!StartsEntity(rest)) {
         return true;
       }
     } else if (rest.substr(0, 9) == "<![CDATA[") {
@@ -287,47 +308,109 @@ std::uint32_t ParseLength(const std::string& text) {
   return digits == 0 && seconds <= UINT32_MAX ? static_cast<std::uint32_t>(seconds) : 0;
 }
 
-std::optional<Fragment> ParseFragment(std::string file, std::string bytes, const Report& report) {
-  const Report reportFile = [&](const std::string& line) { report(file + ": " + line); };
-  pugi::xml_document document;
-  const pugi::xml_parse_result result = document.load_buffer(bytes.data(), bytes.size());
+std::uint32_t IdList::Add(std::string_view id) {
+  const auto place = static_cast<std::uint32_t>(m_ids.size());
+  m_ids += id;
+  m_ids += '\0';
+  return place;
+}
+
+std::size_t IdList::Count() const {
+  return static_cast<std::size_t>(std::count(m_ids.begin(), m_ids.end(), '\0'));
+}
+
+const char* KindOf(const Fragment& fragment) {
+  constexpr const char* kKinds[] = {"Service", "Schedule", "Content"};
+  return kKinds[fragment.body.index()];
+}
+
+// Only changes have to be noticed, so speed is what matters.
+std::uint64_t Hash(const char* bytes, std::size_t size) {
+  constexpr std::uint64_t kFactor = 0x9e3779b97f4a7c15;
+  std::uint64_t hash = size * kFactor;
+  for (std::size_t at = 0; at < size; at += sizeof(std::uint64_t)) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, bytes + at, std::min(sizeof(word), size - at));
+    hash = (hash ^ word) * kFactor;
+    hash ^= hash >> 29;
+  }
+  return hash;
+}
+
+struct FragmentParser::Document : pugi::xml_document {};
+
+FragmentParser::FragmentParser() : m_document(std::make_unique<Document>()) {}
+FragmentParser::~FragmentParser() = default;
+
+std::shared_ptr<const Fragment> FragmentParser::Parse(char* bytes, std::size_t size,
+                                                      const Report& report) {
+  if (size > kMaxFragment) {
+    report("larger than a fragment may be, left out");
+    return nullptr;
+  }
+  auto fragment = std::make_shared<Fragment>();
+  fragment->size = static_cast<std::uint32_t>(size);
+  fragment->hash = Hash(bytes, size);
+  const bool rawAmpersand = HasRawAmpersand({bytes, size});
+  const pugi::xml_parse_result result = m_document->load_buffer_inplace(bytes, size);
   if (!result) {
-    reportFile(std::string("not readable as XML, left out: ") + result.description() + " at byte " +
-               std::to_string(result.offset));
-    return std::nullopt;
+    report(std::string("not readable as XML, left out: ") + result.description() + " at byte " +
+           std::to_string(result.offset));
+    return nullptr;
   }
-  const pugi::xml_node root = document.document_element();
+  const pugi::xml_node root = m_document->document_element();
   const std::string_view kind = LocalName(root.name());
-  Fragment fragment;
-  fragment.id = Attribute(root, "id");
-  ParseNumber(Attribute(root, "version"), fragment.version);
+  fragment->id = Attribute(root, "id");
+  ParseNumber(Attribute(root, "version"), fragment->version);
   if (kind == "Service") {
-    ServiceFragment service{Attribute(root, "globalServiceID")};
-    if (service.globalId.empty() && fragment.id.empty()) {
-      reportFile("a Service without an id, left out");
-      return std::nullopt;
+    ServiceFragment service = ParseService(root);
+    if (service.globalId.empty() && fragment->id.empty()) {
+      report("a Service without an id, left out");
+      return nullptr;
     }
-    fragment.body = std::move(service);
+    fragment->body = std::move(service);
   } else if (kind == "Schedule") {
-    ScheduleFragment schedule = ParseSchedule(root, reportFile);
-    if (schedule.services.empty()) {
-      reportFile("a Schedule without a service, left out");
-      return std::nullopt;
+    ScheduleFragment schedule = ParseSchedule(root, report);
+    if (schedule.services.Count() == 0) {
+      report("a Schedule without a service, left out");
+      return nullptr;
     }
-    fragment.body = std::move(schedule);
+    fragment->body = std::move(schedule);
   } else if (kind == "Content") {
-    fragment.body = ParseContent(root);
+    ContentFragment content = ParseContent(root, fragment->id);
+    if (content.text.bytes.size() > kMaxRecord) {
+      report("a Content with a record larger than 1 MiB, left out");
+      return nullptr;
+    }
+    fragment->body = std::move(content);
   } else {
-    reportFile("no fragment of a guide, left out: its root is " + Clean(root.name()));
-    return std::nullopt;
+    report("not a fragment of a guide, left out: its root is " + Clean(root.name()));
+    return nullptr;
   }
-  // A NUL means two bytes a character, where this way of looking does not apply.
-  if (bytes.find('\0') == std::string::npos && HasRawAmpersand(bytes)) {
-    reportFile("not well-formed, kept: an ampersand that begins no entity");
+  if (rawAmpersand) {
+    report("not well-formed, kept: an ampersand that does not start an entity");
   }
-  fragment.file = std::move(file);
-  fragment.bytes = std::move(bytes);
   return fragment;
 }
 
-}  // namespace guide
+bool FragmentParser::ParseDescriptor(const char* bytes, std::size_t size,
+                                     std::vector<std::string>& units) {
+  constexpr std::string_view kRoot = "ServiceGuideDeliveryDescriptor";
+  constexpr std::size_t kBeginning = 2048;
+  if (std::string_view(bytes, std::min(size, kBeginning)).find(kRoot) == std::string_view::npos) {
+    return false;
+  }
+  if (!m_document->load_buffer(bytes, size) ||
+      LocalName(m_document->document_element().name()) != kRoot) {
+    return false;
+  }
+  ForEach(m_document->document_element(), "DescriptorEntry", [&](const pugi::xml_node& entry) {
+    ForEach(entry, "ServiceGuideDeliveryUnit", [&](const pugi::xml_node& unit) {
+      const std::string location = Attribute(unit, "contentLocation");
+      units.push_back(location.substr(location.rfind('/') + 1));
+    });
+  });
+  return true;
+}
+
+}  // namespace esg::guide

@@ -3,7 +3,7 @@
 #include <array>
 #include <charconv>
 
-namespace guide {
+namespace esg::guide {
 namespace {
 
 // The ATSC categorical genre codes, from 0x20 on.
@@ -49,4 +49,4 @@ std::string GenreName(std::string_view term) {
   return std::string(term);
 }
 
-}  // namespace guide
+}  // namespace esg::guide

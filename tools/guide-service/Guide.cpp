@@ -1,32 +1,26 @@
 #include "Guide.h"
 
-#include <json/value.h>
-
 #include <algorithm>
 #include <iterator>
 
-namespace guide {
+namespace esg::guide {
 namespace {
 
 bool StartsBefore(const Program& program, std::uint32_t start) {
   return InOrder(program.time.start) < InOrder(start);
 }
 
-template <typename Times>
-const Fragment* Nearest(const std::vector<const Fragment*>& fragments, const Times& times,
-                        Span range) {
-  if (range.duration == 0) {
-    if (range.start < fragments.size()) {
-      return fragments[range.start];
-    }
-    range.duration = 1;
-  }
-  const Fragment* nearest = nullptr;
+template <typename Candidate>
+const Kept* Nearest(const std::vector<Candidate>& candidates, const Kept* Candidate::*fragment,
+                    Span range) {
+  range.duration = std::max(range.duration, 1U);
+  const Kept* nearest = nullptr;
   std::uint64_t least = 0;
-  for (const auto& candidate : times) {
+  for (const Candidate& candidate : candidates) {
     const std::uint64_t distance = Distance(range, candidate.time);
-    if (Overlap(range, candidate.time) && (nearest == nullptr || distance <= least)) {
-      nearest = candidate.fragment;
+    if (Overlap(range, candidate.time) && (candidate.*fragment)->file != nullptr &&
+        (nearest == nullptr || distance <= least)) {
+      nearest = candidate.*fragment;
       least = distance;
     }
   }
@@ -35,13 +29,13 @@ const Fragment* Nearest(const std::vector<const Fragment*>& fragments, const Tim
 
 }  // namespace
 
-const Guide::ServiceEntry* Guide::Find(const std::string& service) const {
+const Guide::Service* Guide::Find(const std::string& service) const {
   const auto found = m_services.find(service);
   return found == m_services.end() ? nullptr : &found->second;
 }
 
 const Program* Guide::At(const std::string& service, std::uint32_t moment) const {
-  const ServiceEntry* entry = Find(service);
+  const Service* entry = Find(service);
   if (entry == nullptr) {
     return nullptr;
   }
@@ -53,7 +47,7 @@ const Program* Guide::At(const std::string& service, std::uint32_t moment) const
 
 std::vector<const Program*> Guide::Within(const std::string& service, const Span& range) const {
   std::vector<const Program*> result;
-  if (const ServiceEntry* entry = Find(service)) {
+  if (const Service* entry = Find(service)) {
     for (const Program& program : entry->programs) {
       if (!Overlap(program.time, range)) {
         continue;
@@ -70,7 +64,7 @@ std::vector<const Program*> Guide::Within(const std::string& service, const Span
 
 const Program* Guide::Neighbour(const std::string& service, std::uint32_t start,
                                 const std::string& contentId, eRelative_Position position) const {
-  const ServiceEntry* entry = Find(service);
+  const Service* entry = Find(service);
   if (entry == nullptr) {
     return nullptr;
   }
@@ -85,8 +79,9 @@ const Program* Guide::Neighbour(const std::string& service, std::uint32_t start,
       if (first == end) {
         return nullptr;
       }
-      const auto meant = std::find_if(
-          first, end, [&](const Program& program) { return program.contentId == contentId; });
+      const auto meant = std::find_if(first, end, [&](const Program& program) {
+        return program.content->fragment->id == contentId;
+      });
       return meant != end ? &*meant : &*std::prev(end);
     }
     case eRelative_Position_Next: {
@@ -104,48 +99,25 @@ const Program* Guide::Neighbour(const std::string& service, std::uint32_t start,
 
 const Program* Guide::Item(const std::string& service, const std::string& contentId,
                            std::uint32_t moment) const {
-  const ServiceEntry* entry = Find(service);
+  const Service* entry = Find(service);
   if (entry == nullptr) {
     return nullptr;
   }
   const auto found =
       std::find_if(entry->programs.rbegin(), entry->programs.rend(), [&](const Program& program) {
-        return program.contentId == contentId && Contains(program.time, moment);
+        return program.content->fragment->id == contentId && Contains(program.time, moment);
       });
   return found == entry->programs.rend() ? nullptr : &*found;
 }
 
-FCESGProgramInfo Guide::Record(const std::string& service, const Program& program) {
-  Json::Value json;
-  json["globalServiceId"] = service;
-  json["Start"] = program.time.start;
-  json["duration"] = program.time.duration;
-  json["eventID"] = program.contentId;
-  if (program.fragment != nullptr) {
-    const auto& content = std::get<ContentFragment>(program.fragment->body);
-    json["title"] = content.title;
-    json["synopsis"] = content.synopsis;
-    json["genre"] = content.genre;
-    ATSC3ESGExtension::CESGPrivateExt::ToJson(content.extension, json["privateExt"]);
-  }
-  FCESGProgramInfo record;
-  FCESGProgramInfo::FromJson(json, record);
-  return record;
+const Kept* Guide::Schedule(const std::string& service, const Span& range) const {
+  const Service* entry = Find(service);
+  return entry == nullptr ? nullptr : Nearest(entry->schedules, &Service::Timed::schedule, range);
 }
 
-const Fragment* Guide::Service(const std::string& service) const {
-  const ServiceEntry* entry = Find(service);
-  return entry == nullptr ? nullptr : entry->description;
-}
-
-const Fragment* Guide::Schedule(const std::string& service, const Span& range) const {
-  const ServiceEntry* entry = Find(service);
-  return entry == nullptr ? nullptr : Nearest(entry->schedules, entry->scheduleTimes, range);
-}
-
-const Fragment* Guide::Content(const std::string& service, const Span& range) const {
-  const ServiceEntry* entry = Find(service);
-  return entry == nullptr ? nullptr : Nearest(entry->contents, entry->contentTimes, range);
+const Kept* Guide::Content(const std::string& service, const Span& range) const {
+  const Service* entry = Find(service);
+  return entry == nullptr ? nullptr : Nearest(entry->programs, &Program::content, range);
 }
 
 std::optional<std::uint32_t> Guide::First() const {
@@ -169,18 +141,11 @@ std::size_t Guide::ProgramCount() const {
   return count;
 }
 
-std::map<std::string, std::size_t> Guide::Summary() const {
-  std::map<std::string, std::size_t> summary;
-  for (const auto& [id, entry] : m_services) {
-    summary[id] = entry.programs.size();
-  }
-  return summary;
-}
-
 bool Guide::HasSameFragments(const Guide& other) const {
-  return std::equal(
-      m_fragments.begin(), m_fragments.end(), other.m_fragments.begin(), other.m_fragments.end(),
-      [](const Fragment& a, const Fragment& b) { return a.file == b.file && a.bytes == b.bytes; });
+  return std::equal(m_kept.begin(), m_kept.end(), other.m_kept.begin(), other.m_kept.end(),
+                    [](const Kept& a, const Kept& b) {
+                      return a.fragment->hash == b.fragment->hash && a.file->name == b.file->name;
+                    });
 }
 
-}  // namespace guide
+}  // namespace esg::guide

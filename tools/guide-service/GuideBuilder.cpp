@@ -1,12 +1,12 @@
 #include <algorithm>
-#include <functional>
-#include <set>
-#include <tuple>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "Guide.h"
 
-namespace guide {
+namespace esg::guide {
 
 /// Puts the fragments together once, while the guide is constructed.
 class Guide::Builder {
@@ -15,142 +15,262 @@ class Guide::Builder {
       : m_guide(guide), m_shift(shift), m_report(report) {}
 
   void Build() {
-    for (const Fragment& fragment : m_guide.m_fragments) {
-      if (std::holds_alternative<ServiceFragment>(fragment.body)) {
-        AddService(fragment);
-      } else if (std::holds_alternative<ContentFragment>(fragment.body) && !fragment.id.empty()) {
-        m_contents[fragment.id] = &fragment;
+    for (const Kept& kept : m_guide.m_kept) {
+      if (std::holds_alternative<ServiceFragment>(kept.fragment->body)) {
+        AddService(kept);
+      } else if (std::holds_alternative<ContentFragment>(kept.fragment->body) &&
+                 !kept.fragment->id.empty()) {
+        m_contents[kept.fragment->id] = &kept;
       }
     }
-    for (const Fragment& fragment : m_guide.m_fragments) {
-      if (const auto* schedule = std::get_if<ScheduleFragment>(&fragment.body)) {
-        for (const std::string& id : schedule->services) {
-          AddSchedule(fragment, *schedule, id);
-        }
-      } else if (const auto* content = std::get_if<ContentFragment>(&fragment.body)) {
-        for (const std::string& id : content->services) {
-          Referred(fragment, id).contents.push_back(&fragment);
-        }
+    for (const Kept& kept : m_guide.m_kept) {
+      if (const auto* schedule = std::get_if<ScheduleFragment>(&kept.fragment->body)) {
+        AddSchedule(kept, *schedule);
+      } else if (const auto* content = std::get_if<ContentFragment>(&kept.fragment->body)) {
+        content->services.ForEach([&](std::string_view id) {
+          if (Service* service = Referred(kept, std::string(id))) {
+            KeepFirst(service->firstContent, &kept);
+          }
+        });
       }
     }
-    for (auto& [id, entry] : m_guide.m_services) {
-      Finish(id, entry);
+    for (auto& [id, service] : m_guide.m_services) {
+      Finish(id, service);
     }
   }
 
  private:
-  void AddService(const Fragment& fragment) {
-    const std::string& globalId = std::get<ServiceFragment>(fragment.body).globalId;
-    const std::string& name = globalId.empty() ? fragment.id : globalId;
-    m_names[fragment.id] = name;
-    const Fragment*& description = m_guide.m_services[name].description;
-    if (description == nullptr) {
-      description = &fragment;
-    } else {
-      m_report(fragment.file + ": describes service " + name + " once more than " +
-               description->file + ", which is kept");
+  /// The fragments lie one after the other in the order of their files.
+  static void KeepFirst(const Kept*& first, const Kept* kept) {
+    if (first == nullptr || kept < first) {
+      first = kept;
     }
   }
 
-  // References use a service's id; some encoders write its global id there.
-  ServiceEntry& Referred(const Fragment& fragment, const std::string& id) {
+  /// Null where there are too many.
+  Service* Named(const std::string& id) {
+    if (m_guide.m_services.size() < kMaxServices) {
+      return &m_guide.m_services[id];
+    }
+    const auto found = m_guide.m_services.find(id);
+    if (found == m_guide.m_services.end() && !std::exchange(m_tooManyServices, true)) {
+      m_report("more than " + std::to_string(kMaxServices) + " services, the others left out");
+    }
+    return found == m_guide.m_services.end() ? nullptr : &found->second;
+  }
+
+  void AddService(const Kept& kept) {
+    const std::string& globalId = std::get<ServiceFragment>(kept.fragment->body).globalId;
+    const std::string& name = globalId.empty() ? kept.fragment->id : globalId;
+    Service* service = Named(name);
+    if (service == nullptr) {
+      return;
+    }
+    m_names[kept.fragment->id] = name;
+    if (service->description == nullptr) {
+      service->description = &kept;
+    } else {
+      m_report(kept.file->name + ": describes service " + name + " again; the description in " +
+               service->description->file->name + " is kept");
+    }
+  }
+
+  /// References use a service's id; some encoders write its global id there.
+  Service* Referred(const Kept& kept, const std::string& id) {
     const auto name = m_names.find(id);
     if (name != m_names.end()) {
-      return m_guide.m_services[name->second];
+      return Named(name->second);
     }
-    const auto [entry, isNew] = m_guide.m_services.try_emplace(id);
-    if (isNew) {
-      m_report(fragment.file + ": refers to service " + id + ", which nothing describes");
+    const std::size_t before = m_guide.m_services.size();
+    Service* service = Named(id);
+    if (m_guide.m_services.size() != before) {
+      m_report(kept.file->name + ": refers to service " + id + ", which nothing describes");
     }
-    return entry->second;
+    return service;
   }
 
-  void AddSchedule(const Fragment& fragment, const ScheduleFragment& schedule,
-                   const std::string& service) {
-    ServiceEntry& entry = Referred(fragment, service);
-    entry.schedules.push_back(&fragment);
-    std::uint64_t begin = UINT64_MAX;
-    std::uint64_t end = 0;
-    for (const ContentReference& reference : schedule.contents) {
-      const auto content = m_contents.find(reference.content);
-      Program program;
-      program.contentId = reference.content;
-      if (content != m_contents.end()) {
-        program.fragment = content->second;
-      } else if (m_missing.insert(reference.content).second) {
-        m_report(fragment.file + ": shows content " + reference.content +
-                 ", which was not sent or could not be read; it has no title");
-      }
-      for (const Span& window : reference.windows) {
-        program.time = {window.start + m_shift, Duration(window, program)};
-        if (program.time.duration == 0) {
-          m_report(fragment.file + ": content " + reference.content + " at " +
-                   std::to_string(window.start) + " lasts no time, left out");
-          continue;
+  void AddSchedule(const Kept& kept, const ScheduleFragment& schedule) {
+    const std::size_t count = schedule.services.Count() * schedule.showings.size();
+    if (count > kMaxSchedulePrograms) {
+      m_report(kept.file->name + ": a Schedule of " + std::to_string(count) +
+               " programmes, left out; " + std::to_string(kMaxSchedulePrograms) + " are possible");
+    } else if (m_count + count > kMaxPrograms) {
+      m_report(kept.file->name + ": a Schedule left out: the guide has more than " +
+               std::to_string(kMaxPrograms) + " programmes");
+    } else {
+      m_count += count;
+      const std::vector<Program> programs = ProgramsOf(kept, schedule);
+      schedule.services.ForEach([&](std::string_view id) {
+        if (Service* service = Referred(kept, std::string(id))) {
+          AddPrograms(*service, kept, programs);
         }
-        begin = std::min(begin, InOrder(program.time.start));
-        end = std::max(end, InOrder(program.time.start) + program.time.duration);
-        entry.programs.push_back(program);
+      });
+    }
+  }
+
+  std::vector<Program> ProgramsOf(const Kept& kept, const ScheduleFragment& schedule) {
+    std::vector<Program> programs;
+    programs.reserve(schedule.showings.size());
+    for (const Showing& showing : schedule.showings) {
+      const std::string_view id = schedule.contents.At(showing.content);
+      Program program{showing.time, ContentOf(kept, id)};
+      if (program.time.duration == 0) {
+        program.time.duration = std::get<ContentFragment>(program.content->fragment->body).length;
       }
+      if (program.time.duration == 0) {
+        m_report(kept.file->name + ": content " + std::string(id) + " at " +
+                 std::to_string(showing.time.start) + " has no duration, left out");
+        continue;
+      }
+      program.time.start += m_shift;
+      programs.push_back(program);
     }
-    if (begin < end) {
-      const std::uint64_t length = std::min<std::uint64_t>(end - begin, UINT32_MAX);
-      entry.scheduleTimes.push_back(
-          {&fragment, {static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(length)}});
+    return programs;
+  }
+
+  const Kept* ContentOf(const Kept& kept, std::string_view id) {
+    const auto found = m_contents.find(id);
+    if (found != m_contents.end()) {
+      return found->second;
+    }
+    m_report(kept.file->name + ": shows content " + std::string(id) +
+             ", which was not sent or cannot be read; it has no title");
+    Fragment& fragment = m_guide.m_notSent.emplace_back();
+    fragment.id = id;
+    fragment.body = ContentFragment{{}, 0, WriteRecord(id, {})};
+    const Kept& missing = m_guide.m_missing.emplace_back(Kept{&fragment, nullptr, nullptr});
+    m_contents[fragment.id] = &missing;
+    return &missing;
+  }
+
+  static void AddPrograms(Service& service, const Kept& kept,
+                          const std::vector<Program>& programs) {
+    KeepFirst(service.firstSchedule, &kept);
+    std::uint64_t start = UINT64_MAX;
+    std::uint64_t end = 0;
+    for (const Program& program : programs) {
+      start = std::min(start, InOrder(program.time.start));
+      end = std::max(end, InOrder(program.time.start) + program.time.duration);
+      service.programs.push_back(program);
+    }
+    if (start < end) {
+      const std::uint64_t length = std::min<std::uint64_t>(end - start, UINT32_MAX);
+      service.schedules.push_back(
+          {&kept, {static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(length)}});
     }
   }
 
-  static std::uint32_t Duration(const Span& window, const Program& program) {
-    return window.duration != 0 || program.fragment == nullptr
-               ? window.duration
-               : std::get<ContentFragment>(program.fragment->body).length;
-  }
-
-  void Finish(const std::string& id, ServiceEntry& entry) {
-    std::vector<Program>& programs = entry.programs;
+  void Finish(const std::string& id, Service& service) {
+    std::vector<Program>& programs = service.programs;
     std::sort(programs.begin(), programs.end(), IsBefore);
     // Schedules overlap, so one programme may stand in several.
     programs.erase(std::unique(programs.begin(), programs.end(),
                                [](const Program& a, const Program& b) {
-                                 return a.time == b.time && a.contentId == b.contentId;
+                                 return a.time == b.time && a.content == b.content;
                                }),
                    programs.end());
+    programs.shrink_to_fit();
     for (std::size_t i = 0; i < programs.size(); ++i) {
       const Program& program = programs[i];
       if (i + 1 < programs.size() && programs[i + 1].time.start == program.time.start) {
-        m_report("service " + id + ": " + programs[i + 1].contentId + " is listed instead of " +
-                 program.contentId + ", which starts in the same second, " +
-                 std::to_string(program.time.start));
+        m_report("service " + id + ": " + programs[i + 1].content->fragment->id +
+                 " is listed instead of " + program.content->fragment->id +
+                 ", which starts in the same second, " + std::to_string(program.time.start));
       }
-      if (program.fragment != nullptr) {
-        entry.contents.push_back(program.fragment);
-        entry.contentTimes.push_back({program.fragment, program.time});
+      if (program.content->file != nullptr) {
+        KeepFirst(service.firstContent, program.content);
       }
     }
-    // The fragments lie one behind the other in the order of their files.
-    std::sort(entry.contents.begin(), entry.contents.end());
-    entry.contents.erase(std::unique(entry.contents.begin(), entry.contents.end()),
-                         entry.contents.end());
-    entry.schedules.erase(std::unique(entry.schedules.begin(), entry.schedules.end()),
-                          entry.schedules.end());
   }
 
   Guide& m_guide;
   const std::uint32_t m_shift;
   const Report& m_report;
-  std::map<std::string, std::string> m_names;
-  std::map<std::string, const Fragment*> m_contents;
-  std::set<std::string> m_missing;
+  std::unordered_map<std::string, std::string> m_names;
+  std::unordered_map<std::string_view, const Kept*> m_contents;
+  std::size_t m_count = 0;
+  bool m_tooManyServices = false;
 };
 
 bool Guide::IsBefore(const Program& a, const Program& b) {
-  return std::make_tuple(InOrder(a.time.start), a.time.duration, std::cref(a.contentId)) <
-         std::make_tuple(InOrder(b.time.start), b.time.duration, std::cref(b.contentId));
+  if (a.time.start != b.time.start) {
+    return InOrder(a.time.start) < InOrder(b.time.start);
+  }
+  return a.time.duration != b.time.duration ? a.time.duration < b.time.duration
+                                            : a.content->fragment->id < b.content->fragment->id;
 }
 
-Guide::Guide(std::vector<Fragment> fragments, std::uint32_t shift, const Report& report)
-    : m_fragments(std::move(fragments)) {
+Guide::Guide(Files files, std::uint32_t shift, const Report& report)
+    : m_files(std::move(files)), m_kept(KeepNewest(m_files, report)) {
   Builder(*this, shift, report).Build();
 }
 
-}  // namespace guide
+namespace {
+
+/// The files that count: all, less the delivery units that are stale.
+std::vector<const File*> Current(const Files& files, const Report& report) {
+  std::unordered_set<std::string_view> named;
+  for (const auto& file : files) {
+    named.insert(file->units.begin(), file->units.end());
+  }
+  const auto isNamed = [&](const auto& file) { return named.count(file->name) != 0; };
+  const bool believed = std::any_of(files.begin(), files.end(), isNamed);
+  std::vector<const File*> current;
+  for (const auto& file : files) {
+    if (believed && file->isUnit && !isNamed(file)) {
+      report(file->name + ": stale, left out: no descriptor names it");
+    } else {
+      current.push_back(file.get());
+    }
+  }
+  return current;
+}
+
+}  // namespace
+
+std::vector<Kept> KeepNewest(const Files& files, const Report& report) {
+  constexpr std::size_t kNone = SIZE_MAX;
+  std::vector<Kept> all;
+  std::vector<std::size_t> before;  // the fragment kept before with the same id
+  std::unordered_set<std::uint64_t> seen;
+  std::unordered_map<std::string_view, std::size_t> last[3];
+  for (const File* file : Current(files, report)) {
+    for (const Entry& entry : file->fragments) {
+      const Fragment& fragment = *entry.fragment;
+      if (!seen.insert(fragment.hash).second) {
+        continue;
+      }
+      std::size_t same = kNone;
+      if (!fragment.id.empty()) {
+        std::size_t& known =
+            last[fragment.body.index()].try_emplace(fragment.id, kNone).first->second;
+        same = known;
+        const std::uint32_t newest = same == kNone ? 0 : all[same].fragment->version;
+        if (same != kNone && fragment.version < newest) {
+          continue;
+        }
+        const bool sideBySide = std::holds_alternative<ScheduleFragment>(fragment.body);
+        if (same != kNone && fragment.version == newest) {
+          report(file->name + ": differs from " + all[same].file->name +
+                 " with the same id and version; " + (sideBySide ? "both are" : "the later is") +
+                 " kept");
+        }
+        if (fragment.version > newest || !sideBySide) {
+          for (; same != kNone; same = before[same]) {
+            all[same].entry = nullptr;
+          }
+        }
+        known = all.size();
+      }
+      before.push_back(same);
+      all.push_back({&fragment, file, &entry});
+    }
+  }
+  all.erase(std::remove_if(all.begin(), all.end(),
+                           [](const Kept& kept) { return kept.entry == nullptr; }),
+            all.end());
+  all.shrink_to_fit();
+  return all;
+}
+
+}  // namespace esg::guide

@@ -2,49 +2,46 @@
 
 #include <ESGMarshal.h>
 #include <IPCS/ESGMessageBuffer.h>
-#include <glib.h>
 #include <json/reader.h>
-#include <json/writer.h>
+#include <json/value.h>
 
 #include <array>
 #include <exception>
 #include <stdexcept>
-#include <utility>
 
-namespace guide {
+#include "common/Text.h"
+
+namespace esg::guide {
 namespace {
 
-// Requests are a few hundred bytes. Parsed JSON takes up to 50 times the space of its text.
-constexpr std::size_t kLargestRequest = std::size_t{1} << 20;
-// The deepest request, the record of a programme with previews, has seven levels.
-constexpr int kDeepestRequest = 64;
+constexpr const char* kNotFound = R"({"ret":false})";
+constexpr const char* kDone = R"({"ret":true})";
 
-// The bus drops the connection of whoever sends a message of more than 32 MiB, header included.
-constexpr std::size_t kLargestAnswer = (std::size_t{32} << 20) - (std::size_t{64} << 10);
+/// Requests are a few hundred bytes. Parsed JSON takes up to 50 times the space of its text.
+constexpr std::size_t kMaxRequest = std::size_t{1} << 20;
+/// The deepest request, the record of a programme with previews, has seven levels.
+constexpr int kMaxDepth = 64;
 
-// What a caller sent, made fit for one line of a log.
-std::string Quote(const std::string& text) {
-  constexpr std::size_t kLongest = 200;
-  const std::string start = text.substr(0, kLongest);
-  char* escaped = g_strescape(start.c_str(), nullptr);
-  std::string quoted = std::string("\"") + escaped + (text.size() > kLongest ? "\"..." : "\"");
-  g_free(escaped);
-  return quoted;
+/// What a caller sent, at a length for one line of a log.
+std::string Quote(std::string_view text) {
+  constexpr std::size_t kMaxQuote = 200;
+  return '"' + tools::Printable(text.substr(0, kMaxQuote)) +
+         (text.size() > kMaxQuote ? "\"..." : "\"");
 }
 
 Json::Value ParseRequest(const std::string& text) {
-  if (text.size() > kLargestRequest) {
+  if (text.size() > kMaxRequest) {
     throw std::invalid_argument("the request is too long");
   }
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
-  builder["stackLimit"] = kDeepestRequest;
+  builder["stackLimit"] = kMaxDepth;
   builder["rejectDupKeys"] = false;
   const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   Json::Value request;
   if (!reader->parse(text.data(), text.data() + text.size(), &request, nullptr) ||
       !request.isObject()) {
-    throw std::invalid_argument("the request is no JSON object");
+    throw std::invalid_argument("the request is not a JSON object");
   }
   return request;
 }
@@ -62,9 +59,8 @@ Span Range(Json::Value& request) {
   return range;
 }
 
-bool Found(const std::string& service, const Program* program, Json::Value& reply) {
-  return program != nullptr &&
-         ESGMarshal::ESGProgramInfoToJson(Guide::Record(service, *program), reply);
+std::string Found(const std::string& service, const Program* program) {
+  return program == nullptr ? "" : ProgramAnswer(service, *program);
 }
 
 struct Member {
@@ -86,7 +82,7 @@ constexpr Member kRecordStart{"Start", &Json::Value::isUInt};
 
 struct GuideListener::Method {
   const char* name;
-  bool (GuideListener::*answer)(Json::Value& request, Json::Value& reply);
+  std::string (GuideListener::*answer)(Json::Value& request);
   std::array<Member, 4> members;
 };
 
@@ -105,51 +101,28 @@ const GuideListener::Method GuideListener::kMethods[] = {
     {"SaveServiceFragment", &GuideListener::SaveServiceFragment, {kPath, kBB, kService}},
 };
 
-GuideListener::GuideListener(std::shared_ptr<const Guide> guide, SaveFolder saves,
+GuideListener::GuideListener(const Folder& folder, const SaveFolder& saves,
                              std::function<std::uint32_t()> now, Report report)
-    : m_guide(std::move(guide)),
-      m_saves(std::move(saves)),
-      m_now(std::move(now)),
-      m_report(std::move(report)) {}
+    : m_folder(folder), m_saves(saves), m_now(std::move(now)), m_report(std::move(report)) {}
 
 bool GuideListener::OnMethodCall(const char* method, ESGMessageBuffer& in, ESGMessageBuffer& out) {
-  const char* text = in.GetAsCStr(0);
-  bool ret = false;
-  std::string answer =
-      Answer(method, text == nullptr ? "" : std::string(text, in.GetFullBufferSize()), ret);
+  const char* bytes = in.GetAsCStr(0);
+  const std::string text = bytes == nullptr ? "" : std::string(bytes, in.GetFullBufferSize());
+  std::string answer;
+  // The only place where the JSON library's exceptions, or memory running out, are caught.
+  try {
+    answer = Answer(method, text);
+  } catch (const std::exception& fault) {
+    m_report("request refused: " + Quote(method) + " " + Quote(text) + ": " + Quote(fault.what()));
+    answer.clear();
+  }
+  const bool ret = !answer.empty();
+  answer = ret ? std::move(answer) : kNotFound;
   out.PushConcatenated(answer.size(), answer.data());
   return ret;
 }
 
-std::string GuideListener::Answer(const std::string& method, const std::string& text, bool& ret) {
-  constexpr const char* kNothing = R"({"ret":false})";
-  ret = false;
-  // The only place where the JSON library's exceptions, or memory running out, are caught.
-  try {
-    Json::Value reply(Json::objectValue);
-    if (!Handle(method, text, reply)) {
-      return kNothing;
-    }
-    reply["ret"] = true;
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    // Bytes that are no UTF-8 pass through; the other form would not bring them back.
-    builder["emitUTF8"] = true;
-    std::string answer = Json::writeString(builder, reply);
-    if (answer.size() > kLargestAnswer) {
-      m_report(Quote(method) + ": the answer of " + std::to_string(answer.size()) +
-               " bytes is larger than a message may be; ask for less at a time");
-      return kNothing;
-    }
-    ret = true;
-    return answer;
-  } catch (const std::exception& fault) {
-    m_report("bad request " + Quote(method) + " " + Quote(text) + ": " + Quote(fault.what()));
-    return kNothing;
-  }
-}
-
-bool GuideListener::Handle(const std::string& name, const std::string& text, Json::Value& reply) {
+std::string GuideListener::Answer(const std::string& name, const std::string& text) {
   for (const Method& method : kMethods) {
     if (name != method.name) {
       continue;
@@ -160,26 +133,23 @@ bool GuideListener::Handle(const std::string& name, const std::string& text, Jso
         throw std::invalid_argument(std::string(member.name) + " is missing or of a wrong type");
       }
     }
-    return (this->*method.answer)(request, reply);
+    return (this->*method.answer)(request);
   }
   throw std::invalid_argument("no such method");
 }
 
-bool GuideListener::GetPresentProgram(Json::Value& request, Json::Value& reply) {
+std::string GuideListener::GetPresentProgram(Json::Value& request) {
   const std::string service = ServiceId(request);
-  return Found(service, m_guide->At(service, m_now()), reply);
+  return Found(service, m_guide->At(service, m_now()));
 }
 
-bool GuideListener::GetProgramList(Json::Value& request, Json::Value& reply) {
+std::string GuideListener::GetProgramList(Json::Value& request) {
   const std::string service = ServiceId(request);
-  ESGProgramMap programs;
-  for (const Program* program : m_guide->Within(service, Range(request))) {
-    programs[program->time.start] = Guide::Record(service, *program);
-  }
-  return !programs.empty() && ESGMarshal::ESGProgramMapToJson(programs, reply);
+  const std::vector<const Program*> programs = m_guide->Within(service, Range(request));
+  return programs.empty() ? "" : ListAnswer(service, programs);
 }
 
-bool GuideListener::GetProgram(Json::Value& request, Json::Value& reply) {
+std::string GuideListener::GetProgram(Json::Value& request) {
   eRelative_Position position = eRelative_Position_Current;
   FCESGProgramInfo program;
   ESGMarshal::JsonToeRelative_Position(request, position);
@@ -189,75 +159,81 @@ bool GuideListener::GetProgram(Json::Value& request, Json::Value& reply) {
   }
   const std::string& service = program.GlobalServiceID();
   return Found(service,
-               m_guide->Neighbour(service, program.GetStartTime(), program.GetEventID(), position),
-               reply);
+               m_guide->Neighbour(service, program.GetStartTime(), program.GetEventID(), position));
 }
 
-bool GuideListener::GetProgramItem(Json::Value& request, Json::Value& reply) {
+std::string GuideListener::GetProgramItem(Json::Value& request) {
   const std::string service = ServiceId(request);
   std::string content;
   unsigned int moment = 0;
   ESGMarshal::JsonToContentId(request, content);
   ESGMarshal::JsonToStartTime(request, moment);
-  return Found(service, m_guide->Item(service, content, moment), reply);
+  return Found(service, m_guide->Item(service, content, moment));
 }
 
-bool GuideListener::ReadFragment(Json::Value& request, Json::Value& reply, Find find) {
-  const Fragment* fragment = ((*m_guide).*find)(ServiceId(request), Range(request));
+bool GuideListener::Load(const Kept* fragment, std::string& bytes) const {
   if (fragment == nullptr) {
     return false;
   }
-  std::string bytes = fragment->bytes;
-  return ESGMarshal::XmlToJson(bytes, reply);
-}
-
-bool GuideListener::GetScheduleFragment(Json::Value& request, Json::Value& reply) {
-  return ReadFragment(request, reply, &Guide::Schedule);
-}
-
-bool GuideListener::GetContentFragment(Json::Value& request, Json::Value& reply) {
-  return ReadFragment(request, reply, &Guide::Content);
-}
-
-bool GuideListener::GetServiceFragment(Json::Value& request, Json::Value& reply) {
-  const Fragment* fragment = m_guide->Service(ServiceId(request));
-  if (fragment == nullptr) {
+  if (!m_folder.ReadFragment(*fragment->file, *fragment->entry, bytes)) {
+    m_report(fragment->file->name +
+             ": has changed since the guide was read; its fragments can be "
+             "had when the guide has been read again");
     return false;
   }
-  std::string bytes = fragment->bytes;
-  return ESGMarshal::XmlToJson(bytes, reply);
+  return true;
 }
 
-// A save names no time: it is the fragment of the present moment, or the first where there is none.
-const Fragment* GuideListener::ToSave(Json::Value& request, Find find) const {
-  const std::string service = ServiceId(request);
-  const Fragment* fragment = ((*m_guide).*find)(service, {m_now(), 1});
-  return fragment != nullptr ? fragment : ((*m_guide).*find)(service, {0, 0});
+std::string GuideListener::Read(const Kept* fragment) const {
+  std::string bytes;
+  return Load(fragment, bytes) ? FragmentAnswer(bytes) : "";
 }
 
-bool GuideListener::SaveFragment(Json::Value& request, const Fragment* fragment) {
-  if (fragment == nullptr) {
-    return false;
+std::string GuideListener::GetScheduleFragment(Json::Value& request) {
+  return Read(m_guide->Schedule(ServiceId(request), Range(request)));
+}
+
+std::string GuideListener::GetContentFragment(Json::Value& request) {
+  return Read(m_guide->Content(ServiceId(request), Range(request)));
+}
+
+std::string GuideListener::GetServiceFragment(Json::Value& request) {
+  const Guide::Service* service = m_guide->Find(ServiceId(request));
+  return Read(service == nullptr ? nullptr : service->description);
+}
+
+std::string GuideListener::Save(Json::Value& request, const Kept* fragment) const {
+  std::string bytes;
+  if (!Load(fragment, bytes)) {
+    return {};
   }
   std::string path;
   ESGMarshal::JsonToPath(request, path);
-  const std::string fault = m_saves.Save(path, fragment->bytes);
+  const std::string fault = m_saves.Save(path, bytes);
   if (!fault.empty()) {
     m_report("not saved to " + Quote(path) + ": " + fault);
   }
-  return fault.empty();
+  return fault.empty() ? kDone : "";
 }
 
-bool GuideListener::SaveContentFragment(Json::Value& request, Json::Value& /*reply*/) {
-  return SaveFragment(request, ToSave(request, &Guide::Content));
+// A save names no time: it takes the fragment of the present moment, or the first if there is none.
+std::string GuideListener::SaveScheduleFragment(Json::Value& request) {
+  const std::string id = ServiceId(request);
+  const Guide::Service* service = m_guide->Find(id);
+  const Kept* present = m_guide->Schedule(id, {m_now(), 1});
+  return service == nullptr ? "" : Save(request, present ? present : service->firstSchedule);
 }
 
-bool GuideListener::SaveScheduleFragment(Json::Value& request, Json::Value& /*reply*/) {
-  return SaveFragment(request, ToSave(request, &Guide::Schedule));
+std::string GuideListener::SaveContentFragment(Json::Value& request) {
+  const std::string id = ServiceId(request);
+  const Guide::Service* service = m_guide->Find(id);
+  const Kept* present = m_guide->Content(id, {m_now(), 1});
+  return service == nullptr ? "" : Save(request, present ? present : service->firstContent);
 }
 
-bool GuideListener::SaveServiceFragment(Json::Value& request, Json::Value& /*reply*/) {
-  return SaveFragment(request, m_guide->Service(ServiceId(request)));
+std::string GuideListener::SaveServiceFragment(Json::Value& request) {
+  const Guide::Service* service = m_guide->Find(ServiceId(request));
+  return service == nullptr ? "" : Save(request, service->description);
 }
 
-}  // namespace guide
+}  // namespace esg::guide

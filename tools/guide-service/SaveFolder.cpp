@@ -2,21 +2,25 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string_view>
 #include <system_error>
 
-namespace guide {
+#include "FileDescriptor.h"
+
+namespace esg::guide {
 namespace {
 
 std::string Reason(int error) { return std::generic_category().message(error); }
 
-// The part of `path` behind `folder`, where it is below that.
-std::optional<std::string_view> Behind(std::string_view path, std::string_view folder) {
+/// The part of `path` after `folder`, where it is below that.
+std::optional<std::string_view> After(std::string_view path, std::string_view folder) {
   while (!folder.empty() && folder.back() == '/') {
     folder.remove_suffix(1);
   }
@@ -63,33 +67,28 @@ std::string WriteFile(int folder, const std::string& name, const std::string& by
 
 }  // namespace
 
-SaveFolder::SaveFolder(const std::string& path)
-    : m_folder(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
-  if (!m_folder) {
-    throw std::system_error(errno, std::generic_category(), path);
-  }
-  m_paths = {std::filesystem::absolute(path).string(), std::filesystem::canonical(path).string()};
-}
-
 std::string SaveFolder::Save(const std::string& path, const std::string& bytes) const {
-  if (!m_folder) {
-    return "no folder to save in was named at the start";
+  if (m_path.empty()) {
+    return "the service was started without a folder to save in (--save-dir)";
+  }
+  FileDescriptor folder(::open(m_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) {
+    return m_path + ": " + Reason(errno);
   }
   if (path.find('\0') != std::string::npos) {
     return "not a path";
   }
   std::string_view rest = path;
   if (!path.empty() && path[0] == '/') {
-    auto below = Behind(path, m_paths[0]);
+    auto below = After(path, std::filesystem::absolute(m_path).string());
     if (!below) {
-      below = Behind(path, m_paths[1]);
+      below = After(path, std::filesystem::canonical(m_path).string());
     }
     if (!below) {
       return "outside the folder to save in";
     }
     rest = *below;
   }
-  FileDescriptor folder(::openat(m_folder.Get(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   for (;;) {
     const std::size_t begin = rest.find_first_not_of('/');
     if (begin == std::string_view::npos) {
@@ -103,7 +102,8 @@ std::string SaveFolder::Save(const std::string& path, const std::string& bytes) 
       return "outside the folder to save in";
     }
     if (rest.empty()) {
-      return WriteFile(folder.Get(), name, bytes);
+      std::string fault = NoRoom(folder.Get(), bytes.size());
+      return fault.empty() ? WriteFile(folder.Get(), name, bytes) : fault;
     }
     folder = FileDescriptor(
         ::openat(folder.Get(), name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -113,4 +113,28 @@ std::string SaveFolder::Save(const std::string& path, const std::string& bytes) 
   }
 }
 
-}  // namespace guide
+std::string SaveFolder::NoRoom(int folder, std::size_t size) const {
+  // What a file takes up, whatever its size.
+  constexpr std::uint64_t kBlock = 4096;
+  constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
+  const auto blocks = [](std::uint64_t bytes) { return (bytes / kBlock + 1) * kBlock; };
+  struct statvfs space {};
+  if (::fstatvfs(folder, &space) == 0 &&
+      std::uint64_t{space.f_bavail} * space.f_frsize < m_limits.free * kMebibyte + blocks(size)) {
+    return "less than " + std::to_string(m_limits.free) + " MiB would stay free on the disk";
+  }
+  std::uint64_t used = blocks(size);
+  std::error_code error;
+  std::filesystem::recursive_directory_iterator entries(m_path, error);
+  for (; !error && entries != end(entries); entries.increment(error)) {
+    std::error_code ignored;
+    used += entries->is_regular_file(ignored) ? blocks(entries->file_size(ignored)) : 0;
+    if (used > m_limits.quota * kMebibyte) {
+      return "the files saved would take more than the quota of " + std::to_string(m_limits.quota) +
+             " MiB";
+    }
+  }
+  return error ? m_path + ": " + error.message() : "";
+}
+
+}  // namespace esg::guide

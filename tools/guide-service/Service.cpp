@@ -4,62 +4,43 @@
 #include <glib-unix.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
-#include <ctime>
 #include <iostream>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "common/Failure.h"
 #include "common/Time.h"
 
-namespace guide {
-
-using esg::tools::Failure;
-
+namespace esg::guide {
 namespace {
+
+using tools::Failure;
 
 // A new guide comes as many files, one after the other: it is read when nothing has changed for a
 // while, or when that takes too long.
 constexpr unsigned int kQuietMilliseconds = 250;
-constexpr gint64 kLongestQuietMilliseconds = 2000;
+constexpr std::int64_t kMaxQuietMilliseconds = 2000;
+constexpr unsigned int kRetryMilliseconds = 1000;
 
-// The process that owns `name`; 0 when nobody does.
-unsigned int OwnerOf(const esg::tools::Bus& bus, const char* name) {
-  g_autoptr(GVariant) reply =
-      bus.Call("GetConnectionUnixProcessID", g_variant_new("(s)", name), "(u)");
-  guint32 owner = 0;
-  if (reply != nullptr) {
-    g_variant_get(reply, "(u)", &owner);
-  }
-  return owner;
+std::string Counts(const Guide& guide) {
+  return std::to_string(guide.Services().size()) + " services, " +
+         std::to_string(guide.ProgramCount()) + " programmes";
 }
 
 }  // namespace
 
-GuideSource::GuideSource(std::string folder, bool today, Report report)
-    : m_folder(std::move(folder)), m_today(today), m_report(std::move(report)) {}
-
-bool GuideSource::Read() {
-  std::vector<Fragment> fragments = LoadFolder(m_folder, m_report);
-  if (m_today && !m_shift) {
-    if (const auto first = Guide(fragments, 0, [](const std::string&) {}).First()) {
-      m_shift = ShiftToToday(*first, std::time(nullptr));
-    }
-  }
-  auto guide = std::make_shared<const Guide>(std::move(fragments), m_shift.value_or(0), m_report);
-  if (m_guide && m_guide->HasSameFragments(*guide)) {
-    return false;
-  }
-  m_guide = std::move(guide);
-  ++m_generation;
-  return true;
-}
-
 Service::Service(const ServiceOptions& options, Report report)
     : m_options(options),
       m_report(std::move(report)),
-      m_source(options.guideFolder, options.today, m_report),
+      m_folder(options.guideFolder),
+      m_saves(options.saveFolder, options.saveLimits),
+      m_source(m_folder, options.today, m_report),
+      m_listener(
+          m_folder, m_saves, [] { return tools::NtpFromUnix(g_get_real_time() / G_USEC_PER_SEC); },
+          m_report),
       m_loop(g_main_loop_new(nullptr, FALSE)) {}
 
 Service::~Service() {
@@ -69,73 +50,124 @@ Service::~Service() {
 }
 
 void Service::Run() {
-  HandleHangup();
-  WatchFolder();
-  try {
-    m_source.Read();
-    m_listener = std::make_unique<GuideListener>(
-        m_source.Current(),
-        m_options.saveFolder.empty() ? SaveFolder() : SaveFolder(m_options.saveFolder),
-        [] { return esg::tools::NtpFromUnix(std::time(nullptr)); }, m_report);
-  } catch (const std::system_error& fault) {
-    throw Failure(kExitFolder, fault.what());
-  }
-  TakeName();
-  Listen();
-  std::cout << "ready " << m_options.busName << ": " << m_source.Current()->ServiceCount()
-            << " services, " << m_source.Current()->ProgramCount() << " programmes" << std::endl;
-  g_main_loop_run(m_loop);
-  if (m_busLost) {
-    throw Failure(kExitBus, "the bus closed the connection");
-  }
-}
-
-// The library waits a minute for a bus, and being second in the queue for a name is success to it,
-// so both are looked at from beside.
-void Service::TakeName() {
-  try {
-    m_bus = std::make_unique<esg::tools::Bus>();
-  } catch (const std::runtime_error& fault) {
-    throw Failure(kExitBus, std::string("no system bus: ") + fault.what());
-  }
-  const std::string& name = m_options.busName;
-  const auto throwTaken = [&](unsigned int owner) {
-    throw Failure(kExitNameTaken, "the name " + name + " is taken by process " +
-                                      std::to_string(owner) +
-                                      "; stop that or choose another one with --name");
-  };
-  if (const unsigned int owner = OwnerOf(*m_bus, name.c_str())) {
-    throwTaken(owner);
-  }
-  static EventEmitter emitter;  // its connection stays when it is destroyed
-  m_emitter = &emitter;
-  m_connection = std::make_unique<ECNativeConnection>();
-  if (!m_connection->Start(name, m_listener.get())) {
-    throw Failure(kExitNameRefused, "the bus refuses the name " + name +
-                                        "; its policy has to allow this user to own it");
-  }
-  const unsigned int owner = OwnerOf(*m_bus, name.c_str());
-  if (owner != OwnerOf(*m_bus, g_dbus_connection_get_unique_name(m_bus->Connection()))) {
-    throwTaken(owner);
-  }
-}
-
-// One that comes before the loop runs is served when it does.
-void Service::HandleHangup() {
+  // One that comes before the loop runs is served when it does.
   g_unix_signal_add(
       SIGHUP,
       [](gpointer service) -> gboolean {
+        static_cast<Service*>(service)->WatchFolder();
         static_cast<Service*>(service)->ReadAgain();
         return G_SOURCE_CONTINUE;
       },
       this);
+  WatchFolder();
+  ReadFirst();
+  TakeName();
+  m_bus->OnLost([this] {
+    m_busLost = true;
+    g_main_loop_quit(m_loop);
+  });
+  if (m_options.stdinEvents) {
+    g_autoptr(GInputStream) input = g_unix_input_stream_new(STDIN_FILENO, FALSE);
+    m_orders = g_data_input_stream_new(input);
+    ReadOrder();
+  }
+  // Before this, SIGINT and SIGTERM end the process at once, even where the bus holds it up.
+  const auto quit = [](gpointer loop) -> gboolean {
+    g_main_loop_quit(static_cast<GMainLoop*>(loop));
+    return G_SOURCE_CONTINUE;
+  };
+  g_unix_signal_add(SIGINT, quit, m_loop);
+  g_unix_signal_add(SIGTERM, quit, m_loop);
+  std::cout << "ready " << m_options.busName << ": " << Counts(m_listener.CurrentGuide())
+            << std::endl;
+  g_main_loop_run(m_loop);
+  if (m_busLost) {
+    throw Failure(kExitBus, "the bus closed the connection");
+  }
+  if (m_isReading) {
+    ::_exit(kExitDone);  // a large guide takes longer to be read than anybody waits for an end
+  }
+}
+
+// Two threads: the files of a guide are many and small, so the system's calls are what takes time.
+void Service::ReadFirst() {
+  Reading reading;
+  try {
+    reading.guide = m_source.Read(std::min(std::thread::hardware_concurrency(), 2U));
+  } catch (const std::exception& fault) {
+    reading.fault = fault.what();
+  }
+  Take(std::move(reading));
+}
+
+void Service::ReadAgain() {
+  if (std::exchange(m_isReading, true)) {
+    m_readAfter = true;
+    return;
+  }
+  m_reading = std::async(std::launch::async, [this] {
+    Reading reading;
+    try {
+      reading.guide = m_source.Read(1);
+    } catch (const std::exception& fault) {
+      reading.fault = fault.what();
+    }
+    g_idle_add_full(
+        G_PRIORITY_DEFAULT,
+        [](gpointer service) -> gboolean {
+          auto& self = *static_cast<Service*>(service);
+          self.m_isReading = false;
+          self.Take(self.m_reading.get());
+          if (std::exchange(self.m_readAfter, false)) {
+            self.ReadAgain();
+          }
+          return G_SOURCE_REMOVE;
+        },
+        this, nullptr);
+    return reading;
+  });
+}
+
+void Service::Take(Reading reading) {
+  const bool isFirst = m_emitter == nullptr;
+  if (!reading.fault.empty()) {
+    if (reading.fault != m_fault) {
+      m_report("the guide cannot be read: " + reading.fault + "; it stays as it was" +
+               (m_generation == 0 ? ", empty," : "") + " until it can");
+      m_fault = reading.fault;
+    }
+    if (m_timer == 0) {
+      ReadAgainAfter(kRetryMilliseconds);
+    }
+    return;
+  }
+  if (!m_fault.empty()) {
+    m_fault.clear();
+    WatchFolder();  // it may be another one by the same name
+  }
+  if (reading.guide == nullptr) {
+    m_report("the guide is as it was");
+    return;
+  }
+  ++m_generation;
+  const Guide& guide = *reading.guide;
+  if (!isFirst) {
+    m_report("a new guide: " + Counts(guide));
+    m_emitter->Send({kGuideChanged,
+                     {m_generation, static_cast<int>(guide.Services().size()),
+                      static_cast<int>(guide.ProgramCount())}});
+  }
+  // A large guide takes a while to be freed.
+  m_disposal =
+      std::async(std::launch::async,
+                 [old = m_listener.SetGuide(std::move(reading.guide))]() mutable { old.reset(); });
 }
 
 // From before the first reading on, so that no change is missed.
 void Service::WatchFolder() {
-  GFile* folder = g_file_new_for_path(m_options.guideFolder.c_str());
+  g_clear_object(&m_monitor);
+  g_autoptr(GFile) folder = g_file_new_for_path(m_options.guideFolder.c_str());
   m_monitor = g_file_monitor_directory(folder, G_FILE_MONITOR_WATCH_MOVES, nullptr, nullptr);
-  g_object_unref(folder);
   if (m_monitor == nullptr) {
     m_report("changes of the guide's folder cannot be noticed; SIGHUP has it read again");
   } else {
@@ -148,62 +180,68 @@ void Service::WatchFolder() {
   }
 }
 
-// Before this, SIGINT and SIGTERM end the process at once, even where a mute bus holds it up.
-void Service::Listen() {
-  const auto quit = [](gpointer loop) -> gboolean {
-    g_main_loop_quit(static_cast<GMainLoop*>(loop));
-    return G_SOURCE_CONTINUE;
-  };
-  g_unix_signal_add(SIGINT, quit, m_loop);
-  g_unix_signal_add(SIGTERM, quit, m_loop);
-  m_bus->OnLost([this] {
-    m_busLost = true;
-    g_main_loop_quit(m_loop);
-  });
-  if (m_options.stdinEvents) {
-    GInputStream* input = g_unix_input_stream_new(STDIN_FILENO, FALSE);
-    m_orders = g_data_input_stream_new(input);
-    g_object_unref(input);
-    ReadOrder();
-  }
-}
-
 void Service::FolderChanged() {
-  const gint64 now = g_get_monotonic_time() / 1000;
-  if (m_pendingRead == 0) {
+  const std::int64_t now = g_get_monotonic_time() / 1000;
+  if (m_timer == 0) {
     m_changedSince = now;
-  } else if (now - m_changedSince > kLongestQuietMilliseconds) {
+  } else if (now - m_changedSince > kMaxQuietMilliseconds) {
     return;
   } else {
-    g_source_remove(m_pendingRead);
+    g_source_remove(m_timer);
   }
-  m_pendingRead = g_timeout_add(
-      kQuietMilliseconds,
+  ReadAgainAfter(kQuietMilliseconds);
+}
+
+void Service::ReadAgainAfter(unsigned int milliseconds) {
+  m_timer = g_timeout_add(
+      milliseconds,
       [](gpointer service) -> gboolean {
-        static_cast<Service*>(service)->m_pendingRead = 0;
+        static_cast<Service*>(service)->m_timer = 0;
         static_cast<Service*>(service)->ReadAgain();
         return G_SOURCE_REMOVE;
       },
       this);
 }
 
-void Service::ReadAgain() {
-  try {
-    if (!m_source.Read()) {
-      m_report("the guide is as it was");
-      return;
-    }
-  } catch (const std::exception& fault) {
-    m_report(std::string("the guide stays as it was: ") + fault.what());
-    return;
+/// The process that owns a name; 0 when none does.
+unsigned int Service::OwnerOf(const char* name) const {
+  g_autoptr(GVariant) reply =
+      m_bus->Call("GetConnectionUnixProcessID", g_variant_new("(s)", name), "(u)");
+  guint32 owner = 0;
+  if (reply != nullptr) {
+    g_variant_get(reply, "(u)", &owner);
   }
-  const Guide& guide = *m_source.Current();
-  m_listener->SetGuide(m_source.Current());
-  m_report("a new guide: " + std::to_string(guide.ServiceCount()) + " services, " +
-           std::to_string(guide.ProgramCount()) + " programmes");
-  m_emitter->Send({kGuideChanged,
-                   {m_source.Generation(), static_cast<int>(guide.ServiceCount()),
-                    static_cast<int>(guide.ProgramCount())}});
+  return owner;
+}
+
+// The library waits a minute for a bus, and being second in the queue for a name is success to it,
+// so a connection of our own looks at both.
+void Service::TakeName() {
+  try {
+    m_bus = std::make_unique<tools::Bus>();
+  } catch (const std::runtime_error& fault) {
+    throw Failure(kExitBus, std::string("no system bus: ") + fault.what());
+  }
+  const char* name = m_options.busName.c_str();
+  const auto throwTaken = [&](unsigned int owner) {
+    throw Failure(kExitNameTaken, "the name " + m_options.busName + " is taken by process " +
+                                      std::to_string(owner) +
+                                      "; stop that or choose another name with --name");
+  };
+  if (const unsigned int owner = OwnerOf(name)) {
+    throwTaken(owner);
+  }
+  static EventEmitter emitter;  // its connection stays when it is destroyed
+  m_emitter = &emitter;
+  m_connection = std::make_unique<ECNativeConnection>();
+  if (!m_connection->Start(name, &m_listener)) {
+    throw Failure(kExitNameRefused, "the bus refuses the name " + m_options.busName +
+                                        "; its policy has to allow this user to own it");
+  }
+  const unsigned int owner = OwnerOf(name);
+  if (owner != OwnerOf(g_dbus_connection_get_unique_name(m_bus->Connection()))) {
+    throwTaken(owner);
+  }
 }
 
 void Service::ReadOrder() {
@@ -216,18 +254,16 @@ void Service::ReadOrder() {
 }
 
 void Service::OrderRead(GAsyncResult* result) {
-  char* text = g_data_input_stream_read_line_finish(m_orders, result, nullptr, nullptr);
-  if (text == nullptr) {
+  g_autofree char* line = g_data_input_stream_read_line_finish(m_orders, result, nullptr, nullptr);
+  if (line == nullptr) {
     return;
   }
-  const std::string line = text;
-  g_free(text);
   if (const auto order = ParseEventOrder(line)) {
     m_emitter->Send(*order);
   } else {
-    m_report("an event is NUMBER or NUMBER P1 P2 P3, not: " + line);
+    m_report(std::string("an event is NUMBER or NUMBER P1 P2 P3, not: ") + line);
   }
   ReadOrder();
 }
 
-}  // namespace guide
+}  // namespace esg::guide

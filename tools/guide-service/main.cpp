@@ -3,67 +3,89 @@
 #include <cstdio>
 #include <iostream>
 #include <string>
-#include <system_error>
+#include <thread>
 
+#include "Check.h"
 #include "Service.h"
 #include "common/Failure.h"
 #include "common/Text.h"
 
 namespace {
 
-using guide::ServiceOptions;
+using esg::guide::ServiceOptions;
 
-/// One line each: ids and file names may hold anything.
-void Report(const std::string& line) {
-  esg::tools::Report("esg-guide-service", esg::tools::Printable(line));
-}
+constexpr const char* kProgram = "esg-guide-service";
 
-void Check(const ServiceOptions& options) {
-  guide::GuideSource source(options.guideFolder, options.today, Report);
-  source.Read();
-  const guide::Guide& guide = *source.Current();
-  for (const auto& [service, programs] : guide.Summary()) {
-    std::cout << esg::tools::Printable(service) << ": " << programs << " programmes\n";
-  }
-  std::cout << guide.ServiceCount() << " services, " << guide.ProgramCount() << " programmes\n";
-  if (!std::cout.flush()) {
-    throw esg::tools::Failure(guide::kExitFailed, "the output cannot be written");
-  }
-}
+struct Options : ServiceOptions {
+  bool check = false;
+  bool strict = false;
+  bool aliases = false;
+};
 
-int Run(const ServiceOptions& options, bool checkOnly) {
+/// Ids and file names may hold line breaks.
+void Report(const std::string& line) { esg::tools::Report(kProgram, esg::tools::Printable(line)); }
+
+int Check(const Options& options) {
+  const esg::guide::Folder folder(options.guideFolder);
+  esg::guide::Source source(folder, options.today, Report);
+  source.ReportAll();
+  std::shared_ptr<const esg::guide::Guide> guide;
   try {
-    if (checkOnly) {
-      Check(options);
-    } else {
-      guide::Service(options, Report).Run();
+    guide = source.Read(std::thread::hardware_concurrency());
+  } catch (const std::system_error& fault) {
+    throw esg::tools::Failure(esg::guide::kExitFolder, fault.what());
+  }
+  if (options.aliases) {
+    PrintAliases(std::cout, *guide);
+  } else {
+    PrintGuide(std::cout, *guide);
+  }
+  if (!std::cout.flush()) {
+    throw esg::tools::Failure(esg::guide::kExitFailed, "the output cannot be written");
+  }
+  return options.strict && source.FaultCount() != 0 ? esg::guide::kExitFaults
+                                                    : esg::guide::kExitDone;
+}
+
+int Run(const Options& options) {
+  try {
+    if (options.check || options.aliases) {
+      return Check(options);
     }
-    return guide::kExitDone;
+    esg::guide::Service(options, Report).Run();
+    return esg::guide::kExitDone;
   } catch (const esg::tools::Failure& fault) {
     Report(fault.what());
     return fault.Status();
-  } catch (const std::system_error& fault) {
-    Report(fault.what());
-    return guide::kExitFolder;
   }
 }
 
 int Main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
-  ServiceOptions options;
-  bool checkOnly = false;
+  Options options;
   CLI::App app(
-      "Answers the guide's queries on the system bus from a folder of ATSC A/332 fragments, and "
-      "emits an event when the folder changes or on SIGHUP.",
-      "esg-guide-service");
-  app.set_version_flag("--version", "esg-guide-service " GUIDE_SERVICE_VERSION);
-  app.add_option("--guide", options.guideFolder, "the folder of fragment files (*.xml)")
+      "Answers the guide's queries on the system bus from a folder of ATSC A/332 fragments and "
+      "delivery units, and emits an event when the guide changes.",
+      kProgram);
+  app.set_version_flag("--version", std::string(kProgram) + " " GUIDE_SERVICE_VERSION);
+  app.add_option("--guide", options.guideFolder,
+                 "the folder of fragments (*.xml), delivery units and their descriptors")
       ->required()
       ->type_name("DIR");
-  app.add_flag("--today", options.today, "move the guide by whole days so that it begins today");
+  app.add_flag("--today", options.today, "move the guide by whole days so that it starts today");
   app.add_option("--save-dir", options.saveFolder,
                  "where clients may have fragments saved; without it, nowhere")
       ->type_name("DIR");
+  app.add_option("--save-quota", options.saveLimits.quota,
+                 "the most that the files saved may take up, in MiB")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 1 << 20))
+      ->type_name("MIB");
+  app.add_option("--save-free", options.saveLimits.free,
+                 "the least that saves leave free on the disk, in MiB")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 1 << 20))
+      ->type_name("MIB");
   app.add_option("--name", options.busName, "the bus name to own")
       ->capture_default_str()
       ->type_name("BUSNAME")
@@ -75,16 +97,22 @@ int Main(int argc, char** argv) {
       });
   app.add_flag("--stdin-events", options.stdinEvents,
                "emit the events written on standard input, a line each: NUMBER [P1 P2 P3]");
-  app.add_flag("--check", checkOnly, "read the folder, print what is in it, and exit");
+  app.add_flag("--check", options.check,
+               "print the services, the fragments and what is wrong with them, and exit");
+  app.add_flag("--aliases", options.aliases,
+               "print the list of services for esg-client/services, and exit");
+  app.add_flag("--strict", options.strict,
+               "with --check or --aliases: exit with 65 if anything is wrong with the guide");
   app.footer(
-      "Exit status: 0 done, 2 wrong usage, 3 a folder cannot be read, 4 the name is taken,\n"
-      "5 the name is refused, 8 no bus, 1 anything else.");
+      "Exit status: 0 ended by SIGINT or SIGTERM, 64 wrong usage, 65 faults in the guide\n"
+      "(--strict), 66 the folder cannot be read (--check, --aliases), 69 no system bus,\n"
+      "75 the name is taken, 77 the name is refused, 70 anything else.");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& fault) {
-    return app.exit(fault) == 0 ? guide::kExitDone : guide::kExitUsage;
+    return app.exit(fault) == 0 ? esg::guide::kExitDone : esg::guide::kExitUsage;
   }
-  return Run(options, checkOnly);
+  return Run(options);
 }
 
 }  // namespace
@@ -93,7 +121,7 @@ int main(int argc, char** argv) {
   try {
     return Main(argc, argv);
   } catch (const std::exception& fault) {
-    std::fprintf(stderr, "esg-guide-service: %s\n", fault.what());
-    return guide::kExitFailed;
+    std::fprintf(stderr, "%s: %s\n", kProgram, fault.what());
+    return esg::guide::kExitFailed;
   }
 }

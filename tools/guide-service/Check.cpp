@@ -1,0 +1,132 @@
+#include "Check.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/Text.h"
+#include "common/Time.h"
+
+namespace esg::guide {
+namespace {
+
+using tools::Printable;
+
+struct Named {
+  std::string channel = "-";
+  std::string alias = "-";
+  std::string id;
+  std::string name;
+  const Guide::Service* service = nullptr;
+};
+
+/// The ASCII letters and digits of the first word, or of all words with hyphens in between.
+std::string AliasOf(const std::string& name, bool all) {
+  g_autofree char* ascii = g_str_to_ascii(name.c_str(), "C");
+  std::string alias;
+  bool isLetter = false;
+  for (const char* c = ascii; *c != '\0'; ++c) {
+    if (g_ascii_isalnum(*c) != FALSE) {
+      alias += g_ascii_tolower(*c);
+      isLetter = isLetter || g_ascii_isalpha(*c) != FALSE;
+    } else if (!alias.empty() && !all) {
+      break;
+    } else if (!alias.empty() && alias.back() != '-') {
+      alias += '-';
+    }
+  }
+  if (!alias.empty() && alias.back() == '-') {
+    alias.pop_back();
+  }
+  return isLetter ? alias : "-";  // digits are for channel numbers
+}
+
+std::pair<double, std::string> InOrderOfChannels(const Named& service) {
+  const std::size_t point = std::min(service.channel.find('.'), service.channel.size() - 1);
+  const double major = g_ascii_strtod(service.channel.c_str(), nullptr);
+  const double minor = g_ascii_strtod(service.channel.c_str() + point + 1, nullptr);
+  return {service.channel == "-" ? 1e18 : major * 1e6 + minor, service.id};
+}
+
+/// The services in the order of their channels. An alias stands for one service only.
+std::vector<Named> NamedServices(const Guide& guide) {
+  std::vector<Named> services;
+  for (const auto& [id, service] : guide.Services()) {
+    Named named{"-", "-", id, {}, &service};
+    if (service.description != nullptr) {
+      const auto& body = std::get<ServiceFragment>(service.description->fragment->body);
+      named.channel = body.channel.empty() ? "-" : body.channel;
+      named.name = body.name;
+    }
+    services.push_back(std::move(named));
+  }
+  std::sort(services.begin(), services.end(), [](const Named& a, const Named& b) {
+    return InOrderOfChannels(a) < InOrderOfChannels(b);
+  });
+  for (const bool all : {false, true}) {
+    std::map<std::string, std::vector<Named*>> owners;
+    for (Named& service : services) {
+      if (service.alias == "-") {
+        owners[AliasOf(service.name, all)].push_back(&service);
+      } else {
+        owners[service.alias].push_back(&service);
+      }
+    }
+    for (const auto& [alias, named] : owners) {
+      for (Named* service : named) {
+        service->alias = named.size() == 1 ? alias : "-";
+      }
+    }
+  }
+  return services;
+}
+
+std::string LocalTime(std::uint32_t ntp) {
+  const tools::Seconds now = g_get_real_time() / G_USEC_PER_SEC;
+  g_autoptr(GDateTime) time = g_date_time_new_from_unix_local(tools::UnixFromNtp(ntp, now));
+  g_autofree char* text = g_date_time_format(time, "%Y-%m-%d %H:%M");
+  return text;
+}
+
+std::string Describe(const Guide::Service& service) {
+  if (service.programs.empty()) {
+    return "no programmes";
+  }
+  const Program& last = service.programs.back();
+  return std::to_string(service.programs.size()) + " programmes, " +
+         LocalTime(service.programs.front().time.start) + " to " +
+         LocalTime(last.time.start + last.time.duration);
+}
+
+}  // namespace
+
+void PrintGuide(std::ostream& out, const Guide& guide) {
+  for (const Named& service : NamedServices(guide)) {
+    out << "service " << Printable(service.channel) << ' ' << service.alias << ' '
+        << Printable(service.id) << ' ' << Printable(service.name) << ": "
+        << Describe(*service.service) << '\n';
+  }
+  for (const Kept& kept : guide.Fragments()) {
+    out << "fragment " << Printable(kept.file->name) << ": " << KindOf(*kept.fragment) << ' '
+        << Printable(kept.fragment->id) << " version " << kept.fragment->version << ", "
+        << kept.fragment->size << " bytes\n";
+  }
+  out << guide.Services().size() << " services, " << guide.ProgramCount() << " programmes, "
+      << guide.Fragments().size() << " fragments\n";
+}
+
+void PrintAliases(std::ostream& out, const Guide& guide) {
+  out << "# NUMBER ALIAS ID NAME, written by esg-guide-service --aliases\n";
+  for (const Named& service : NamedServices(guide)) {
+    const bool fits = service.id.find_first_of(" \t\r\n") == std::string::npos;
+    // An id with blanks cannot be listed.
+    out << (fits ? "" : "# ") << Printable(service.channel) << ' ' << service.alias << ' '
+        << Printable(service.id) << ' ' << Printable(service.name) << '\n';
+  }
+}
+
+}  // namespace esg::guide

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <fstream>
 #include <pugixml.hpp>
 #include <sstream>
 
@@ -145,6 +146,25 @@ TEST_F(EsgctlNoBus, WrongUsageAndNoBusAtAll) {
                   R"({"alias":"other","id":"id-2"}])"));
   EXPECT_THAT(RunProgram("nwo").errors, HasSubstr("Did you mean now?"));
   EXPECT_EQ(RunProgram("complete -- xml content ").status, 0);
+}
+
+TEST_F(EsgctlNoBus, HelpCompletionAndManualAgree) {
+  std::ifstream file(ESGCTL_MANUAL);
+  const std::string manual{std::istreambuf_iterator<char>(file), {}};
+  const std::string common = RunProgram("--help").output;
+  const std::vector<std::string> commands = Words(RunProgram("complete -- ''").output);
+  EXPECT_GT(commands.size(), 10U);
+  for (const std::string& command : commands) {
+    const std::string help = RunProgram(command + " --help").output;
+    EXPECT_THAT(common, HasSubstr("\n  " + command + ' '));
+    const std::string usage = "Usage: esgctl ";
+    const std::size_t at = help.find(usage) + usage.size();
+    EXPECT_THAT(manual, HasSubstr("### `" + help.substr(at, help.find('\n', at) - at) + "`\n"));
+    for (const std::string& option : Words(RunProgram("complete -- " + command + " --").output)) {
+      EXPECT_THAT(help + common, HasSubstr(option)) << command;
+      EXPECT_THAT(manual, HasSubstr(option)) << command;
+    }
+  }
 }
 
 TEST_F(EsgctlNoBus, TheBusStartsTheService) {

@@ -24,7 +24,7 @@ const std::vector<Parameter>& Parameters() {
       {"WORD", nullptr, nullptr, nullptr, &Request::words,
        "What to look for; all words must occur"},
       {"KIND", nullptr, "schedule service content", nullptr, &Request::kind,
-       "Which kind of fragment"},
+       "Which kind of fragment: schedule, service or content"},
       {"FORMAT", nullptr, "xmltv html", nullptr, &Request::format,
        "xmltv for other programs, html for a browser"},
       {"PATH", nullptr, nullptr, nullptr, &Request::path,
@@ -55,9 +55,9 @@ const std::vector<Parameter>& Parameters() {
       {"--count", "N", nullptr, nullptr, &Request::count, "End after N events"},
 
       {"--epoch", "EPOCH", "ntp unix", nullptr, &Request::epoch,
-       "What times of the service count from"},
+       "What times of the service count from: ntp or unix"},
       {"--color", "WHEN", "auto always never", nullptr, &OutputOptions::colour,
-       "When to use colours"},
+       "When to use colours: auto, always or never"},
       {"--width", "COLUMNS", nullptr, nullptr, &OutputOptions::width,
        "Columns to draw in, from 20 to 10000; otherwise those of the terminal"},
       {"--verbose", nullptr, nullptr, nullptr, &Request::verbose,
@@ -102,7 +102,7 @@ const Parameter& FindParameter(const std::string& name) {
 }
 
 std::string Synopsis(const Command& command) {
-  std::string text = std::string("esgctl ") + command.name + ' ' + command.arguments;
+  std::string text = std::string(command.name) + ' ' + command.arguments;
   for (const std::string& option : Words(command.options)) {
     const Parameter& parameter = FindParameter(option);
     text +=

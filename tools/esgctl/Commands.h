@@ -98,7 +98,7 @@ extern const char* const kCommonOptions;
 /// The argument or option of this name.
 const Parameter& FindParameter(const std::string& name);
 
-/// "esgctl list [SERVICE]... [--from TIME] ...".
+/// "list [SERVICE]... [--from TIME] ...".
 std::string Synopsis(const Command& command);
 
 /// What may stand in place of the last of these words, the arguments of esgctl so far.

@@ -29,6 +29,26 @@ std::string Footer() {
          "unreadable answer, 1 anything else.";
 }
 
+/// Help in which the usage is the synopsis of the manual.
+class Formatter : public CLI::Formatter {
+ public:
+  explicit Formatter(std::string synopsis) : m_synopsis(std::move(synopsis)) {
+    label("Positionals", "Arguments");
+    label("Subcommands", "Commands");
+    column_width(26);
+  }
+  std::string make_usage(const CLI::App*, std::string) const override {
+    return "\nUsage: esgctl " + m_synopsis + '\n';
+  }
+  std::string make_option_opts(const CLI::Option* option) const override {
+    const std::string type = option->get_type_name();
+    return option->get_positional() || type.empty() ? "" : ' ' + type.substr(0, type.find(':'));
+  }
+
+ private:
+  std::string m_synopsis;
+};
+
 template <typename Member>
 auto& Field(Request& request, Member Request::*member) {
   return request.*member;
@@ -148,7 +168,8 @@ int Main(int argc, char** argv) {
   CLI::App app("Looks into the broadcast guide through the guide service.", "esgctl");
   app.require_subcommand(1);
   app.fallthrough();
-  app.footer("The options of esgctl itself may stand here too; see esgctl --help.");
+  app.footer("The options of esgctl itself work here too; see esgctl --help.");
+  app.formatter(std::make_shared<Formatter>("[OPTION]... COMMAND ..."));
   app.set_version_flag("--version", "esgctl " ESGCTL_VERSION);
   AddOptions(app, esgctl::kCommonOptions, request);
   app.get_option("--width")->check(CLI::Range(20, 10000));
@@ -156,6 +177,7 @@ int Main(int argc, char** argv) {
   const Command* chosen = nullptr;
   for (const Command& command : esgctl::kCommands) {
     CLI::App& sub = *app.add_subcommand(command.name, command.summary);
+    sub.formatter(std::make_shared<Formatter>(esgctl::Synopsis(command)));
     AddArguments(sub, command.arguments, request);
     AddOptions(sub, command.options, request);
     sub.callback([&] { chosen = &command; });

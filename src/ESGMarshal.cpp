@@ -115,6 +115,9 @@ bool JsonToESGProgramMap(Json::Value& source, std::map<unsigned int, FCESGProgra
   return true;
 }
 
-bool ParseToJson(std::string& text, Json::Value& result) { return json::Parse(text, result); }
+bool ParseToJson(std::string& text, Json::Value& result) {
+  const auto reader = json::NewReader();
+  return reader != nullptr && json::Parse(*reader, text, result);
+}
 
 }  // namespace ESGMarshal

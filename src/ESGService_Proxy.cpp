@@ -129,8 +129,12 @@ bool RemoteCallWithJsonArguments(std::string& replyText, Json::Value& reply) {
 }
 
 bool ParseReturnValue(const std::string& replyText, failure::Note& note) {
+  const auto reader = json::NewReader();
+  if (reader == nullptr) {
+    return false;
+  }
   Json::Value reply;
-  if (!json::Parse(replyText, reply)) {
+  if (!json::Parse(*reader, replyText, reply)) {
     ESG_LOGE("Fail to parse json return value\n");
     return false;
   }

@@ -18,12 +18,14 @@ inline std::string ToText(const Json::Value& value) {
   return Json::writeString(*factory, value);
 }
 
-inline bool Parse(const std::string& text, Json::Value& result) {
+inline std::unique_ptr<Json::CharReader> NewReader() {
   static const auto* const factory = new Json::CharReaderBuilder();
-  const std::unique_ptr<Json::CharReader> reader(factory->newCharReader());
+  return std::unique_ptr<Json::CharReader>(factory->newCharReader());
+}
+
+inline bool Parse(Json::CharReader& reader, const std::string& text, Json::Value& result) {
   std::string errors;
-  return reader != nullptr &&
-         reader->parse(text.data(), text.data() + text.size(), &result, &errors);
+  return reader.parse(text.data(), text.data() + text.size(), &result, &errors);
 }
 
 }  // namespace json

@@ -120,12 +120,17 @@ int Call(const std::string& destination, const char* method, Channel::Outcome ou
 }
 
 /// `change` is the bus's own method for it.
-void ChangeMatchRule(const ChannelPtr& channel, const char* change, const char* rule,
-                     DBusError* error) {
+void ChangeMatchRule(ECIPCConnection& connection, DBusConnection* const& field, const char* change,
+                     int event, DBusError* error) {
+  const ChannelPtr channel = Channel::Of(field);
+  ESG_ASSERT(channel != nullptr, "m_pConnection_gmainloop", kSource);
   if (channel->IsForeign()) {
     dbus_set_error_const(error, DBUS_ERROR_DISCONNECTED, internal::kForeign);
     return;
   }
+  char text[kMatchRuleSize];
+  connection.m_CreateMatchRule(Event, event, text);
+  const char* const rule = text;
   MessagePtr request(
       dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, change));
   if (request != nullptr && dbus_message_append_args(request.get(), DBUS_TYPE_STRING, &rule,
@@ -290,12 +295,8 @@ void ECIPCConnection::m_CreateMatchRule(eECIPCMessageType type, int event, char*
 }
 
 bool ECIPCConnection::AddMatchRule(int event) {
-  const ChannelPtr channel = Channel::Of(m_pConnection_gmainloop);
-  ESG_ASSERT(channel != nullptr, "m_pConnection_gmainloop", kSource);
-  char rule[kMatchRuleSize];
-  m_CreateMatchRule(Event, event, rule);
   internal::Error error;
-  ChangeMatchRule(channel, "AddMatch", rule, &error);
+  ChangeMatchRule(*this, m_pConnection_gmainloop, "AddMatch", event, &error);
   if (error.IsSet()) {
     ESG_LOGE("Error while adding match rule: %s\n\n", error.message);
     CallFailure& failure = internal::LastCallFailure();
@@ -306,12 +307,8 @@ bool ECIPCConnection::AddMatchRule(int event) {
 }
 
 bool ECIPCConnection::RemoveMatchRule(int event) {
-  const ChannelPtr channel = Channel::Of(m_pConnection_gmainloop);
-  ESG_ASSERT(channel != nullptr, "m_pConnection_gmainloop", kSource);
-  char rule[kMatchRuleSize];
-  m_CreateMatchRule(Event, event, rule);
   internal::Error error;
-  ChangeMatchRule(channel, "RemoveMatch", rule, &error);
+  ChangeMatchRule(*this, m_pConnection_gmainloop, "RemoveMatch", event, &error);
   if (error.IsSet()) {
     ESG_LOGE("Error while adding match rule: %s\n\n", error.message);
   }

@@ -14,22 +14,24 @@ esg_quietly() {
   said=$("$@" 2>&1) || { printf '%s\n' "$said" >&2; return 1; }
 }
 
-# The packages of the list that are not installed, one a line.
+# The packages of the list's groups that are not installed, one a line.
 esg_missing_packages() {
-  local list='{ sub(/#.*/, ""); if ($1 != "") print $1 }'
   comm -23 \
-    <(awk "$list" "$ESG_ROOT/scripts/packages.txt" | sort -u) \
+    <(awk -v groups=" $* " '
+        /^# [a-z]+: / { group = " " substr($2, 1, length($2) - 1) " " }
+        { sub(/#.*/, "") }
+        $1 != "" && index(groups, group) { print $1 }' "$ESG_ROOT/scripts/packages.txt" | sort -u) \
     <(dpkg-query -W -f '${Package} ${db:Status-Status}\n' | awk '$2 == "installed" { print $1 }' | sort -u)
 }
 
-# Installs what is missing from the list; says nothing when nothing is.
+# Installs what is missing of some groups of the list; says nothing when nothing is.
 esg_install_packages() {
   if ! command -v apt-get dpkg-query >/dev/null; then
     printf 'No Debian packages here; scripts/packages.txt says what is needed.\n' >&2
     return
   fi
   local missing as_root=()
-  mapfile -t missing < <(esg_missing_packages)
+  mapfile -t missing < <(esg_missing_packages "$@")
   ((${#missing[@]})) || return 0
   printf 'Installing %s\n' "${missing[*]}" >&2
   if ((EUID != 0)); then
@@ -96,4 +98,39 @@ CONFIG
   esg_start sh -c 'exec dbus-daemon "$@" 2>/dev/null' sh \
     --config-file="$ESG_STATE/bus.conf" --nofork --nopidfile --nosyslog --print-address=1
   export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$ESG_STATE/bus
+}
+
+# Makes a Debian root: esg_make_root FOLDER RELEASE ARCH [OPTION...], with options for debootstrap.
+esg_make_root() {
+  local root=$1 release=$2 arch=$3 mirror
+  shift 3
+  # From where this machine takes its own packages, whichever release that is.
+  mirror=$(apt-get indextargets --format '$(REPO_URI)' \
+    'Created-By: Packages' 'Origin: Debian' 'Label: Debian' 'Component: main' | head -n 1)
+  [[ -n $mirror ]] || esg_fail 'apt has no Debian archive to take a root from'
+  printf 'Making a root of %s for %s\n' "$release" "$arch" >&2
+  # The log of a failure lies inside.
+  esg_quietly debootstrap --variant=minbase --arch="$arch" "$@" "$release" "$root" "$mirror" ||
+    { tail -n 20 "$root/debootstrap/debootstrap.log" >&2 || true; esg_fail 'debootstrap failed'; }
+  apt-config dump | grep -E '^Acquire::(Check|Retries|http|https)' >"$root/etc/apt/apt.conf.d/90machine" || true
+  # So that nothing of the system is started by an installation.
+  printf '#!/bin/sh\nexit 101\n' >"$root/usr/sbin/policy-rc.d"
+  chmod +x "$root/usr/sbin/policy-rc.d"
+}
+
+# A command in a root, in namespaces of its own, so that nothing stays mounted or running.
+esg_inside() {
+  unshare --mount --pid --fork --kill-child --mount-proc="$1/proc" bash -c '
+    set -e
+    mount --rbind /dev "$0/dev"
+    mount -t tmpfs tmpfs "$0/tmp"
+    exec chroot "$0" /usr/bin/env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LANG=C.UTF-8 \
+      DEBIAN_FRONTEND=noninteractive "$@"
+  ' "$@"
+}
+
+# Puts a copy of the project, without what was built, into a root at /src.
+esg_copy_project() {
+  mkdir -p "$1/src"
+  tar -C "$ESG_ROOT" --exclude=./build --exclude=./.git -cf - . | tar -C "$1/src" -xf -
 }

@@ -34,10 +34,13 @@ constexpr User kGuide{"the service's user", 1, 65534};
 constexpr User kPoster{"a member of the group", 65534, 1};
 constexpr User kNobody{"nobody", 65534, 65534};
 
-/// The policies of the system bus as shipped, followed by ours.
+/// The policies of the system bus as shipped, followed by ours for the protocol and for the
+/// service.
 std::string Policies() {
   std::string policies;
-  for (const char* path : {"/usr/share/dbus-1/system.conf", POLICY_FILE}) {
+  for (const char* path :
+       {"/usr/share/dbus-1/system.conf", POLICY_FOLDER "/com.velmora.ESGCallListener.conf",
+        POLICY_FOLDER "/esg-guide-service.conf"}) {
     std::ostringstream text;
     text << std::ifstream(path).rdbuf();
     const std::size_t begin = text.str().find("<policy");

@@ -1,0 +1,4 @@
+# For Debian's armhf.
+set(ESG_TRIPLET arm-linux-gnueabihf)
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)

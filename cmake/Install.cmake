@@ -33,6 +33,7 @@ install(FILES
 # Both folders relative to the one of the .pc file.
 set(ESG_PC_DIR "/${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 file(RELATIVE_PATH ESG_PC_PREFIX "${ESG_PC_DIR}" "/")
+string(REGEX REPLACE "/$" "" ESG_PC_PREFIX "${ESG_PC_PREFIX}")
 configure_file(cmake/esg-client.pc.in esg-client.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/esg-client.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT libesg-client-dev)

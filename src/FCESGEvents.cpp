@@ -97,7 +97,7 @@ class Subscriptions {
       m_proxy = proxy;
     }
     esg::internal::CallFailure& failed = esg::internal::LastCallFailure();
-    failed = {};
+    failed = esg::internal::CallFailure{};
     if (m_proxy->SubscribeSignal(event) != 0) {
       failure::Last() = {failure::ReasonOf(failed), failed};
       return false;

@@ -27,7 +27,7 @@ inline constexpr char kNull[] = "an argument is null";
 
 inline void Note(ESGFailureReason reason, const char* name, const char* text) {
   failure::Note& note = failure::Last();
-  note = {reason, {}};
+  note = failure::Note{reason, {}};
   std::snprintf(note.call.name, sizeof note.call.name, "%s", name);
   std::snprintf(note.call.text, sizeof note.call.text, "%s", text);
 }

@@ -164,11 +164,19 @@ TEST(EsgctlServicesNoBus, NamesOfServices) {
   EXPECT_EQ(services.All().size(), 4U);
   EXPECT_THAT(services.Complaints(), ElementsAre(HasSubstr("line 7"), HasSubstr("line 8"),
                                                  HasSubstr("line 9: not UTF-8")));
-  const char* const cases[][2] = {
-      {"33.1", "tag:n=1"}, {"NEWS", "tag:n=1"}, {"news one", "tag:n=1"},
-      {"newsr", "id-2"},   {"KUCHE", "id-3"},   {"Keller", "id-3"},
-      {"id-4", "id-4"},    {"4", "id-4"},       {"5", "5"},
-      {"=news", "news"},   {"=id-2", "id-2"},   {"tag:other", "tag:other"}};
+  const char* const cases[][2] = {{"33.1", "tag:n=1"},
+                                  {"NEWS", "tag:n=1"},
+                                  {"news one", "tag:n=1"},
+                                  {"newsr", "id-2"},
+                                  {"KUCHE", "id-3"},
+                                  {"n=1", "tag:n=1"},
+                                  {"Keller", "id-3"},
+                                  {"id-4", "id-4"},
+                                  {"4", "id-4"},
+                                  {"5", "5"},
+                                  {"=news", "news"},
+                                  {"=id-2", "id-2"},
+                                  {"tag:other", "tag:other"}};
   for (const auto& [text, id] : cases) {
     EXPECT_EQ(services.Resolve(text).id, id) << text;
   }

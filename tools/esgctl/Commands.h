@@ -58,8 +58,6 @@ class Session {
   std::vector<Service> ChosenServices();
   /// The same, with what the guide service knows of them.
   std::vector<Service> ChosenServices(Guide& guide);
-  /// The one that it names.
-  Service ChosenService() { return ChosenServices().front(); }
 
   /// --from, --to and --for. A usage failure also where the records' clock cannot tell these times.
   TimeRange Range(Seconds usualLength, const Clock& clock) const;

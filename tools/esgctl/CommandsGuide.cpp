@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 
 #include "Commands.h"
@@ -225,9 +226,10 @@ int RunServices(Session& session) {
     Print(JsonText(list, Layout::Indented));
   } else if (!services.empty()) {
     std::vector<TableRow> rows;
-    for (const Service& service : services) {
-      rows.push_back({{service.number, service.alias, service.name, service.id}});
-    }
+    std::transform(services.begin(), services.end(), std::back_inserter(rows),
+                   [](const Service& service) -> TableRow {
+                     return {{service.number, service.alias, service.name, service.id}};
+                   });
     // An id that is cut is of no use.
     Print(RenderTable({"NUMBER", "ALIAS", "NAME", "ID"}, rows,
                       {0, TableStyle(request.output).colour}));
@@ -244,27 +246,21 @@ int RunServices(Session& session) {
 int RunXml(Session& session) {
   const Request& request = session.request;
   const Clock clock = session.MakeClock();
-  const Service service = session.ChosenService();
+  session.ChosenServices();  // wrong usage comes first
   const TimeRange range = session.Range(kDay, clock);
   const unsigned int start = clock.ToRecord(range.from);
   const auto length = static_cast<unsigned int>(range.to - range.from);
 
   Guide guide(clock);
-  const auto text =
-      guide
-          .Ask<std::string>(
-              1,
-              [&](std::size_t, ESGAsync::FragmentCallback done) {
-                if (request.kind == "service") {
-                  return ESGAsync::GetServiceFragment(service.id, request.bb, std::move(done));
-                }
-                return request.kind == "schedule"
-                           ? ESGAsync::GetScheduleFragment(service.id, start, length, request.bb,
-                                                           std::move(done))
-                           : ESGAsync::GetContentFragment(service.id, start, length, request.bb,
-                                                          std::move(done));
-              })
-          .front();
+  const Service service = session.ChosenServices(guide).front();
+  const auto timed =
+      request.kind == "schedule" ? &ESGAsync::GetScheduleFragment : &ESGAsync::GetContentFragment;
+  const auto texts = guide.Ask<std::string>(1, [&](std::size_t, ESGAsync::FragmentCallback done) {
+    return request.kind == "service"
+               ? ESGAsync::GetServiceFragment(service.id, request.bb, std::move(done))
+               : timed(service.id, start, length, request.bb, std::move(done));
+  });
+  const std::optional<std::string>& text = texts.front();
   if (!text) {
     throw Failure(kNotFound, "The guide service has no " + request.kind + " fragment of " +
                                  service.id +
@@ -286,17 +282,17 @@ int RunXml(Session& session) {
 
 int RunSave(Session& session) {
   const Request& request = session.request;
-  const std::string id = session.ChosenService().id;
+  session.ChosenServices();  // wrong usage comes first
   Guide guide(session.MakeClock());
-  const bool saved = guide.AskToSave([&](ESGAsync::SaveCallback done) {
-    if (request.kind == "service") {
-      return ESGAsync::SaveServiceFragment(request.path, id, request.bb, std::move(done));
-    }
-    return request.kind == "schedule"
-               ? ESGAsync::SaveScheduleFragment(request.path, id, request.bb, std::move(done))
-               : ESGAsync::SaveContentFragment(request.path, id, request.bb, std::move(done));
+  const std::string id = session.ChosenServices(guide).front().id;
+  const auto save = request.kind == "service"    ? &ESGAsync::SaveServiceFragment
+                    : request.kind == "schedule" ? &ESGAsync::SaveScheduleFragment
+                                                 : &ESGAsync::SaveContentFragment;
+  const auto saved = guide.Ask<bool>(1, [&](std::size_t, const auto& done) {
+    return save(request.path, id, request.bb,
+                [done](const ESGFailure& failure) { done(failure, true); });
   });
-  if (!saved) {
+  if (!saved.front()) {
     throw Failure(kOther, "The guide service did not save the fragment: it has none of " + id +
                               ", or does not write to " + request.path +
                               ".\nIts own log says which.");

@@ -294,7 +294,7 @@ int RunList(Session& session) {
 int RunShow(Session& session) {
   Request& request = session.request;
   const Clock clock = session.MakeClock();
-  Service service = session.ChosenService();
+  session.ChosenServices();  // wrong usage comes first
   std::optional<Seconds> start;
   if (request.start.empty() && !request.contentId.empty()) {
     // A single word is a time if it can be one.
@@ -309,6 +309,7 @@ int RunShow(Session& session) {
   const unsigned int time = clock.ToRecord(start.value_or(clock.Now()));
 
   Guide guide(clock);
+  const Service service = session.ChosenServices(guide).front();
   std::optional<FCESGProgramInfo> program;
   if (request.contentId.empty() && start) {
     Programs programs = guide.Lists({service.id}, {*start, *start + 1}).front();
@@ -324,8 +325,13 @@ int RunShow(Session& session) {
     program = NextShowing(guide, service.id, request.contentId, clock.Now());
   }
   if (!program) {
+    if (!request.contentId.empty()) {
+      throw Failure(kNotFound, "There is no showing of " + request.contentId + " on " +
+                                   service.Label() +
+                                   (start ? " at this time." : " within two weeks of now."));
+    }
     const Seconds from = start.value_or(clock.Now());
-    throw guide.Explain("There is no such programme", service, {from, from + 1});
+    throw guide.Explain("Nothing is on at this time", service, {from, from + 1});
   }
   if (request.raw) {
     Print(JsonText(ForScripts(*program, service, clock, true), Layout::Indented));
@@ -336,7 +342,6 @@ int RunShow(Session& session) {
   if (content.id != program->GetEventID()) {
     content = {};
   }
-  service.Complete(channel);
   if (request.json) {
     Json::Value value = ProgramToJson(*program, service, clock);
     AddFacts(value, content, channel);

@@ -203,7 +203,7 @@ std::string Page(const std::vector<Service>& services, const std::vector<Program
                  const TimeRange& range, const Clock& clock) {
   pugi::xml_document document;
   AddText(
-      document, "h1",
+      document.root(), "h1",
       FormatTime(range.from, "%A, %-d %B %Y, %H:%M") + " \u2013 " + FormatTime(range.to, "%H:%M"));
   pugi::xml_node guide = document.append_child("div");
   AddAttribute(guide, "id", "guide");

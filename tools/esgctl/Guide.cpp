@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <stdexcept>
 
 #include "Fragments.h"
@@ -37,16 +38,6 @@ std::optional<bool> IsThere(const esg::tools::Bus& bus, GError** error) {
   gboolean there = FALSE;
   g_variant_get(reply, "(b)", &there);
   return there != FALSE;
-}
-
-bool IsActivatable(const esg::tools::Bus& bus) {
-  g_autoptr(GVariant) reply = bus.Call("ListActivatableNames", nullptr, "(as)");
-  if (reply == nullptr) {
-    return false;
-  }
-  g_autofree const char** names = nullptr;
-  g_variant_get(reply, "(^a&s)", &names);
-  return g_strv_contains(names, kESGServiceName) != FALSE;
 }
 
 /// A programme of this service as a reference to send back. Services may leave their own id out of
@@ -126,14 +117,13 @@ void Guide::RequireService() const {
   if (*there) {
     return;
   }
-  if (!IsActivatable(m_bus)) {
-    throw NoService(std::string("nobody owns ") + kESGServiceName + " on the bus.");
-  }
   g_autoptr(GVariant) started =
       m_bus.Call("StartServiceByName", g_variant_new("(su)", kESGServiceName, 0U), "(u)", &error,
                  kStartMilliseconds);
   if (started == nullptr) {
-    throw NoService(std::string("the bus cannot start it: ") + error->message);
+    throw NoService(g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) != FALSE
+                        ? std::string("nobody owns ") + kESGServiceName + " on the bus."
+                        : std::string("the bus cannot start it: ") + error->message);
   }
 }
 
@@ -260,9 +250,8 @@ bool Guide::Complete(std::vector<Service>& services) {
     }
   }
   std::vector<std::string> ids;
-  for (const Service* const service : incomplete) {
-    ids.push_back(service->id);
-  }
+  std::transform(incomplete.begin(), incomplete.end(), std::back_inserter(ids),
+                 [](const Service* service) { return service->id; });
   const std::vector<std::string> fragments = ServiceFragments(ids);
   for (std::size_t i = 0; i < incomplete.size(); ++i) {
     incomplete[i]->Complete(ParseFacts(fragments[i]));
@@ -270,32 +259,28 @@ bool Guide::Complete(std::vector<Service>& services) {
   return !incomplete.empty();
 }
 
-std::vector<std::string> Guide::ServiceFragments(const std::vector<std::string>& services) {
+template <typename Question>
+std::vector<std::string> Guide::Fragments(std::size_t count, Question question) {
   std::vector<std::string> texts;
-  for (auto& text : Ask<std::string>(
-           services.size(),
-           [&](std::size_t i, ESGAsync::FragmentCallback done) {
-             return ESGAsync::GetServiceFragment(services[i], false, std::move(done));
-           },
-           Need::Welcome)) {
+  texts.reserve(count);
+  for (auto& text : Ask<std::string>(count, question, Need::Welcome)) {
     texts.push_back(std::move(text).value_or(""));
   }
   return texts;
 }
 
+std::vector<std::string> Guide::ServiceFragments(const std::vector<std::string>& services) {
+  return Fragments(services.size(), [&](std::size_t i, ESGAsync::FragmentCallback done) {
+    return ESGAsync::GetServiceFragment(services[i], false, std::move(done));
+  });
+}
+
 std::vector<std::string> Guide::ContentFragments(const std::vector<Showing>& showings) {
-  std::vector<std::string> texts;
-  for (auto& text : Ask<std::string>(
-           showings.size(),
-           [&](std::size_t i, ESGAsync::FragmentCallback done) {
-             const auto& [service, program] = showings[i];
-             return ESGAsync::GetContentFragment(service, program.GetStartTime(),
-                                                 program.Duration(), false, std::move(done));
-           },
-           Need::Welcome)) {
-    texts.push_back(std::move(text).value_or(""));
-  }
-  return texts;
+  return Fragments(showings.size(), [&](std::size_t i, ESGAsync::FragmentCallback done) {
+    const auto& [service, program] = showings[i];
+    return ESGAsync::GetContentFragment(service, program.GetStartTime(), program.Duration(), false,
+                                        std::move(done));
+  });
 }
 
 Failure Guide::Explain(const std::string& what, const Service& service, const TimeRange& range) {
@@ -327,20 +312,6 @@ Failure Guide::Explain(const std::string& what, const Service& service, const Ti
                ".\nServices that can be named are shown by: esgctl services";
   }
   return {kNotFound, message};
-}
-
-bool Guide::AskToSave(const std::function<ESGAsync::Identifier(ESGAsync::SaveCallback)>& question) {
-  bool saved = false;
-  Wait(
-      1,
-      [&](std::size_t, const Done& done) {
-        return question([&saved, done](const ESGFailure& failure) {
-          saved = !failure;
-          done(failure);
-        });
-      },
-      Need::All);
-  return saved;
 }
 
 }  // namespace esgctl

@@ -82,11 +82,10 @@ class Guide {
   /// or starts later, or there is a gap. `what` says what there is not.
   Failure Explain(const std::string& what, const Service& service, const TimeRange& range);
 
-  /// Asks one question that has no result; whether the service said yes.
-  bool AskToSave(const std::function<ESGAsync::Identifier(ESGAsync::SaveCallback)>& question);
-
  private:
   void RequireService() const;
+  template <typename Question>
+  std::vector<std::string> Fragments(std::size_t count, Question question);
   void Wait(std::size_t count,
             const std::function<ESGAsync::Identifier(std::size_t, const Done&)>& ask, Need need);
   Failure Diagnosis(const ESGFailure& failure) const;

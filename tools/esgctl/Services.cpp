@@ -42,13 +42,13 @@ std::vector<Service> Matching(const std::vector<Service>& services, Matches matc
 
 }  // namespace
 
-std::string Service::Label() const {
-  if (!name.empty() || !alias.empty()) {
-    return name.empty() ? alias : name;
-  }
-  // Ids differ in what stands last.
+std::string Service::Tail() const {
   const std::size_t last = id.find_last_of("/:") + 1;
   return last < id.size() ? id.substr(last) : id;
+}
+
+std::string Service::Label() const {
+  return !name.empty() ? name : !alias.empty() ? alias : Tail();
 }
 
 std::string Service::Channel() const { return number.empty() ? Label() : number + ' ' + Label(); }
@@ -127,17 +127,16 @@ Service Services::Resolve(const std::string& text) const {
   std::vector<Service> found =
       Matching(m_services, [&](const Service& service) { return service.id == id; });
   const std::string folded = Folded(text);
-  if (found.empty() && text[0] != '=') {
-    found = Matching(m_services, [&](const Service& service) {
-      return service.number == text || Folded(service.alias) == folded ||
-             Folded(service.name) == folded;
-    });
-  }
-  if (found.empty() && text[0] != '=') {
-    found = Matching(m_services, [&](const Service& service) {
-      return Folded(service.alias).find(folded) != std::string::npos ||
-             Folded(service.name).find(folded) != std::string::npos;
-    });
+  for (const bool whole : {true, false}) {
+    if (found.empty() && text[0] != '=') {
+      found = Matching(m_services, [&](const Service& service) {
+        const auto fits = [&](const std::string& name) {
+          return whole ? Folded(name) == folded : Folded(name).find(folded) != std::string::npos;
+        };
+        return service.number == text || fits(service.alias) || fits(service.name) ||
+               fits(service.Tail());
+      });
+    }
   }
   if (found.empty()) {
     return {{}, {}, id, {}};

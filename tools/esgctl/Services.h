@@ -16,6 +16,8 @@ struct Service {
   std::string id;  ///< the global service id
   std::string name;
 
+  /// What tells the id from others: its last part.
+  std::string Tail() const;
   /// What a person would call it, in a few letters.
   std::string Label() const;
   /// The label, with the number in front.

@@ -65,7 +65,7 @@ class Emitter : public ECIPCManager {
 }  // namespace
 
 Watcher::Watcher(esg::tools::Bus& bus, const std::vector<int>& events, Handler handler)
-    : m_handler(std::move(handler)), m_status(kFound) {
+    : m_handler(std::move(handler)) {
   // The library tells of short payloads on standard output, in between the lines that scripts read.
   const int output = KeepOutput();
   m_sources = {

@@ -36,7 +36,7 @@ class Watcher {
   const Handler m_handler;
   std::vector<unsigned int> m_sources;
   unsigned int m_nameWatch = 0;
-  int m_status;
+  int m_status = kFound;
   bool m_ended = false;
   bool m_awake = false;
   bool m_service = true;

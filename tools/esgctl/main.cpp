@@ -122,7 +122,8 @@ std::string Hint(const CLI::App& app) {
   for (const std::string& word : app.remaining(true)) {
     const std::string meant = esgctl::Suggestion(word.substr(0, word.find('=')), known);
     if (!meant.empty()) {
-      return "\"" + word + "\" is unknown. Did you mean " + meant + "?";
+      return std::string("\"").append(word).append("\" is unknown. Did you mean ").append(meant) +
+             "?";
     }
   }
   return {};

@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <csignal>
 #include <iostream>
+#include <sstream>
 #include <system_error>
 #include <thread>
 #include <utility>
 
+#include "Check.h"
 #include "common/Failure.h"
 #include "common/Time.h"
 
@@ -151,6 +153,7 @@ void Service::Take(Reading reading) {
   }
   ++m_generation;
   const Guide& guide = *reading.guide;
+  WriteAliases(guide);
   if (!isFirst) {
     m_report("a new guide: " + Counts(guide));
     m_emitter->Send({kGuideChanged,
@@ -161,6 +164,21 @@ void Service::Take(Reading reading) {
   m_disposal =
       std::async(std::launch::async,
                  [old = m_listener.SetGuide(std::move(reading.guide))]() mutable { old.reset(); });
+}
+
+// Replaced as a whole: tools may read the list at any time.
+void Service::WriteAliases(const Guide& guide) {
+  if (m_options.aliasFile.empty()) {
+    return;
+  }
+  std::ostringstream list;
+  PrintAliases(list, guide);
+  const std::string text = list.str();
+  g_autoptr(GError) error = nullptr;
+  if (g_file_set_contents(m_options.aliasFile.c_str(), text.data(),
+                          static_cast<gssize>(text.size()), &error) == FALSE) {
+    m_report(std::string("the list of services stays as it was: ") + error->message);
+  }
 }
 
 // From before the first reading on, so that no change is missed.

@@ -35,6 +35,7 @@ struct ServiceOptions {
   std::string guideFolder;
   std::string saveFolder;  ///< empty: nothing may be saved
   SaveLimits saveLimits;
+  std::string aliasFile;  ///< where to keep the list of services; empty: nowhere
   std::string busName = kESGServiceName;
   bool today = false;
   bool stdinEvents = false;
@@ -61,6 +62,7 @@ class Service {
   void ReadFirst();
   void ReadAgain();
   void Take(Reading reading);
+  void WriteAliases(const Guide& guide);
   void WatchFolder();
   void FolderChanged();
   void ReadAgainAfter(unsigned int milliseconds);

@@ -101,6 +101,9 @@ int Main(int argc, char** argv) {
                "print the services, the fragments and what is wrong with them, and exit");
   app.add_flag("--aliases", options.aliases,
                "print the list of services for esg-client/services, and exit");
+  app.add_option("--alias-file", options.aliasFile,
+                 "where to keep that list while serving; written whenever the guide changes")
+      ->type_name("FILE");
   app.add_flag("--strict", options.strict,
                "with --check or --aliases: exit with 65 if anything is wrong with the guide");
   app.footer(

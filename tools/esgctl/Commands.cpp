@@ -3,7 +3,8 @@
 #include <glib.h>
 
 #include <algorithm>
-#include <stdexcept>
+#include <iterator>
+#include <string_view>
 
 #include "Text.h"
 
@@ -91,20 +92,22 @@ const std::vector<Command> kCommands = {
     {"emit", "EVENT [NUMBER]...", "", RunEmit, "Broadcast an event as the service does"},
 };
 
-const Parameter& FindParameter(const std::string& name) {
+const Parameter* TryFindParameter(const std::string& name) {
   const auto& all = Parameters();
   const auto found = std::find_if(
       all.begin(), all.end(), [&](const Parameter& parameter) { return name == parameter.name; });
-  if (found == all.end()) {
-    throw std::logic_error("no parameter " + name);
-  }
-  return *found;
+  return found == all.end() ? nullptr : &*found;
+}
+
+std::string NameOf(const std::string& argument) {
+  const std::size_t first = argument.find_first_not_of('[');
+  return argument.substr(first, argument.find_first_of("].") - first);
 }
 
 std::string Synopsis(const Command& command) {
   std::string text = std::string(command.name) + ' ' + command.arguments;
   for (const std::string& option : Words(command.options)) {
-    const Parameter& parameter = FindParameter(option);
+    const Parameter& parameter = *TryFindParameter(option);
     text +=
         " [" + option + (parameter.type == nullptr ? "" : std::string(" ") + parameter.type) + ']';
   }
@@ -113,67 +116,51 @@ std::string Synopsis(const Command& command) {
 
 std::vector<std::string> Completions(const std::vector<std::string>& words,
                                      const Services& services) {
-  const auto valuesOf = [&](const Parameter& parameter) {
-    std::vector<std::string> values;
-    if (std::string("SERVICE") == parameter.name) {
-      for (const Service& service : services.All()) {
-        values.push_back(!service.alias.empty() ? service.alias : service.Label());
-      }
-    }
-    for (const char* const list : {parameter.choices, parameter.examples}) {
-      for (const std::string& value : Words(list == nullptr ? "" : list)) {
-        values.push_back(value);
-      }
-    }
-    return values;
-  };
-
   const Command* command = nullptr;
-  std::size_t position = 0;
-  const Parameter* pending = nullptr;
+  const Parameter* parameter = nullptr;  // what the last word is a value of
+  std::vector<std::string> arguments;    // that are still to come
   for (std::size_t i = 0; i + 1 < words.size(); ++i) {
-    const std::string& word = words[i];
-    if (pending != nullptr) {
-      pending = nullptr;
-    } else if (word.substr(0, 2) == "--") {
-      const auto& all = Parameters();
-      const auto option = std::find_if(all.begin(), all.end(), [&](const Parameter& parameter) {
-        return word == parameter.name && parameter.type != nullptr;
-      });
-      pending = option == all.end() ? nullptr : &*option;
+    if (parameter != nullptr) {
+      parameter = nullptr;
+    } else if (words[i].substr(0, 2) == "--") {
+      const Parameter* const option = TryFindParameter(words[i]);
+      parameter = option != nullptr && option->type != nullptr ? option : nullptr;
     } else if (command == nullptr) {
       const auto named = std::find_if(kCommands.begin(), kCommands.end(),
-                                      [&](const Command& known) { return word == known.name; });
+                                      [&](const Command& known) { return words[i] == known.name; });
       if (named == kCommands.end()) {
         return {};
       }
       command = &*named;
-    } else {
-      ++position;
+      arguments = Words(command->arguments);
+    } else if (!arguments.empty() && arguments.front().back() != '.') {
+      arguments.erase(arguments.begin());
     }
-  }
-  if (pending != nullptr) {
-    return valuesOf(*pending);
   }
   std::vector<std::string> candidates;
-  if (!words.empty() && words.back().substr(0, 1) == "-") {
-    candidates = Words(std::string(command == nullptr ? "--version" : command->options) + ' ' +
-                       kCommonOptions + " --help");
-  } else if (command == nullptr) {
-    for (const Command& known : kCommands) {
-      candidates.emplace_back(known.name);
+  if (parameter == nullptr && !words.empty() && words.back().substr(0, 1) == "-") {
+    return Words(std::string(command == nullptr ? "--version" : command->options) + ' ' +
+                 kCommonOptions + " --help");
+  }
+  if (parameter == nullptr && command == nullptr) {
+    std::transform(kCommands.begin(), kCommands.end(), std::back_inserter(candidates),
+                   [](const Command& known) { return known.name; });
+    return candidates;
+  }
+  if (parameter == nullptr && !arguments.empty()) {
+    parameter = TryFindParameter(NameOf(arguments.front()));
+  }
+  if (parameter == nullptr) {
+    return candidates;
+  }
+  for (const char* const list : {parameter->choices, parameter->examples}) {
+    for (std::string& value : Words(list == nullptr ? "" : list)) {
+      candidates.push_back(std::move(value));
     }
-  } else {
-    const std::vector<std::string> arguments = Words(command->arguments);
-    const std::string& last = arguments.back();
-    const bool repeats = last.size() > 3 && last.substr(last.size() - 3) == "...";
-    if (position < arguments.size() || repeats) {
-      std::string name = arguments[std::min(position, arguments.size() - 1)];
-      name.erase(std::remove_if(name.begin(), name.end(),
-                                [](char c) { return c == '[' || c == ']' || c == '.'; }),
-                 name.end());
-      candidates = valuesOf(FindParameter(name));
-    }
+  }
+  if (parameter->name == std::string_view("SERVICE")) {
+    std::transform(services.All().begin(), services.All().end(), std::back_inserter(candidates),
+                   [](const Service& service) { return service.ShortName(); });
   }
   return candidates;
 }

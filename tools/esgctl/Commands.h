@@ -93,8 +93,10 @@ struct Command {
 extern const std::vector<Command> kCommands;
 extern const char* const kCommonOptions;
 
-/// The argument or option of this name.
-const Parameter& FindParameter(const std::string& name);
+/// The argument or option of this name; null where there is none.
+const Parameter* TryFindParameter(const std::string& name);
+/// The name in an argument such as "[SERVICE]...".
+std::string NameOf(const std::string& argument);
 
 /// "list [SERVICE]... [--from TIME] ...".
 std::string Synopsis(const Command& command);

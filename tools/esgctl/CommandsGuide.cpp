@@ -201,7 +201,7 @@ int RunServices(Session& session) {
   if (request.names) {
     std::string lines;
     for (const Service& service : services) {
-      lines += Printable(service.alias.empty() ? service.Label() : service.alias) + '\n';
+      lines += Printable(service.ShortName()) + '\n';
     }
     Print(lines);
     return kFound;

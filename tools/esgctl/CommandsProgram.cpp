@@ -120,9 +120,11 @@ Outcome MakeOutcome(const Answer& answer, const Request& request, const Clock& c
 }
 
 std::vector<Programs> AsLists(std::vector<std::optional<FCESGProgramInfo>> programs) {
-  std::vector<Programs> lists;
-  for (auto& program : programs) {
-    lists.push_back(program ? Programs{std::move(*program)} : Programs{});
+  std::vector<Programs> lists(programs.size());
+  for (std::size_t i = 0; i < programs.size(); ++i) {
+    if (programs[i]) {
+      lists[i].push_back(std::move(*programs[i]));
+    }
   }
   return lists;
 }

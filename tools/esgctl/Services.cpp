@@ -22,7 +22,7 @@ bool IsUtf8(const std::string& text) {
 /// Takes the first field from `rest`.
 std::string NextField(std::string_view& rest) {
   rest = Trimmed(rest);
-  const std::string field(rest.substr(0, rest.find_first_of(" \t")));
+  std::string field(rest.substr(0, rest.find_first_of(" \t")));
   rest.remove_prefix(field.size());
   return field;
 }

@@ -20,6 +20,8 @@ struct Service {
   std::string Tail() const;
   /// What a person would call it, in a few letters.
   std::string Label() const;
+  /// What it is named by in a command, in a word if it has an alias.
+  std::string ShortName() const { return alias.empty() ? Label() : alias; }
   /// The label, with the number in front.
   std::string Channel() const;
   /// Takes over what is not known yet.

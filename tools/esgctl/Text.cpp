@@ -57,18 +57,16 @@ std::string_view Prefix(std::string_view text, int width) {
   return text.substr(0, keep);
 }
 
-/// How many letters are to be added, left out, changed or swapped.
-std::size_t Distance(const std::string& a, const std::string& b) {
+/// How many letters are to be added, left out or changed; two that are swapped count as one.
+std::size_t Distance(std::string_view a, std::string_view b) {
   std::vector<std::vector<std::size_t>> steps(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
   for (std::size_t i = 0; i <= a.size(); ++i) {
     for (std::size_t j = 0; j <= b.size(); ++j) {
-      if (i == 0 || j == 0) {
-        steps[i][j] = i + j;
-        continue;
+      steps[i][j] = i + j;
+      if (i > 0 && j > 0) {
+        steps[i][j] = std::min({steps[i - 1][j] + 1, steps[i][j - 1] + 1,
+                                steps[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
       }
-      const bool same = a[i - 1] == b[j - 1];
-      steps[i][j] = std::min(
-          {steps[i - 1][j] + 1, steps[i][j - 1] + 1, steps[i - 1][j - 1] + (same ? 0 : 1)});
       if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
         steps[i][j] = std::min(steps[i][j], steps[i - 2][j - 2] + 1);
       }

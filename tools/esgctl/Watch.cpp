@@ -2,7 +2,7 @@
 
 #include <ESGEMSProxy.h>
 #include <IESGService.h>
-#include <IPCS/ECIPCManager.h>
+#include <IPCS/ECIPCBroadcaster.h>
 #include <IPCS/EIIPCConnection.h>
 #include <IPCS/ESGMessageBuffer.h>
 #include <glib-unix.h>
@@ -53,14 +53,6 @@ std::string EventLine(int event, const ESGEventData& data, bool json) {
   }
   return line + '\n';
 }
-
-/// Broadcasts, as the service does.
-class Emitter : public ECIPCManager {
- public:
-  bool Send(int number, ESGMessageBuffer& payload) override {
-    return m_Send("", Event, number, payload);
-  }
-};
 
 }  // namespace
 
@@ -198,7 +190,7 @@ int RunEmit(Session& session) {
   for (const int number : request.numbers) {
     payload.PushInt(number);
   }
-  static Emitter emitter;  // its connection stays when it is destroyed
+  static ECIPCBroadcaster emitter;  // its connection stays when it is destroyed
   if (!emitter.Send(request.events.front(), payload)) {
     throw Failure(kOther, "The event cannot be sent; --verbose shows why.");
   }

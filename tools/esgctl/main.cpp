@@ -81,7 +81,7 @@ CLI::Option* AddValue(CLI::App& app, const Parameter& parameter, const std::stri
 
 void AddOptions(CLI::App& app, const char* names, Request& request) {
   for (const std::string& name : esgctl::Words(names)) {
-    AddValue(app, esgctl::FindParameter(name), name, request);
+    AddValue(app, *esgctl::TryFindParameter(name), name, request);
   }
   if (CLI::Option* const raw = app.get_option_no_throw("--raw")) {
     raw->excludes("--json");
@@ -93,36 +93,24 @@ void AddOptions(CLI::App& app, const char* names, Request& request) {
 
 /// The arguments as the text says: "KIND SERVICE [TIME] [SERVICE]...".
 void AddArguments(CLI::App& app, const char* arguments, Request& request) {
-  for (std::string name : esgctl::Words(arguments)) {
-    const bool optional = name[0] == '[';
-    const bool many = name.size() > 3 && name.substr(name.size() - 3) == "...";
-    name = name.substr(optional ? 1 : 0, name.find_first_of("].") - (optional ? 1 : 0));
-    CLI::Option& option = *AddValue(app, esgctl::FindParameter(name), name, request);
-    option.required(!optional);
-    if (!many) {
+  for (const std::string& name : esgctl::Words(arguments)) {
+    CLI::Option& option = *AddValue(app, *esgctl::TryFindParameter(esgctl::NameOf(name)),
+                                    esgctl::NameOf(name), request);
+    option.required(name.front() != '[');
+    if (name.back() != '.') {
       option.expected(1)->allow_extra_args(false);
     }
   }
 }
 
 /// What the user may have meant by a word that is unknown.
-std::string Hint(const CLI::App& app) {
-  const auto commands = app.get_subcommands();
-  std::vector<std::string> known;
-  if (commands.empty()) {
-    for (const Command& command : esgctl::kCommands) {
-      known.emplace_back(command.name);
-    }
-  }
-  for (const CLI::App* const owner : {&app, commands.empty() ? &app : commands.front()}) {
-    for (const CLI::Option* const option : owner->get_options()) {
-      known.push_back(option->get_name());
-    }
-  }
-  for (const std::string& word : app.remaining(true)) {
-    const std::string meant = esgctl::Suggestion(word.substr(0, word.find('=')), known);
-    if (!meant.empty()) {
-      return std::string("\"").append(word).append("\" is unknown. Did you mean ").append(meant) +
+std::string Hint(const std::vector<std::string>& words) {
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const std::vector<std::string> known = esgctl::Completions(
+        {words.begin(), words.begin() + static_cast<std::ptrdiff_t>(i) + 1}, esgctl::Services());
+    const std::string meant = esgctl::Suggestion(words[i].substr(0, words[i].find('=')), known);
+    if (!meant.empty() && meant != words[i]) {
+      return std::string("\"").append(words[i]).append("\" is unknown. Did you mean ") + meant +
              "?";
     }
   }
@@ -190,7 +178,7 @@ int Main(int argc, char** argv) {
     if (error.get_exit_code() == 0) {
       return app.exit(error);
     }
-    const std::string hint = Hint(app);
+    const std::string hint = Hint({argv + 1, argv + argc});
     Fail(esgctl::kUsage, hint.empty() ? error.what() : hint);
     return Fail(esgctl::kUsage, "See esgctl --help.");
   }

@@ -4,7 +4,6 @@
 #include <IESGService.h>
 #include <IPCS/ECNativeConnection.h>
 #include <gio/gio.h>
-#include <sysexits.h>
 
 #include <cstdint>
 #include <future>
@@ -19,16 +18,17 @@
 
 namespace esg::guide {
 
-/// The program's exit status. A bus that starts it without systemd takes 1 to 11 for its own.
+/// The program's exit status, numbered as in sysexits.h. A bus that starts it without systemd takes
+/// 1 to 11 for its own.
 enum ExitStatus : int {
   kExitDone = 0,
-  kExitUsage = EX_USAGE,
-  kExitFaults = EX_DATAERR,
-  kExitFolder = EX_NOINPUT,
-  kExitBus = EX_UNAVAILABLE,
-  kExitFailed = EX_SOFTWARE,
-  kExitNameTaken = EX_TEMPFAIL,
-  kExitNameRefused = EX_NOPERM,
+  kExitUsage = 64,
+  kExitFaults = 65,
+  kExitFolder = 66,
+  kExitBus = 69,
+  kExitFailed = 70,
+  kExitNameTaken = 75,
+  kExitNameRefused = 77,
 };
 
 struct ServiceOptions {

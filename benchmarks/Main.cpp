@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Bare.h"
+#include "GuideService.h"
 #include "Queries.h"
 #include "Service.h"
 
@@ -23,15 +24,25 @@ void PrintPeak() {
 }  // namespace
 
 /// esg-bench --serve bare|listener: a service. esg-bench --peak library|floor: the memory that one
-/// list of 10,000 programmes takes. Otherwise the benchmarks, with Google Benchmark's own options.
+/// list of 10,000 programmes takes. esg-bench --guide DIR: the guide for the benchmark of the guide
+/// service. esg-bench --scale PROGRAM DIR: that service with a large guide. Otherwise the
+/// benchmarks, with Google Benchmark's own options.
 int main(int argc, char** argv) {
-  const std::string command = argc == 3 ? argv[1] : "";
+  const std::string command = argc >= 3 ? argv[1] : "";
   if (command == "--serve") {
     std::string(argv[2]) == "bare" ? service::RunBare() : service::RunListener();
   }
   if (command == "--peak") {
     QueryOnce(argv[2], 10000);
     PrintPeak();
+    return 0;
+  }
+  if (command == "--guide") {
+    guide::WriteLongGuide(argv[2]);
+    return 0;
+  }
+  if (command == "--scale" && argc == 4) {
+    guide::MeasureScale(argv[2], argv[3]);
     return 0;
   }
   benchmark::Initialize(&argc, argv);

@@ -51,11 +51,17 @@ DBusHandlerResult OnMessage(DBusConnection* connection, DBusMessage* call, void*
   }
   const std::string method = bare::Text(call);
   const std::string_view request = bare::Payload(call);
+  static std::string kept;
+  if (method == "Keep") {
+    kept = request;
+  }
   if (method == "Flood") {
     Flood(connection, request);
   } else {
-    const std::string_view answer =
-        method == "Echo" ? request : std::string_view(Prepared(method, request));
+    const std::string_view answer = method == "Echo" ? request
+                                    : method == "Keep" || method == "Kept"
+                                        ? kept
+                                        : Prepared(method, request);
     dbus_connection_send(connection, bare::NewReply(call, answer).get(), nullptr);
     dbus_connection_flush(connection);
   }

@@ -1,7 +1,8 @@
 """Turns what the benchmarks measured into a table, a JSON file and a plot.
 
 report.py FOLDER [--check], where FOLDER holds benchmarks-*.json, as Google Benchmark wrote them, one
-for each process, and peaks.txt, lines "library|floor KILOBYTES". Writes results.json and queries.svg there.
+for each process, peaks.txt, lines "library|floor KILOBYTES", and scale.txt, of the guide service with a
+large guide. Writes results.json and queries.svg there.
 """
 
 import json
@@ -37,6 +38,10 @@ class Measured:
         for file in sorted(folder.glob("benchmarks-*.json")):
             for run in json.loads(file.read_text())["benchmarks"]:
                 self.runs.setdefault(run["name"].split("/iterations:")[0], []).append(run)
+        self.scale = {}
+        for line in (folder / "scale.txt").read_text().splitlines():
+            name, value = line.rsplit(maxsplit=1)
+            self.scale[name] = float(value)
         self.peaks = {"library": [], "floor": [], "later": [], "sd-bus": []}
         for line in (folder / "peaks.txt").read_text().splitlines():
             contender, kilobytes = line.split()
@@ -96,6 +101,15 @@ def rows(measured):
     yield "pop one integer of a million : few", of("BufferPop", "million/empty cpu"), "<=", 1.5
     moves = Ratio(measured.median("BufferPush", "reallocations") / 1e6, 0)
     yield "reallocations per integer, up to a million", moves, "<=", 0.0001
+    for size in SIZES[1:]:
+        for measure in ("wall", "cpu"):
+            goal = ("<=", 1.3) if measure == "wall" and size >= 1000 else (None, None)
+            yield f"guide service, list of {size}: {measure}, prepared bytes", of(f"GuideList/{size}", f"guide/prepared {measure}"), *goal
+    scale = measured.scale
+    yield "guide service, 100,800 programmes: seconds until ready", Ratio(scale["ready"], 0), "<=", 0.7
+    yield "the same: MiB", Ratio(scale["memory"], 0), "<=", 120
+    yield "a new guide: peak memory, the old one's", Ratio(scale["new guide's peak"] / scale["memory"], 0), "<=", 1.3
+    yield "a new guide: seconds of the longest query", Ratio(scale["delay"], 0), "<=", 0.02
     for text, run in queries:
         for other in ("GDBus", "sd-bus", "sd-bus and one parse"):
             yield f"{text}: wall time, {other}", of(run, f"library/{other} wall"), None, None

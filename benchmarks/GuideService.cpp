@@ -13,6 +13,7 @@
 #include <string>
 
 #include "Bare.h"
+#include "IPCS/internal/Wire.h"
 #include "Interleave.h"
 
 namespace guide {
@@ -94,6 +95,9 @@ void WriteGuide(const std::string& folder, bool isNew) {
       }
     }
   }
+  if (isNew) {
+    writer.Service(kServices);  // tells it from what it was while it was being written
+  }
 }
 
 std::string Request(int service, int duration) {
@@ -172,7 +176,12 @@ void MeasureScale(const std::string& program, const std::string& folder) {
     Ask(connection, "GetPresentProgram", Request(0, 1));
     longest = std::max<std::chrono::duration<double>>(longest, Clock::now() - sent);
     while (const esg::internal::MessagePtr message{dbus_connection_pop_message(connection)}) {
-      changed = changed || dbus_message_get_type(message.get()) == DBUS_MESSAGE_TYPE_SIGNAL;
+      const char* path = dbus_message_get_path(message.get());
+      if (path != nullptr && std::string(path) == esg::internal::kSignalPath) {
+        int counts[3] = {};
+        bare::Payload(message.get()).copy(reinterpret_cast<char*>(counts), sizeof(counts));
+        changed = counts[1] == kServices + 1;
+      }
     }
   }
   std::cout << "\nnew guide's peak " << PeakMemory(service) << "\ndelay " << longest.count()

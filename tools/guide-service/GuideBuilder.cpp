@@ -234,7 +234,15 @@ std::vector<Kept> KeepNewest(const Files& files, const Report& report) {
   std::vector<std::size_t> before;  // the fragment kept before with the same id
   std::unordered_set<std::uint64_t> seen;
   std::unordered_map<std::string_view, std::size_t> last[3];
-  for (const File* file : Current(files, report)) {
+  const std::vector<const File*> current = Current(files, report);
+  std::size_t count = 0;
+  for (const File* file : current) {
+    count += file->fragments.size();
+  }
+  all.reserve(count);
+  before.reserve(count);
+  seen.reserve(count);
+  for (const File* file : current) {
     for (const Entry& entry : file->fragments) {
       const Fragment& fragment = *entry.fragment;
       if (!seen.insert(fragment.hash).second) {

@@ -10,15 +10,15 @@
 #include <pugixml.hpp>
 #include <sstream>
 
+#include "BusTest.h"
 #include "ChildProgram.h"
-#include "Harness.h"
 #include "IESGService.h"
-#include "PrivateBus.h"
 #include "RawPeer.h"
 #include "TemporaryFolder.h"
 
 namespace {
 
+using namespace esg::test;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -52,8 +52,8 @@ RawPeer::Handler Answers(const std::string& text) {
 /// ... or with an error.
 RawPeer::Handler Fails(const std::string& name) {
   return [name](DBusMessage* call) {
-    return esg::internal::MessagePtr(dbus_message_new_error(
-        call, ("org.freedesktop.DBus.Error." + name).c_str(), "because\x1b[2J"));
+    return MessagePtr(dbus_message_new_error(call, ("org.freedesktop.DBus.Error." + name).c_str(),
+                                             "because\x1b[2J"));
   };
 }
 
@@ -64,9 +64,9 @@ Json::Value Parse(const std::string& text) {
 }
 
 /// An empty configuration folder, and local time that is UTC.
-class Esgctl : public testing::Test {
+class EsgctlWithoutBus : public testing::Test {
  protected:
-  Esgctl() {
+  EsgctlWithoutBus() {
     setenv("XDG_CONFIG_HOME", m_folder.path.c_str(), 1);
     setenv("TZ", "UTC0", 1);
     std::filesystem::create_directories(m_folder.path / "esg-client");
@@ -74,14 +74,18 @@ class Esgctl : public testing::Test {
 
   const TemporaryFolder m_folder;
 };
-using EsgctlNoBus = Esgctl;
+
+class Esgctl : public EsgctlWithoutBus {
+ protected:
+  Esgctl() { TestBus().Start(); }
+};
 
 constexpr char kFilm[] =
     R"({"ret":true,"Start":3986640000,"duration":5400,"eventID":"c1","title":"日本 \u001b[31mFilm"})";
 
 TEST_F(Esgctl, ExitStatusTellsWhatHappened) {
   const auto wrongBody = [](DBusMessage* call) {
-    esg::internal::MessagePtr reply(dbus_message_new_method_return(call));
+    MessagePtr reply(dbus_message_new_method_return(call));
     const char* text = "text";
     dbus_message_append_args(reply.get(), DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
     return reply;
@@ -122,7 +126,7 @@ TEST_F(Esgctl, ServiceAndBusThatGoWhileAsked) {
   }
 }
 
-TEST_F(EsgctlNoBus, WrongUsageAndNoBusAtAll) {
+TEST_F(EsgctlWithoutBus, WrongUsageAndNoBusAtAll) {
   m_folder.Write("esg-client/services", "1.1 one id-1 The One\n- other id-2\nbroken\n");
   TestBus();  // its address, without a daemon
   for (const char* line :
@@ -148,7 +152,7 @@ TEST_F(EsgctlNoBus, WrongUsageAndNoBusAtAll) {
   EXPECT_EQ(RunProgram("complete -- xml content ").status, 0);
 }
 
-TEST_F(EsgctlNoBus, HelpCompletionAndManualAgree) {
+TEST_F(EsgctlWithoutBus, HelpCompletionAndManualAgree) {
   std::ifstream file(ESGCTL_MANUAL);
   const std::string manual{std::istreambuf_iterator<char>(file), {}};
   const std::string common = RunProgram("--help").output;
@@ -167,7 +171,7 @@ TEST_F(EsgctlNoBus, HelpCompletionAndManualAgree) {
   }
 }
 
-TEST_F(EsgctlNoBus, TheBusStartsTheService) {
+TEST_F(EsgctlWithoutBus, TheBusStartsTheService) {
   m_folder.Write("guide.service",
                  std::string("[D-BUS Service]\nUser=root\nName=") + kESGServiceName +
                      "\nExec=" ESG_GUIDE_SERVICE " --guide " SHIPPED_GUIDE " --today\n");

@@ -1,18 +1,14 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
-#include <future>
 
-#include "ChildProgram.h"
-#include "Harness.h"
+#include "BusTest.h"
 #include "IESGService.h"
-#include "RawPeer.h"
 
 namespace {
 
+using namespace esg::test;
+using Examples = OnBus;
 using testing::MatchesRegex;
 using testing::Optional;
 
@@ -23,7 +19,7 @@ std::string Programme(const std::string& title, unsigned int start, unsigned int
          R"(,"duration":)" + std::to_string(duration) + "}";
 }
 
-TEST(Examples, AskTheMinimalService) {
+TEST_F(Examples, AskTheMinimalService) {
   ChildProgram service({EXAMPLE_MINIMAL_SERVICE, "1"});
   ASSERT_THAT(service.ReadLine(), Optional(std::string("ready")));
 
@@ -46,52 +42,7 @@ TEST(Examples, AskTheMinimalService) {
   EXPECT_THAT(line, Optional(MatchesRegex("Programme [0-9]+"))) << "no change was shown";
 }
 
-TEST(Examples, TheBannersMainLoopGoesOnWhileTheServiceIsMute) {
-  std::promise<void> eventsWereShown;
-  std::shared_future<void> shown = eventsWereShown.get_future().share();
-  int answers = 0;
-  RawPeer service(kESGServiceName, [&](DBusMessage* call) {
-    shown.wait();
-    return MakeReply(call, 1, Programme("Answer " + std::to_string(++answers), NtpNow(), 3600));
-  });
-  RawPeer emitter;
-  ChildProgram banner({EXAMPLE_BANNER, "urn:example:one", "5"});
-  ASSERT_TRUE(service.WaitForCalls(1));
-  for (int i = 0; i < 3; ++i) {
-    emitter.Send(MakeSignal("Event", 5, ""));
-    EXPECT_EQ(banner.ReadLine(), "event 5");
-  }
-  eventsWereShown.set_value();
-  EXPECT_EQ(banner.ReadLine(), "Answer 1");
-  EXPECT_EQ(banner.ReadLine(), "Answer 2") << "once more for all events that came meanwhile";
-  emitter.Send(MakeSignal("Event", 5, ""));
-  EXPECT_EQ(banner.ReadLine(), "event 5");
-  EXPECT_EQ(banner.ReadLine(), "Answer 3");
-}
-
-TEST(Examples, TheBannerFollowsShortProgrammesWithoutAnEvent) {
-  Inbox<std::uint32_t> ends;
-  int programmes = 0;
-  RawPeer service(kESGServiceName, [&](DBusMessage* call) {
-    constexpr unsigned int kSeconds = 2;
-    const std::uint32_t start = NtpNow();
-    ends.Put(start);
-    ends.Put(start + kSeconds);
-    return MakeReply(call, 1, Programme(std::to_string(++programmes), start, kSeconds));
-  });
-  ChildProgram banner({EXAMPLE_BANNER, "urn:example:one", "5"});
-  const Stopwatch stopwatch;
-  EXPECT_EQ(banner.ReadLine(), "1");
-  ends.Next();
-  for (const char* next : {"2", "3", "4"}) {
-    EXPECT_EQ(banner.ReadLine(), next);
-    const std::uint32_t end = ends.Next();
-    EXPECT_LE(end, ends.Next()) << "asked before the end";
-  }
-  EXPECT_LT(stopwatch.Milliseconds(), 20'000) << "did not ask at the ends";
-}
-
-TEST(Examples, AProgramWithEpollGetsItsAnswersAndItsEvents) {
+TEST_F(Examples, AProgramWithEpollGetsItsAnswersAndItsEvents) {
   RawPeer service(kESGServiceName, [](DBusMessage* call) {
     const Body request = ReadBody(call);
     const bool isOdd = request.bytes.find("urn:odd") != std::string::npos;

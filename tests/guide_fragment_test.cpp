@@ -15,6 +15,7 @@
 namespace esg::guide {
 namespace {
 
+using namespace esg::test;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::PrintToString;

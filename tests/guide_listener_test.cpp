@@ -12,6 +12,7 @@
 namespace esg::guide {
 namespace {
 
+using namespace esg::test;
 using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;

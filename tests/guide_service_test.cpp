@@ -6,13 +6,15 @@
 #include <csignal>
 #include <fstream>
 
+#include "BusTest.h"
 #include "ChildProgram.h"
-#include "PrivateBus.h"
 #include "RawPeer.h"
 #include "TemporaryFolder.h"
 
 namespace {
 
+using namespace esg::test;
+using ServiceOnBus = OnBus;
 using testing::HasSubstr;
 
 constexpr char kName[] = "com.velmora.ESGCallListener";
@@ -24,7 +26,7 @@ class GuideService : public ChildProgram {
                      kPipe) {}
 };
 
-TEST(GuideService, AnApplicationAsksTheShippedGuide) {
+TEST_F(ServiceOnBus, AnApplicationAsksTheShippedGuide) {
   GuideService service({"--guide", SHIPPED_GUIDE, "--today"});
   ASSERT_TRUE(service.WaitForLine("ready com.velmora.ESGCallListener: 5 services"));
   IESGService* api = ESGAPI::GetESGServiceAPI();
@@ -51,7 +53,7 @@ TEST(GuideService, AnApplicationAsksTheShippedGuide) {
   EXPECT_EQ(service.Wait(), 0);
 }
 
-TEST(GuideService, EventsTellOfChangesAndOfOrders) {
+TEST_F(ServiceOnBus, EventsTellOfChangesAndOfOrders) {
   const TemporaryFolder folder;
   folder.Write("a.xml", "<Service id='1'/>");
   GuideService service({"--guide", folder.path, "--stdin-events", "--name", "org.example.Guide"});
@@ -79,7 +81,7 @@ TEST(GuideService, EventsTellOfChangesAndOfOrders) {
   EXPECT_EQ(service.Wait(), 0);
 }
 
-TEST(GuideService, IsEmptyUntilTheGuideCanBeRead) {
+TEST_F(ServiceOnBus, IsEmptyUntilTheGuideCanBeRead) {
   const TemporaryFolder folder;
   const std::string guide = folder.path / "later";
   GuideService service({"--guide", guide, "--save-dir", folder.path / "missing"});
@@ -118,7 +120,7 @@ class Flood {
 
   /// Whether another client gets an answer in a second.
   bool Answers() {
-    const esg::internal::MessagePtr answer(
+    const MessagePtr answer(
         dbus_connection_send_with_reply_and_block(m_other.get(), NewCall(1).get(), 1000, nullptr));
     return answer != nullptr;
   }
@@ -126,7 +128,7 @@ class Flood {
   std::optional<GuideService> service;
 
  private:
-  static esg::internal::MessagePtr NewCall(int programmes) {
+  static MessagePtr NewCall(int programmes) {
     return MakeCall(kName, "GetProgramList",
                     R"({"global_service_id":"1","start_time":1,"duration":)" +
                         std::to_string(programmes) + "}");
@@ -138,7 +140,7 @@ class Flood {
   const esg::internal::ConnectionPtr m_other = OpenBus(m_error);
 };
 
-TEST(GuideServiceSlow, EndsWithinASecondWhenTheBusTakesNothingMore) {
+TEST_F(ServiceOnBus, EndsWithinASecondWhenTheBusTakesNothingMore) {
   Flood flood;
   // At first it is busy.
   for (int unanswered = 0; unanswered < 3;) {
@@ -150,7 +152,7 @@ TEST(GuideServiceSlow, EndsWithinASecondWhenTheBusTakesNothingMore) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
 }
 
-TEST(GuideServiceNoBusSlow, AnswersOthersOnABusWithTheLimits) {
+TEST(ServiceWithoutBus, AnswersOthersOnABusWithTheLimits) {
   PrivateBus bus("", "<include>" LIMITS_FILE "</include>");
   bus.Start();
   Flood flood;
@@ -161,7 +163,7 @@ TEST(GuideServiceNoBusSlow, AnswersOthersOnABusWithTheLimits) {
   EXPECT_TRUE(flood.Answers());
 }
 
-TEST(GuideService, SaysWhyItCannotServe) {
+TEST_F(ServiceOnBus, SaysWhyItCannotServe) {
   const auto expect = [](int status, const char* reason, std::vector<std::string> arguments) {
     const ChildProgram::Result end = GuideService(std::move(arguments)).End();
     EXPECT_THAT(end.output + end.errors, HasSubstr(reason));

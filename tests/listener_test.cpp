@@ -1,18 +1,10 @@
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <functional>
-#include <future>
-#include <memory>
-
-#include "Harness.h"
+#include "BusTest.h"
 #include "IPCS/ECNativeConnection.h"
 #include "IPCS/IESGCallListener.h"
-#include "LogCapture.h"
 
 namespace {
 
-using esg::internal::MessagePtr;
+using namespace esg::test;
 
 /// Answers with the method's name and the payload, or with as many bytes as "large" is told; fails
 /// "false".
@@ -21,9 +13,6 @@ class Echo : public IESGCallListener {
   bool OnMethodCall(const char* method, ESGMessageBuffer& in, ESGMessageBuffer& out) override {
     ++calls;
     const std::string name = method;
-    if (name == "wait") {
-      proceed.Next();
-    }
     std::string text =
         name == "large" ? std::string(std::stoul(Bytes(in)), 'x') : name + ":" + Bytes(in);
     out.PushConcatenated(text.size(), text.data());
@@ -33,7 +22,6 @@ class Echo : public IESGCallListener {
     return name != "false";
   }
 
-  Inbox<bool> proceed;
   std::atomic<int> calls{0};
 };
 
@@ -55,7 +43,7 @@ MessagePtr EmptyCall(const char* interface, const char* member, const std::strin
   return WithBody(std::move(call), signature, elements);
 }
 
-class Listener : public testing::Test {
+class Listener : public OnBus {
  protected:
   std::string Ask(const std::string& method, const std::string& payload = "") {
     return Said(client.Call(MakeCall(kService, method, payload)));
@@ -68,6 +56,11 @@ class Listener : public testing::Test {
 
 TEST_F(Listener, AnswersEachCallAndOutlivesTheWrongOnes) {
   ASSERT_TRUE(connection.Start(kService, &listener));
+  {
+    RawPeer caller;  // is gone before its answer
+    caller.Send(MakeCall(kService, "x", std::string(1UL << 20, 'x')));
+    caller.Sync();
+  }
   const MainLoopThread loop;
   EXPECT_EQ(Ask("x"), "1 2 x:");
   EXPECT_EQ(Ask("", std::string("\0\xff", 2)), std::string("1 3 :\0\xff", 7));
@@ -75,9 +68,7 @@ TEST_F(Listener, AnswersEachCallAndOutlivesTheWrongOnes) {
   EXPECT_EQ(Ask("popped", "abc"), "1 9 popped:ab");
   // D-Bus lets a caller leave out the interface.
   EXPECT_EQ(Said(client.Call(EmptyCall(nullptr, "MethodCall", "siay"))), "1 3 5:\x05");
-  for (const std::string& signature : LongerBodies("s")) {
-    EXPECT_EQ(Said(client.Call(EmptyCall(kService, "MethodCall", signature))), "1 3 5:\x05");
-  }
+  EXPECT_EQ(Said(client.Call(EmptyCall(kService, "MethodCall", "siays(ii)"))), "1 3 5:\x05");
 
   MessagePtr call = MakeCall(kService, "large", "");
   dbus_message_set_serial(call.get(), 1);
@@ -91,12 +82,8 @@ TEST_F(Listener, AnswersEachCallAndOutlivesTheWrongOnes) {
                      "larger than the bus takes");
   wrong.emplace_back(EmptyCall(kService, "MethodCall"), unknown, "> Message has no arguments!\n");
   wrong.emplace_back(EmptyCall(kService, "Other", "siay"), unknown, "> It is not method call !\n");
-  wrong.emplace_back(EmptyCall("com.velmora.Other", "MethodCall", "siay"), unknown,
-                     "> It is not method call !\n");
-  for (const auto& [signature, elements] : WrongBodies("s")) {
-    wrong.emplace_back(EmptyCall(kService, "MethodCall", signature, elements), unknown,
-                       "> Message has wrong arguments: " + signature + "\n");
-  }
+  wrong.emplace_back(EmptyCall(kService, "MethodCall", "siai", 3), unknown,
+                     "> Message has wrong arguments: siai\n");
   for (auto& [bad, said, line] : wrong) {
     log_capture::Clear();
     EXPECT_EQ(Said(client.Call(std::move(bad))), said) << line;
@@ -114,42 +101,10 @@ TEST_F(Listener, AnswersEachCallAndOutlivesTheWrongOnes) {
   client.Send(MakeSignal("MethodCall", 1, "", kService));
   EXPECT_EQ(Ask("good"), "1 5 good:");
   EXPECT_EQ(listener.calls, before + 3);
-}
-
-TEST_F(Listener, OutlivesACallerThatDiesBeforeItsAnswer) {
-  ASSERT_TRUE(connection.Start(kService, &listener));
-  const MainLoopThread loop;
-  RawPeer caller;
-  caller.Send(MakeCall(kService, "wait", std::string(1UL << 20, 'x')));
-  caller.Send(MakeCall(kService, "wait", "queued"));
-  caller.Sync();
-  caller.Stop();
-  listener.proceed.Put(true);
-  listener.proceed.Put(true);
-  EXPECT_EQ(Ask("good"), "1 5 good:");
-  EXPECT_EQ(listener.calls, 3);
-}
-
-TEST_F(Listener, StartsAgainOnTheSameConnectionEvenWhileCallsArrive) {
-  Echo second;
-  ASSERT_TRUE(connection.Start(kService, &listener));
-  const int descriptors = OpenDescriptors();
-  ASSERT_TRUE(connection.Start(kService, &second));
-  EXPECT_EQ(OpenDescriptors(), descriptors);
-  const MainLoopThread loop;
-  EXPECT_EQ(Ask("x"), "1 2 x:");
-  EXPECT_EQ(second.calls, 1);
-  std::atomic<bool> done{false};
-  auto caller = Threads(1, [&](int) {
-    while (!done) {
-      EXPECT_EQ(Ask("x"), "1 2 x:");
-    }
-  });
-  for (int i = 0; i < 100; ++i) {
-    EXPECT_TRUE(connection.Start(kService, i % 2 == 0 ? &listener : &second));
-  }
-  done = true;
-  Join(caller);
+  const MessagePtr shown = client.Call(EmptyCall(DBUS_INTERFACE_INTROSPECTABLE, "Introspect"));
+  const char* xml = "";
+  dbus_message_get_args(shown.get(), nullptr, DBUS_TYPE_STRING, &xml, DBUS_TYPE_INVALID);
+  EXPECT_NE(std::string(xml).find(R"(<interface name="com.velmora.Test">)"), std::string::npos);
 }
 
 /// Does something within each call, on another thread or its own, and returns when it is done.
@@ -188,13 +143,9 @@ TEST_F(Listener, MayBeStartedAgainOrDestroyedByWhatACallWaitsFor) {
 }
 
 TEST_F(Listener, RefusesABadNameAndMayStartLater) {
-  const std::string names[] = {"",
-                               "noDots",
-                               "com.velmora.\xff",
-                               std::string("com.v\0", 6),
-                               "org.freedesktop.DBus",
-                               ":1.5",
-                               ".x" + std::string(300, 'x')};
+  const std::string names[] = {
+      "",     "com.velmora.\xff",          std::string("com.v\0", 6), "org.freedesktop.DBus",
+      ":1.5", "x." + std::string(300, 'x')};
   for (const std::string& name : names) {
     log_capture::Clear();
     EXPECT_FALSE(connection.Start(name, &listener)) << name;
@@ -212,32 +163,18 @@ TEST_F(Listener, WaitsInTheQueueBehindAnotherOwner) {
   const MainLoopThread loop;
   EXPECT_EQ(Ask("x"), "2 0 ");
   owner.Stop();
-  // Until the bus has noticed, calls go to the owner that is gone.
-  const Stopwatch stopwatch;
   std::string said;
-  while ((said = Ask("x")) != "1 2 x:" && stopwatch.Milliseconds() < 10000) {
+  for (const Stopwatch stopwatch; said != "1 2 x:" && stopwatch.Milliseconds() < 10000;) {
+    said = Ask("x");  // goes to the owner that is gone until the bus has noticed
   }
   EXPECT_EQ(said, "1 2 x:");
 }
 
-TEST_F(Listener, ShowsTheMethodToTools) {
-  ASSERT_TRUE(connection.Start(kService, &listener));
+TEST_F(Listener, MayBeStartedAgainAndDestroyedWhileCallsArrive) {
   const MainLoopThread loop;
-  const MessagePtr answer = client.Call(EmptyCall(DBUS_INTERFACE_INTROSPECTABLE, "Introspect"));
-  const char* xml = "";
-  dbus_message_get_args(answer.get(), nullptr, DBUS_TYPE_STRING, &xml, DBUS_TYPE_INVALID);
-  for (const char* part : {R"(<interface name="com.velmora.Test">)",
-                           R"(<arg name="reply" type="ay" direction="out"/>)"}) {
-    EXPECT_NE(std::string(xml).find(part), std::string::npos) << xml;
-  }
-  EXPECT_EQ(Ask("x"), "1 2 x:");
-}
-
-TEST_F(Listener, MayBeDestroyedWhileCallsArrive) {
-  const MainLoopThread loop;
-  std::atomic<bool> done{false};
+  std::atomic<bool> isDone{false};
   auto callers = Threads(2, [&](int) {
-    while (!done) {
+    while (!isDone) {
       client.Send(MakeCall(kService, "unanswered", std::string(1000, 'x')));
       const std::string said = Ask("x");
       EXPECT_TRUE(said == "1 2 x:" || said == DBUS_ERROR_NO_REPLY ||
@@ -245,12 +182,18 @@ TEST_F(Listener, MayBeDestroyedWhileCallsArrive) {
           << said;
     }
   });
+  Echo second;
   for (int round = 0; round < (kSanitized ? 50 : 200); ++round) {
     auto shortLived = std::make_unique<ECNativeConnection>();
     ASSERT_TRUE(shortLived->Start(kService, &listener));
     EXPECT_EQ(Ask("y"), "1 2 y:");
+    const int descriptors = OpenDescriptors();
+    ASSERT_TRUE(shortLived->Start(kService, &second));
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+    EXPECT_EQ(Ask("z"), "1 2 z:");
   }
-  done = true;
+  EXPECT_GE(second.calls, kSanitized ? 50 : 200);
+  isDone = true;
   Join(callers);
 }
 

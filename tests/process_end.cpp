@@ -6,9 +6,7 @@
 #include <IPCS/ECIPCClient.h>
 #include <IPCS/ECIPCConnection.h>
 #include <IPCS/ECNativeConnection.h>
-#include <IPCS/ESGMessageBuffer.h>
 #include <IPCS/IESGCallListener.h>
-#include <glib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,12 +17,14 @@
 #include <future>
 #include <map>
 #include <string>
-#include <thread>
+
+#include "Client.h"
 
 namespace {
 
+using namespace esg::test;
+
 constexpr unsigned int kPatience = 20;
-constexpr char kService[] = "com.velmora.Test";
 
 /// Not destroyed, like everything here that threads use: they run to the very end.
 using Promise = std::promise<void>;
@@ -43,20 +43,13 @@ void Require(bool condition, const char* text) {
   }
 }
 
-int Call() {
-  ESGMessageBuffer in;
-  ESGMessageBuffer out;
-  return EIIPCConnection::GetInstance()->Call(kService, "echo", in, out);
-}
+bool Succeeds() { return Call("echo", "").first == 1; }
 
 template <typename Work>
 void Start(Work work) {
   std::thread(std::move(work)).detach();
 }
-
-void StartMainLoop() {
-  Start([] { g_main_loop_run(g_main_loop_new(nullptr, FALSE)); });
-}
+void StartMainLoop() { new MainLoopThread; }
 
 /// Says when something has happened often enough.
 struct Counter {
@@ -70,13 +63,13 @@ struct Counter {
 };
 
 /// Six threads call to the very end, which comes when calls have failed.
-void StartCalls() {
+void ReturnInCalls() {
   static auto& answered = *new Counter;
   static auto& failed = *new Counter;
   for (int i = 0; i < 6; ++i) {
     Start([] {
       for (;;) {
-        (Call() == 1 ? answered : failed).Count();
+        (Succeeds() ? answered : failed).Count();
       }
     });
   }
@@ -84,10 +77,8 @@ void StartCalls() {
   last.work = [] { failed.enough.get_future().wait(); };
 }
 
-void ReturnInCalls() { StartCalls(); }
-
 void ExitInCalls() {
-  StartCalls();
+  ReturnInCalls();
   std::thread([] { std::exit(EXIT_SUCCESS); }).join();
 }
 
@@ -101,16 +92,15 @@ void ReturnInEvents() {
     }
     return data.m_param1;
   };
-  IESGEMS* proxy = ESGEMSProxy::GetInstance(EIIPCConnection::GetInstance(), count);
+  IESGEMS* proxy = ESGEMSProxy::GetInstance(&Connection(), count);
   StartMainLoop();
   Require(proxy->SubscribeSignal(5) == 0, "subscribed");
   arrived.get_future().wait();
   last.work = [] {
     static auto& settled = NewPromise();
-    const auto onIdle = [](gpointer /*unused*/) {
+    const GSourceFunc onIdle = [](gpointer /*unused*/) -> gboolean {
       static int rounds = 0;
-      ++rounds;
-      if (rounds == 20) {
+      if (++rounds == 20) {
         settled.set_value();
       }
       return rounds < 20 ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
@@ -127,7 +117,7 @@ void ReturnInRequests() {
     ESGAsync::Cancel(cancelled);
     const auto next = ESGAsync::GetServiceFragment("id", true, nullptr);
     ESGAsync::GetServiceFragment("id", true, [next](const ESGFailure& failure, const std::string&) {
-      Require(static_cast<bool>(failure), "there is no guide service");
+      Require(failure.reason == ESGFailureReason::NoService, "there is no guide service");
       counter.Count();
       ask(next);
     });
@@ -139,17 +129,25 @@ void ReturnInRequests() {
   counter.enough.get_future().wait();
 }
 
-/// A request whose answer can be read, waited for.
+/// The exception ends the process where it was thrown.
+void ThrowInRequest() {
+  std::set_terminate([] { _exit(EXIT_SUCCESS); });
+  ESGAsync::SaveServiceFragment("/p", "id", true, [](const ESGFailure&) { throw 1; });
+  try {
+    IterateUntil([] { return false; });
+  } catch (int) {
+    Require(false, "no exception passes through the main loop");
+  }
+}
+
 void RequestAndWait() {
   bool isAnswered = false;
   ESGAsync::GetServiceFragment(
-      "id", true, [&isAnswered](const ESGFailure& failure, const std::string& fragment) {
-        Require(!failure && fragment == "x", "the guide service answers");
+      "id", true, [&isAnswered](const ESGFailure& failure, const std::string&) {
+        Require(failure.reason == ESGFailureReason::NoService, "the bus answers for the service");
         isAnswered = true;
       });
-  while (!isAnswered) {
-    g_main_context_iteration(nullptr, TRUE);
-  }
+  IterateUntil([&] { return isAnswered; });
 }
 
 /// The connection is still there: it was made before the function was registered.
@@ -166,59 +164,41 @@ void RequestAfterTheEnd() {
   });
   last.work = [] {
     ESGAsync::GetServiceFragment("id", true, nullptr);
-    constexpr int kTurns = 20;
-    for (int i = 0; i < kTurns; ++i) {
+    for (int i = 0; i < 20; ++i) {
       g_main_context_iteration(nullptr, FALSE);
     }
   };
 }
 
-/// The exception ends the process where it was thrown.
-void ThrowInRequest() {
-  std::set_terminate([] { _exit(EXIT_SUCCESS); });
-  ESGAsync::SaveServiceFragment("/p", "id", true, [](const ESGFailure&) { throw 1; });
-  try {
-    g_main_loop_run(g_main_loop_new(nullptr, FALSE));
-  } catch (int) {
-    Require(false, "no exception passes through the main loop");
-  }
-}
+constexpr char kOwnName[] = "com.velmora.Own";
 
 struct Listener : IESGCallListener {
   explicit Listener(std::function<void()> work) : onCall(std::move(work)) {}
-  bool OnMethodCall(const char* /*method*/, ESGMessageBuffer& /*in*/,
-                    ESGMessageBuffer& /*out*/) override {
+  bool OnMethodCall(const char*, ESGMessageBuffer&, ESGMessageBuffer&) override {
     onCall();
     return true;
   }
   std::function<void()> onCall;
 };
 
-/// Serves calls to this very process, to its end.
+/// Serves the calls of this process to its end.
 void StartService(std::function<void()> onCall) {
   static ECNativeConnection service;
   StartMainLoop();
-  Require(service.Start(kService, new Listener(std::move(onCall))), "the service starts");
+  Require(service.Start(kOwnName, new Listener(std::move(onCall))), "the service starts");
 }
 
-/// A call is being served, without an end.
+/// A call is being served, without an end, which the process does not wait for.
 void ReturnWhileListenerIsBusy() {
   Promise& busy = NewPromise();
   StartService([&busy] {
     busy.set_value();
     NewPromise().get_future().wait();
   });
-  Start(&Call);
+  Start([] { Call("wait", "", kOwnName); });
   busy.get_future().wait();
-  std::puts("ends");
-  std::fflush(stdout);
+  alarm(kPatience / 4);
 }
-
-struct Emitter : ECIPCManager {
-  bool Send(int number, ESGMessageBuffer& payload) override {
-    return m_Send(EIIPCConnection::GetInstance()->GetConnectionId(), Event, number, payload);
-  }
-};
 
 /// Of the events of a connection that is deleted, none is delivered after that.
 void DeleteWhileCallbackIsBusy() {
@@ -232,16 +212,15 @@ void DeleteWhileCallbackIsBusy() {
     busy.set_value();
     proceed.get_future().wait();
   });
-  EIIPCConnection::GetInstance()->SetGMainLoop(nullptr);
-  EIIPCConnection::GetInstance()->SetEventCallbackFunction(
+  Connection().SetGMainLoop(nullptr);
+  Connection().SetEventCallbackFunction(
       [](int /*number*/, ESGMessageBuffer& /*payload*/) { sentinel.set_value(); });
   StartMainLoop();
-  static auto& emitter = *new Emitter;
   ESGMessageBuffer payload;
   for (const int number : {1, 2}) {
-    emitter.m_Send(connection->GetConnectionId(), Event, number, payload);
+    TheEmitter().m_Send(connection->GetConnectionId(), Event, number, payload);
   }
-  emitter.Send(3, payload);
+  TheEmitter().m_Send(Connection().GetConnectionId(), Event, 3, payload);
   busy.get_future().wait();
   delete connection;
   proceed.set_value();
@@ -249,8 +228,8 @@ void DeleteWhileCallbackIsBusy() {
 }
 
 void ExpectNoConnection() {
-  Require(Call() == -1, "a call fails");
-  Require(EIIPCConnection::GetInstance()->GetConnectionId().empty(), "no id");
+  Require(!Succeeds(), "a call fails");
+  Require(Connection().GetConnectionId().empty(), "no id");
 }
 
 /// Each call after the end of the process-wide connection fails: in an atexit handler, in the
@@ -259,7 +238,7 @@ void CallAfterTheEnd() {
   static auto& late = NewPromise();
   static auto& done = NewPromise();
   std::atexit(&ExpectNoConnection);
-  Require(Call() == 1, "a call is answered");
+  Require(Succeeds(), "a call is answered");
   Start([] {
     late.get_future().wait();
     ExpectNoConnection();
@@ -277,8 +256,8 @@ void CallAfterTheEnd() {
   alarm(kPatience);
   if (number % 2 == 0) {
     ESGMessageBuffer payload;
-    Require(Call() == -1, "a call of the child fails");
-    Require(!EIIPCConnection::GetInstance()->AddMatchRule(number), "a rule of the child fails");
+    Require(!Succeeds(), "a call of the child fails");
+    Require(!Connection().AddMatchRule(number), "a rule of the child fails");
     ECIPCClient::GetInstance()->Send(number, payload);
     Require(ESGAsync::GetServiceFragment("id", true, nullptr) == 0, "no request of the child");
   }
@@ -289,21 +268,17 @@ void CallAfterTheEnd() {
 void Fork() {
   static auto& event = *new std::promise<int>;
   StartService([] {});
-  EIIPCConnection* connection = EIIPCConnection::GetInstance();
-  connection->SetGMainLoop(nullptr);
-  connection->SetEventCallbackFunction(
+  Connection().SetGMainLoop(nullptr);
+  Connection().SetEventCallbackFunction(
       [](int number, ESGMessageBuffer& /*payload*/) { event.set_value(number); });
   ESGMessageBuffer payload;
   ECIPCClient* emitter = ECIPCClient::GetInstance();
-  std::atomic<bool> done{false};
-  std::thread callers[8];
-  for (std::thread& caller : callers) {
-    caller = std::thread([&done] {
-      while (!done) {
-        Require(Call() == 1, "a call is answered");
-      }
-    });
-  }
+  std::atomic<bool> isDone{false};
+  auto callers = Threads(8, [&](int i) {
+    while (!isDone) {
+      Require(i % 2 == 0 ? Succeeds() : Call("m", "", kOwnName).first == 1, "a call is answered");
+    }
+  });
   constexpr int kChildren = 20;
   for (int i = 0; i < kChildren; ++i) {
     if (fork() == 0) {
@@ -314,11 +289,9 @@ void Fork() {
     int status = -1;
     Require(wait(&status) > 0 && status == 0, "a child ends well");
   }
-  done = true;
-  for (std::thread& caller : callers) {
-    caller.join();
-  }
-  Require(connection->AddMatchRule(5) && emitter->Send(99, payload), "the parent goes on");
+  isDone = true;
+  Join(callers);
+  Require(Connection().AddMatchRule(5) && emitter->Send(99, payload), "the parent goes on");
   Require(event.get_future().get() == 99, "no child has sent anything");
 }
 
@@ -326,17 +299,17 @@ void Fork() {
 
 int main(int argc, char** argv) {
   const std::map<std::string, void (*)()> ways = {
-      {"return-in-calls", &ReturnInCalls},
-      {"exit-in-calls", &ExitInCalls},
-      {"return-in-events", &ReturnInEvents},
-      {"return-in-requests", &ReturnInRequests},
-      {"request-in-atexit", &RequestInAtExit},
-      {"request-after-the-end", &RequestAfterTheEnd},
-      {"throw-in-request", &ThrowInRequest},
-      {"return-while-listener-is-busy", &ReturnWhileListenerIsBusy},
-      {"delete-while-callback-is-busy", &DeleteWhileCallbackIsBusy},
-      {"call-after-the-end", &CallAfterTheEnd},
-      {"fork", &Fork},
+      {"ReturnInCalls", &ReturnInCalls},
+      {"ExitInCalls", &ExitInCalls},
+      {"ReturnInEvents", &ReturnInEvents},
+      {"ReturnInRequests", &ReturnInRequests},
+      {"ThrowInRequest", &ThrowInRequest},
+      {"RequestInAtExit", &RequestInAtExit},
+      {"RequestAfterTheEnd", &RequestAfterTheEnd},
+      {"ReturnWhileListenerIsBusy", &ReturnWhileListenerIsBusy},
+      {"DeleteWhileCallbackIsBusy", &DeleteWhileCallbackIsBusy},
+      {"CallAfterTheEnd", &CallAfterTheEnd},
+      {"Fork", &Fork},
   };
   alarm(kPatience);
   ways.at(argc == 2 ? argv[1] : "")();

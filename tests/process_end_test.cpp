@@ -1,102 +1,16 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <string>
-
-#include "ChildProgram.h"
-#include "Harness.h"
-#include "IESGService.h"
+#include "BusTest.h"
 
 namespace {
 
-/// Runs a program that ends in some way while this process serves its calls and sends events.
-class ProcessEnd : public testing::Test {
- public:
-  ~ProcessEnd() override {
-    done = true;
-    Join(sender);
-  }
+using namespace esg::test;
 
- protected:
-  ProcessEnd() {
-    setenv("MALLOC_PERTURB_", "170", 1);  // what is freed is overwritten
-    peer.AddMatch("type='signal',interface='com.velmora.ESG.Signal',arg0='5'");
-  }
-
-  /// A number of runs, each of which ends with status 0.
-  static void Run(const std::vector<std::string>& command, int runs) {
-    for (int i = 0; i < runs && !HasFailure(); ++i) {
-      const ChildProgram::Result end = ChildProgram(command, kPipe, kPipe).End();
-      EXPECT_EQ(end.status, 0) << command.back() << ", run " << i << ":\n" << end.errors;
-    }
-  }
-  void SendEvents() {
-    sender = Threads(1, [&](int) {
-      for (int i = 0; !done; ++i) {
-        peer.Send(MakeSignal("Event", 5, Integers({1, 2, 3})));
-        if (i >= 100) {  // under way at any time
-          peer.NextSignal();
-        }
-      }
-    });
-  }
-
-  static constexpr int kPipe = ChildProgram::kPipe;
-  std::atomic<bool> done{false};
-  std::vector<std::thread> sender;
-  RawPeer peer;
+struct Way {
+  const char* name;  ///< An argument of the program process_end, or the path of another program.
+  int runs;
+  bool hasEvents;
+  int callLines;  ///< How many calls fail with their line.
+  friend void PrintTo(const Way& way, std::ostream* out) { *out << way.name; }
 };
-
-/// With the service that the program calls.
-class ProcessEndWithService : public ProcessEnd {
-  RawPeer m_service{kService, [](DBusMessage* call) { return MakeReply(call, 1, ""); }};
-};
-
-TEST_F(ProcessEndWithService, MayComeInTheMiddleOfCalls) {
-  for (const char* way : {"return-in-calls", "exit-in-calls"}) {
-    Run({PROCESS_END, way}, kSanitized ? 10 : 100);
-  }
-}
-
-TEST_F(ProcessEnd, MayComeWhileEventsArrive) {
-  SendEvents();
-  Run({PROCESS_END, "return-in-events"}, kSanitized ? 20 : 200);
-}
-
-TEST_F(ProcessEnd, MayComeInTheMiddleOfRequests) {
-  Run({PROCESS_END, "return-in-requests"}, kSanitized ? 10 : 50);
-  Run({PROCESS_END, "throw-in-request"}, 1);
-}
-
-TEST_F(ProcessEnd, LeavesRequestsTheirAnswersWhileThereIsAConnection) {
-  const RawPeer guide(kESGServiceName, [](DBusMessage* call) {
-    return MakeReply(call, 1, R"({"ret":true,"xmlFragment":"x"})");
-  });
-  Run({PROCESS_END, "request-in-atexit"}, 1);
-}
-
-TEST_F(ProcessEnd, KeepsRequestsFromTheirCallbacksThoughAnotherIsMade) {
-  Run({PROCESS_END, "request-after-the-end"}, 1);
-}
-
-TEST_F(ProcessEnd, IsNoMatterToALibraryThatIsUnloadedWhileEventsArrive) {
-  SendEvents();
-  Run({UNLOAD, LIBRARY}, kSanitized ? 5 : 20);
-}
-
-TEST_F(ProcessEnd, DoesNotWaitForAListenerThatIsBusy) {
-  ChildProgram program({PROCESS_END, "return-while-listener-is-busy"}, kPipe, kPipe);
-  ASSERT_TRUE(program.WaitForLine("ends"));
-  const Stopwatch stopwatch;
-  const ChildProgram::Result end = program.End();
-  EXPECT_EQ(end.status, 0) << end.errors;
-  EXPECT_LT(stopwatch.Milliseconds(), kThreadSanitized ? 3000 : 1000);  // it sleeps at the end
-}
-
-TEST_F(ProcessEnd, OfAConnectionWhileItsCallbackIsBusy) {
-  Run({PROCESS_END, "delete-while-callback-is-busy"}, 5);
-}
 
 int CountIn(const std::string& text, const std::string& part) {
   int count = 0;
@@ -106,21 +20,69 @@ int CountIn(const std::string& text, const std::string& part) {
   return count;
 }
 
-TEST_F(ProcessEndWithService, LeavesCallsThatFailWithTheirLine) {
-  const auto end = ChildProgram({PROCESS_END, "call-after-the-end"}, kPipe, kPipe).End();
-  EXPECT_EQ(end.status, 0) << end.errors;
-  EXPECT_EQ(CountIn(end.errors, "ECIPCConnection.cpp: Call("), 3) << end.errors;
-}
+/// Runs a program that ends in some way while this process answers its calls and sends it events.
+/// The program ends with status 0 where all went as it must.
+class ProcessEnd : public OnBus, public testing::WithParamInterface<Way> {
+ protected:
+  ~ProcessEnd() override {
+    m_isDone = true;
+    Join(m_sender);
+  }
 
-TEST_F(ProcessEnd, OfAForkedChildTouchesNothingOfItsParent) {
-  if (!kForksSafely) {
+  void SendEvents() {
+    m_peer.AddMatch("type='signal',interface='com.velmora.ESG.Signal',arg0='5'");
+    m_sender = Threads(1, [&](int) {
+      for (int i = 0; !m_isDone; ++i) {
+        m_peer.Send(MakeSignal("Event", 5, Integers({1, 2, 3})));
+        if (i >= 100) {  // under way at any time
+          m_peer.NextSignal();
+        }
+      }
+    });
+  }
+
+ private:
+  const Service m_service;
+  RawPeer m_peer;
+  std::atomic<bool> m_isDone{false};
+  std::vector<std::thread> m_sender;
+};
+
+TEST_P(ProcessEnd, LeavesNothingHangingOrBroken) {
+  const Way& way = GetParam();
+  const std::string name = way.name;
+  if (name == "Fork" && !kForksSafely) {
     GTEST_SKIP() << "the address sanitizer does not support this fork";
   }
-  const auto end = ChildProgram({PROCESS_END, "fork"}, kPipe, kPipe).End();
-  EXPECT_EQ(end.status, 0) << end.errors;
-  // The children that use the library.
-  EXPECT_EQ(CountIn(end.errors, "ECIPCConnection.cpp: Call("), 10) << end.errors;
-  EXPECT_EQ(CountIn(end.errors, "> Error while adding match rule: "), 10) << end.errors;
+  if (way.hasEvents) {
+    SendEvents();
+  }
+  setenv("MALLOC_PERTURB_", "170", 1);  // what is freed is overwritten
+  for (int i = 0; i <= way.runs / (kSanitized ? 10 : 1) && !HasFailure(); ++i) {
+    ChildProgram program(
+        {name == "Unload" ? UNLOAD : PROCESS_END, name == "Unload" ? LIBRARY : name},
+        ChildProgram::kPipe, ChildProgram::kPipe);
+    const ChildProgram::Result end = program.End();
+    EXPECT_EQ(end.status, 0) << "run " << i << ":\n" << end.errors;
+    EXPECT_EQ(way.callLines < 0 ? -1 : CountIn(end.errors, "ECIPCConnection.cpp: Call("),
+              way.callLines)
+        << end.errors;
+  }
 }
+
+constexpr int kAnyNumber = -1;
+INSTANTIATE_TEST_SUITE_P(, ProcessEnd,
+                         testing::Values(Way{"ReturnInCalls", 100, false, kAnyNumber},
+                                         Way{"ExitInCalls", 100, false, kAnyNumber},
+                                         Way{"ReturnInEvents", 200, true, 0},
+                                         Way{"ReturnInRequests", 50, false, kAnyNumber},
+                                         Way{"ThrowInRequest", 0, false, kAnyNumber},
+                                         Way{"RequestInAtExit", 0, false, kAnyNumber},
+                                         Way{"RequestAfterTheEnd", 0, false, kAnyNumber},
+                                         Way{"ReturnWhileListenerIsBusy", 0, false, kAnyNumber},
+                                         Way{"DeleteWhileCallbackIsBusy", 5, true, 0},
+                                         Way{"CallAfterTheEnd", 0, false, 3},
+                                         Way{"Fork", 0, false, 10}, Way{"Unload", 20, true, 0}),
+                         [](const auto& way) { return way.param.name; });
 
 }  // namespace

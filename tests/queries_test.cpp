@@ -1,28 +1,18 @@
-#include <gtest/gtest.h>
 #include <json/json.h>
 
 #include <climits>
-#include <functional>
-#include <mutex>
 #include <regex>
 #include <sstream>
-#include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
 
+#include "BusTest.h"
 #include "ESGAPI.h"
 #include "ESGAsync.h"
 #include "ESGService_Proxy.h"
-#include "Harness.h"
 #include "IESGService.h"
-#include "IPCS/EIIPCConnection.h"
-#include "LogCapture.h"
-#include "RawPeer.h"
 
 namespace {
 
-using esg::internal::MessagePtr;
+using namespace esg::test;
 
 /// The arguments that an operation fills or takes by reference.
 struct Variables {
@@ -82,9 +72,9 @@ const struct Operation {
      [](auto& v, auto& d) { return ESGAsync::GetPresentProgram(v.id, Into(v.program, d)); },
      "Invoked: globalServiceId=urn:a \n", R"({"global_service_id":"urn:a"})", kProgram, "old new"},
     {"GetProgramList",
-     [](auto& s, auto& v) { return s.GetProgramList(v.id, 4294967295, 60, v.programs); },
+     [](auto& s, auto& v) { return s.GetProgramList(v.id, 4294967295U, 60, v.programs); },
      [](auto& v, auto& d) {
-       return ESGAsync::GetProgramList(v.id, 4294967295, 60, Into(v.programs, d));
+       return ESGAsync::GetProgramList(v.id, 4294967295U, 60, Into(v.programs, d));
      },
      "Invoked: globalServiceId=urn:a  startTime=4294967295  duration=60\n",
      R"({"start_time":4294967295,"duration":60,"global_service_id":"urn:a"})",
@@ -101,9 +91,9 @@ const struct Operation {
          "synopsis":"","title":"given","eRelative_Position":-1})",
      kProgram, "old new"},
     {"GetProgramItem",
-     [](auto& s, auto& v) { return s.GetProgramItem(v.id, "c1", 4294967295, v.program); },
+     [](auto& s, auto& v) { return s.GetProgramItem(v.id, "c1", 4294967295U, v.program); },
      [](auto& v, auto& d) {
-       return ESGAsync::GetProgramItem(v.id, "c1", 4294967295, Into(v.program, d));
+       return ESGAsync::GetProgramItem(v.id, "c1", 4294967295U, Into(v.program, d));
      },
      "Invoked: global_service_id=urn:a  contentId = c1  startTime=-1\n",
      R"({"global_service_id":"urn:a","ContentId":"c1","start_time":4294967295})", kProgram,
@@ -152,38 +142,33 @@ std::vector<std::string> Logged(int priority) {
   return lines;
 }
 
-using Answer = std::function<MessagePtr(DBusMessage* call)>;
+using Respond = Service::Respond;
 
-Answer Reply(const std::string& text, int result = 1) {
-  return [=](DBusMessage* call) { return MakeReply(call, result, text); };
+void ExpectSame(const ESGFailure& one, const ESGFailure& other) {
+  EXPECT_EQ(one.reason, other.reason);
+  EXPECT_EQ(one.errorName, other.errorName);
+  EXPECT_EQ(one.errorText, other.errorText);
 }
 
-class Queries : public testing::Test {
+class Queries : public OnBus {
  protected:
-  Queries() { EIIPCConnection::GetInstance(); }
+  Queries() { Connection(); }
 
   /// Runs an operation both ways, which must not differ, and gives its failure.
-  ESGFailure Run(const Operation& operation, Variables& variables, Answer answer) {
-    {
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      m_answer = std::move(answer);
-    }
+  ESGFailure Run(const Operation& operation, Variables& variables, const Respond& respond) {
     SCOPED_TRACE(operation.name);
+    m_service.Set(respond);
     Variables later = variables;
-    ESGFailure failure = RunLater(operation, later);
-    const Body call = m_call;
+    const ESGFailure failure = RunLater(operation, later);
+    const std::string request = m_service.LastCall().bytes;
     const std::vector<std::string> lines[] = {Logged(4), Logged(6)};
-
     log_capture::Clear();
-    const bool isSuccess = operation.run(*ESGAPI::GetESGServiceAPI(), variables);
-    EXPECT_EQ(isSuccess, !failure);
-    EXPECT_EQ(ESGLastFailure().reason, failure.reason);
-    EXPECT_EQ(ESGLastFailure().errorName, failure.errorName);
-    EXPECT_EQ(ESGLastFailure().errorText, failure.errorText);
-    EXPECT_TRUE(variables.Show() == later.Show());  // may be large
-    EXPECT_EQ(m_call.bytes, call.bytes);
+    EXPECT_EQ(operation.run(*ESGAPI::GetESGServiceAPI(), variables), !failure);
+    ExpectSame(ESGLastFailure(), failure);
+    EXPECT_EQ(m_service.LastCall().bytes, request);
     EXPECT_EQ(Logged(4), lines[0]);
     EXPECT_EQ(Logged(6), lines[1]);
+    EXPECT_TRUE(variables.Show() == later.Show());  // may be large
     return failure;
   }
 
@@ -199,21 +184,12 @@ class Queries : public testing::Test {
                             }),
               0U);
     EXPECT_FALSE(isDone);
-    while (!isDone) {
-      g_main_context_iteration(nullptr, TRUE);
-    }
+    IterateUntil([&] { return isDone; });
     EXPECT_EQ(ESGLastFailure().reason, before);
     return result;
   }
 
-  std::mutex m_mutex;
-  Answer m_answer;
-  Body m_call;
-  RawPeer m_service{kESGServiceName, [this](DBusMessage* call) {
-                      const std::lock_guard<std::mutex> lock(m_mutex);
-                      m_call = ReadBody(call);
-                      return m_answer(call);
-                    }};
+  Service m_service{&Service::Echo, kESGServiceName};
 };
 
 TEST_F(Queries, SendTheirArgumentsAndTakeTheirResults) {
@@ -221,15 +197,15 @@ TEST_F(Queries, SendTheirArgumentsAndTakeTheirResults) {
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.name);
     Variables variables;
-    EXPECT_FALSE(
-        Run(operation, variables, Reply(std::string("{\"ret\":true,") + operation.result + "}")));
+    EXPECT_FALSE(Run(operation, variables,
+                     Service::Reply(std::string("{\"ret\":true,") + operation.result + "}")));
     EXPECT_EQ(variables.Show(), operation.shown);
 
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    EXPECT_EQ(m_call.text, operation.name);
+    EXPECT_EQ(m_service.LastCall().text, operation.name);
     Json::Value arguments;
     std::istringstream(operation.arguments) >> arguments;
-    EXPECT_EQ(m_call.bytes, Json::writeString(Json::StreamWriterBuilder(), arguments));
+    EXPECT_EQ(m_service.LastCall().bytes,
+              Json::writeString(Json::StreamWriterBuilder(), arguments));
     std::vector<std::string> lines;
     if (operation.log != nullptr) {
       lines.push_back(std::string(operation.name) + " > " + operation.log);
@@ -244,28 +220,26 @@ TEST_F(Queries, SendTheirArgumentsAndTakeTheirResults) {
 TEST_F(Queries, FailWithTheirReasonInTheLogAndTouchNothing) {
   const std::string noBus = "RemoteCallWithStringArguments > Fail to communicate using d-bus\n";
   const std::string noJson = "RemoteCallWithJsonArguments > Fail to parse json data\n";
-  const auto error = [](DBusMessage* call) {
-    return MessagePtr(dbus_message_new_error(call, "com.velmora.Odd", "no %s disk"));
-  };
+  const Respond error = Service::Error("com.velmora.Odd", "no %s disk");
   using Reason = ESGFailureReason;
-  const std::tuple<Answer, Reason, std::vector<std::string>> failures[] = {
+  const std::tuple<Respond, Reason, std::vector<std::string>> failures[] = {
       {error,
        Reason::ServiceError,
        {"Call > [com.velmora.ESGCallListener:METHOD] Error answer received "
         "[Error name: com.velmora.Odd]: no %s disk\n",
         noBus}},
-      {Reply(R"({"ret":true})", -1), Reason::ServiceError, {noBus}},
-      {Reply("{"), Reason::Unreadable, {noJson}},
-      {Reply(""), Reason::Unreadable, {noJson}},
-      {Reply(R"({"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"),
+      {Service::Reply(R"({"ret":true})", -1), Reason::ServiceError, {noBus}},
+      {Service::Reply("{"), Reason::Unreadable, {noJson}},
+      {Service::Reply(""), Reason::Unreadable, {noJson}},
+      {Service::Reply(R"({"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"),
        Reason::Unreadable,
        {}},
-      {Reply(R"({"ret":false,"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"),
+      {Service::Reply(R"({"ret":false,"title":"new","xmlFragment":"new","ESGProgramMap":[{}]})"),
        Reason::NotFound,
        {}},
-      {Reply(R"({"ret":null})"), Reason::Unreadable, {}},
-      {Reply(R"({"ret":0})"), Reason::NotFound, {}},
-      {Reply("null"), Reason::Unreadable, {}},
+      {Service::Reply(R"({"ret":null})"), Reason::Unreadable, {}},
+      {Service::Reply(R"({"ret":0})"), Reason::NotFound, {}},
+      {Service::Reply("null"), Reason::Unreadable, {}},
   };
   for (const Operation& operation : kOperations) {
     for (auto [answer, reason, lines] : failures) {
@@ -281,8 +255,8 @@ TEST_F(Queries, FailWithTheirReasonInTheLogAndTouchNothing) {
   Variables variables;
   EXPECT_EQ(Run(kOperations[0], variables, error).errorName, "com.velmora.Odd");
   EXPECT_EQ(ESGLastFailure().errorText, "no %s disk");
-  m_service.Stop();
-  EXPECT_EQ(Run(kOperations[0], variables, Reply("")).reason, Reason::NoService);
+  m_service.Peer().Stop();
+  EXPECT_EQ(Run(kOperations[0], variables, Service::Reply("")).reason, Reason::NoService);
   EXPECT_EQ(log_capture::Count("[Error name: org.freedesktop.DBus.Error.ServiceUnknown]: "), 1);
   EXPECT_EQ(Logged(6).back(), noBus);
 }
@@ -302,10 +276,7 @@ TEST_F(Queries, TellErrorsApart) {
   for (const auto& [name, reason] : errors) {
     const std::string text = std::string(510, 'x') + "\u00e9 and more";  // more than is kept
     Variables variables;
-    const ESGFailure failure =
-        Run(kOperations[0], variables, [name = name, &text](DBusMessage* call) {
-          return MessagePtr(dbus_message_new_error(call, name, text.c_str()));
-        });
+    const ESGFailure failure = Run(kOperations[0], variables, Service::Error(name, text));
     EXPECT_EQ(failure.reason, reason);
     EXPECT_EQ(failure.errorName, name);
     EXPECT_EQ(failure.errorText, std::string(510, 'x'));
@@ -319,41 +290,49 @@ TEST_F(Queries, TellErrorsApart) {
   EXPECT_EQ(ESGLastFailure().reason, Reason::TooLarge);
 }
 
-/// A connection of somebody else's, which fails.
+/// An application's connection, which answers calls itself.
 struct OwnConnection : EIIPCConnection {
   bool Connect() override { return true; }
   bool AddMatchRule(int) override { return true; }
   bool RemoveMatchRule(int) override { return true; }
-  int Call(const std::string&, const char*, ESGMessageBuffer&, ESGMessageBuffer&) override {
-    return -1;
+  int Call(const std::string& destination, const char* method, ESGMessageBuffer& in,
+           ESGMessageBuffer& out) override {
+    asked = destination + " " + method + " " + Bytes(in);
+    out.PushConcatenated(answer.size(), answer.data());
+    return answer.empty() ? -1 : 1;
   }
   void SetEventCallbackFunction(EIIPCCallback) override {}
   void UnSetEventCallbackFunction() override {}
   void SetDataCallbackFunction(EIIPCCallback) override {}
-  const std::string& GetConnectionId() override { return id; }
+  const std::string& GetConnectionId() override { return asked; }
   void SetGMainLoop(GMainContext*) override {}
   bool m_Connect() override { return true; }
-  const std::string id;
+  std::string asked;
+  std::string answer;
 };
 
-TEST_F(Queries, ReportNoAnswerForAConnectionThatIsNotTheLibrarys) {
+TEST_F(Queries, GoThroughTheConnectionThatTheirProxyIsGiven) {
   Variables variables;
-  Run(kOperations[0], variables, [](DBusMessage* call) {
-    return MessagePtr(dbus_message_new_error(call, "com.velmora.Odd", "before"));
-  });
+  Run(kOperations[0], variables, Service::Error("com.velmora.Odd", "before"));
   OwnConnection own;
   ESGService_Proxy proxy(&own);
   EXPECT_FALSE(proxy.GetPresentProgram("id", variables.program));
-  EXPECT_EQ(ESGLastFailure().reason, ESGFailureReason::NoAnswer);
-  EXPECT_EQ(ESGLastFailure().errorName, "");
+  ExpectSame(ESGLastFailure(), {ESGFailureReason::NoAnswer, "", ""});
+  for (const Operation& operation : kOperations) {
+    own.answer = std::string("{\"ret\":true,") + operation.result + "}";
+    Variables each;
+    EXPECT_TRUE(operation.run(proxy, each));
+    EXPECT_EQ(each.Show(), operation.shown);
+    EXPECT_EQ(own.asked.find(std::string(kESGServiceName) + " " + operation.name + " {"), 0U);
+  }
 }
 
 TEST_F(Queries, SucceedWithAnyResultButMinusOneAndAnyTrueVerdict) {
   for (const int result : {0, 5, -2, INT_MIN}) {
     for (const char* verdict : {"true", "1", "0.5", "-1", "true/*!*/"}) {
       Variables variables;
-      EXPECT_FALSE(
-          Run(kOperations[0], variables, Reply(std::string("{\"ret\":") + verdict + "}", result)));
+      EXPECT_FALSE(Run(kOperations[0], variables,
+                       Service::Reply(std::string("{\"ret\":") + verdict + "}", result)));
       EXPECT_EQ(variables.Show(), "old ");
     }
   }
@@ -364,7 +343,8 @@ TEST_F(Queries, TakeHostileTextForWhatItSays) {
   Variables variables;
   const std::string title("a\0\xff\x1b\u00e9", 6);
   const std::string twice = R"({"title":[],"ret":false,"title":")" + title + R"(","ret":true})";
-  EXPECT_FALSE(Run(kOperations[0], variables, Reply(twice + "} [\xff" + std::string(9, '\0'))));
+  EXPECT_FALSE(
+      Run(kOperations[0], variables, Service::Reply(twice + "} [\xff" + std::string(9, '\0'), 1)));
   EXPECT_EQ(variables.program.Title(), title);
 
   std::string list;
@@ -372,7 +352,7 @@ TEST_F(Queries, TakeHostileTextForWhatItSays) {
     list += ",{\"key\":" + std::to_string(key) + R"(,"title":")" + std::string(3000, 't') + "\"}";
   }
   EXPECT_FALSE(Run(kOperations[1], variables,
-                   Reply(R"({"ret":true,"ESGProgramMap":[)" + list.substr(1) + "]}")));
+                   Service::Reply(R"({"ret":true,"ESGProgramMap":[)" + list.substr(1) + "]}")));
   EXPECT_EQ(variables.programs.size(), 10000U);
   EXPECT_EQ(variables.programs[9999].Title().size(), 3000U);
 }
@@ -393,10 +373,7 @@ TEST_F(Queries, RaiseTheJsonExceptionOfWhatCannotBeRead) {
   for (const auto& [operation, reply, says, shown] : cases) {
     Variables variables;
     Variables later;
-    {
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      m_answer = Reply(reply);
-    }
+    m_service.Set(Service::Reply(reply, 1));
     EXPECT_EQ(RunLater(operation, later).reason, ESGFailureReason::Unreadable);
     EXPECT_EQ(later.Show(), Variables().Show());
     try {
@@ -407,7 +384,7 @@ TEST_F(Queries, RaiseTheJsonExceptionOfWhatCannotBeRead) {
     }
     EXPECT_EQ(ESGLastFailure().reason, ESGFailureReason::Unreadable);
     EXPECT_EQ(variables.Show(), shown) << reply;
-    EXPECT_FALSE(Run(operation, variables, Reply(R"({"ret":true})")));
+    EXPECT_FALSE(Run(operation, variables, Service::Reply(R"({"ret":true})")));
   }
 }
 

@@ -1,161 +1,75 @@
-#include <gtest/gtest.h>
+#include <dlfcn.h>
+#include <pthread.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
-#include <fstream>
-#include <functional>
-#include <future>
+#include <array>
+#include <cstdarg>
 
+#include "BusTest.h"
 #include "ESGEMSProxy.h"
-#include "Harness.h"
-#include "IPCS/ECIPCConnection.h"
-#include "LogCapture.h"
-#include "PrivateBus.h"
-#include "Service.h"
+
+// What gets in the way of threads that wait for the bus.
 
 namespace {
 
-using esg::internal::MessagePtr;
+using namespace esg::test;
+using Waiting = OnBus;
+using WaitingWithoutBus = testing::Test;
 
-const Answer kFailure{-1, ""};
-constexpr char kGivenUp[] = "calls were given up; the bus counts them until ";
-constexpr int kRequestLimit = kSanitized ? 1000 : 200;  // milliseconds
+constexpr int kRequestLimit = kSanitized ? 1000 : 500;  // milliseconds
 
-EIIPCConnection& Connection() { return *EIIPCConnection::GetInstance(); }
+/// How many dispatches are still to fail.
+std::atomic<int> failing{0};
 
-std::future<Answer> CallInThread(const char* method, const std::string& payload) {
-  return std::async(std::launch::async, [=] { return Call(method, payload); });
+/// Runs where this thread has read the arguments of a message.
+thread_local void (*onRead)() = nullptr;
+
+}  // namespace
+
+/// Takes the place of libdbus's own, for the library and for dbus-glib.
+extern "C" DBusDispatchStatus dbus_connection_dispatch(DBusConnection* connection) {
+  static const auto real = reinterpret_cast<decltype(&dbus_connection_dispatch)>(
+      dlsym(RTLD_NEXT, "dbus_connection_dispatch"));
+  if (failing > 0 &&
+      dbus_connection_get_dispatch_status(connection) == DBUS_DISPATCH_DATA_REMAINS &&
+      failing.fetch_sub(1) > 0) {
+    return DBUS_DISPATCH_NEED_MEMORY;
+  }
+  return real(connection);
 }
 
-bool Runs(pid_t thread) {
-  std::string state;
-  std::ifstream("/proc/self/task/" + std::to_string(thread) + "/stat") >> state >> state >> state;
-  return state == "R";
+/// Likewise.
+extern "C" dbus_bool_t dbus_message_get_args(DBusMessage* message, DBusError* error, int first,
+                                             ...) {
+  va_list arguments;
+  va_start(arguments, first);
+  const dbus_bool_t result = dbus_message_get_args_valist(message, error, first, arguments);
+  va_end(arguments);
+  if (onRead != nullptr) {
+    onRead();
+  }
+  return result;
 }
 
-/// Calls that the service holds back, numbered. Each is made when the caller before sleeps, and
-/// still does after a while, when it does not wait for a mutex.
-std::vector<std::future<Answer>> HeldCalls(int count) {
-  Connection();
-  RawPeer peer;
-  std::vector<std::future<Answer>> callers;
-  for (int i = 0; i < count; ++i) {
-    std::atomic<pid_t> id{0};
-    callers.push_back(std::async(std::launch::async, [&id, i] {
-      id = gettid();
-      return Call("held", std::to_string(i));
-    }));
-    for (int seen = 0; seen < 2; seen += id == 0 || Runs(id) ? 0 : 1) {
-      peer.Sync();
-    }
-  }
-  return callers;
-}
+namespace {
 
-/// What answers `call` wrongly, and large.
-MessagePtr WrongReply(const MessagePtr& call, const std::string& payload) {
-  MessagePtr reply(dbus_message_new_method_return(call.get()));
-  const char* bytes = payload.data();
-  dbus_message_append_args(reply.get(), DBUS_TYPE_ARRAY, DBUS_TYPE_BYTE, &bytes,
-                           static_cast<int>(payload.size()), DBUS_TYPE_INVALID);
-  return reply;
-}
-
-TEST(Waiting, CallersThatKeepLargeAnswersDoNotStopTheOthers) {
-  const std::string large(31UL << 20, 'x');  // libdbus stops reading when 63 MiB are alive
-  const std::string wrong = "> IPCS: Message has wrong arguments: ay";
-  Service service;
-  std::vector<std::future<Answer>> callers;
-  callers.reserve(36);
-  for (int i = 0; i < 4; ++i) {
-    callers.push_back(CallInThread("held", ""));
-  }
-  {
-    const log_capture::Hold hold(wrong);
-    for (int i = 0; i < 3; ++i) {
-      service.Peer().Send(WrongReply(service.NextCall(), large));
-    }
-    ASSERT_TRUE(log_capture::WaitFor(wrong, 3));
-    service.Release(large.size());
-    callers.push_back(CallInThread("echo", "small"));
-    ASSERT_TRUE(service.Peer().WaitForCalls(5));
-  }
-  const Stopwatch stopwatch;
-  std::size_t sum = 0;
-  for (auto& caller : callers) {
-    sum += caller.get().second.size();
-  }
-  EXPECT_EQ(sum, large.size() + 5);
-  EXPECT_LT(stopwatch.Milliseconds(), 10000);
-}
-
-TEST(Waiting, CallsBeyondWhatTheBusLetsWaitTakeTheirTurn) {
-  constexpr int kCallers = 300;  // the bus lets 128 wait
-  Service service;
-  auto callers = HeldCalls(kCallers);
-  EXPECT_TRUE(service.Peer().WaitForCalls(100));
-  for (int i = 0; i < kCallers; ++i) {
-    ASSERT_TRUE(service.Peer().WaitForCalls(i + 1));
-    EXPECT_EQ(service.Release(), std::to_string(i));
-    EXPECT_EQ(callers[static_cast<std::size_t>(i)].get(), (Answer{1, std::to_string(i)}));
-  }
-}
-
-TEST(WaitingSlow, CallsThatGaveUpKeepTheirPlaceUntilALateAnswer) {
-  constexpr int kCallers = 125;
-  Service service;
-  RawPeer other;
-  const Stopwatch stopwatch;
-  auto callers = HeldCalls(kCallers);
-  const long started = stopwatch.Milliseconds();
-  EXPECT_EQ(callers[0].get(), kFailure);
-  EXPECT_GE(stopwatch.Milliseconds(), 25000);
-  auto queued = CallInThread("echo", "queued");  // has nobody to make room but those who give up
-  for (int i = 1; i < kCallers; ++i) {
-    EXPECT_EQ(callers[static_cast<std::size_t>(i)].get(), kFailure);
-  }
-  EXPECT_EQ(queued.get(), (Answer{1, "queued"}));
-  EXPECT_LT(stopwatch.Milliseconds(), started + 40000);  // not its own 25 s after theirs
-  EXPECT_EQ(log_capture::Count("Error.NoReply]: Did not receive a reply. "), kCallers);
-  EXPECT_EQ(log_capture::Count(kGivenUp), 1);
-  const int sent = service.Peer().Calls() - 1;
-  // Two at a time still come through.
-  EXPECT_EQ(Call("echo", "good"), (Answer{1, "good"}));
-  callers = HeldCalls(3);
-  EXPECT_NE(other.Call(MakeCall(kService, "echo", "sentinel")), nullptr);
-  EXPECT_EQ(service.Peer().Calls(), sent + 5);
-  // Late answers, which reach nobody, make room.
-  for (int i = 0; i < sent; ++i) {
-    service.Release();
-  }
-  EXPECT_TRUE(service.Peer().WaitForCalls(sent + 6));
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(service.Release(), std::to_string(i));
-    EXPECT_EQ(callers[static_cast<std::size_t>(i)].get(), (Answer{1, std::to_string(i)}));
-  }
-}
-
-TEST(WaitingNoBus, ABusWithALimitForRepliesEndsCallsItself) {
+TEST_F(WaitingWithoutBus, ABusWithALimitForRepliesEndsCallsItself) {
   PrivateBus bus("", "<limit name=\"reply_timeout\">1000</limit>");
   bus.Start();
   Service service;
   const Stopwatch stopwatch;
-  auto callers = HeldCalls(140);
-  for (auto& caller : callers) {
-    EXPECT_EQ(caller.get(), kFailure);
-  }
+  auto callers = Threads(140, [](int) { EXPECT_EQ(Call("held", ""), kFailure); });
+  Join(callers);
   EXPECT_GE(stopwatch.Milliseconds(), 1900);  // the last ones have waited for the first
-  EXPECT_LT(stopwatch.Milliseconds(), 10000);
   EXPECT_EQ(log_capture::Count("Error.NoReply]: Message did not receive a reply (timeout by "),
             140);
-  EXPECT_EQ(log_capture::Count(kGivenUp), 0);
-  callers = HeldCalls(100);
-  EXPECT_TRUE(service.Peer().WaitForCalls(240));
+  EXPECT_EQ(log_capture::Count("calls were given up"), 0);
+  EXPECT_EQ(Call("echo", "good"), (Answer{1, "good"}));
 }
 
-TEST(WaitingNoBus, OnlyAReturnOrAnErrorAnswersACall) {
+TEST_F(WaitingWithoutBus, OnlyAReturnOrAnErrorAnswersACall) {
   PrivateBus bus(R"(
   <policy context="default">
     <allow own="*"/>
@@ -181,13 +95,13 @@ TEST(WaitingNoBus, OnlyAReturnOrAnErrorAnswersACall) {
   EXPECT_EQ(caller.get(), (Answer{1, "own"}));
 }
 
-/// Has `callback` called with every event of this number, in the default main context.
-void OnEvent(int number, const std::function<void()>& callback) {
+/// Has `callback` called with every event of number 5, in the default main context.
+void OnEvent(const std::function<void()>& callback) {
   const auto call = [callback](int, const ESGEventData&) {
     callback();
     return 0;
   };
-  EXPECT_EQ(ESGEMSProxy::GetInstance(&Connection(), call)->SubscribeSignal(number), 0);
+  EXPECT_EQ(ESGEMSProxy::GetInstance(&Connection(), call)->SubscribeSignal(5), 0);
 }
 
 /// Changes match rules; the time that the slower of both ways took.
@@ -200,53 +114,33 @@ long ChangeRules() {
   return std::max(added, remove.Milliseconds());
 }
 
-/// Runs the default main context in this thread, with a timer every 10 ms, until `done` or for
-/// that many ticks. How many there were, and the longest time between two.
-std::pair<int, long> RunLoop(const std::function<bool()>& done, int limit) {
-  std::pair<int, long> ticks{0, 0};
-  Stopwatch stopwatch;
-  const auto tick = [](gpointer count) -> gboolean {
-    ++*static_cast<int*>(count);
-    return G_SOURCE_CONTINUE;
-  };
-  const guint timer = g_timeout_add(10, tick, &ticks.first);
-  for (int before = 0; !done() && ticks.first < limit; before = ticks.first) {
-    g_main_context_iteration(nullptr, TRUE);
-    if (ticks.first != before) {
-      ticks.second = std::max(ticks.second, stopwatch.Milliseconds());
-      stopwatch = Stopwatch();
-    }
-  }
-  g_source_remove(timer);
-  return ticks;
-}
-
-TEST(Waiting, ANestedLoopMayWaitForAThreadThatChangesRules) {
-  std::future<long> worker;
-  std::promise<bool> nested;
-  OnEvent(5, [&] {
-    worker = std::async(std::launch::async, &ChangeRules);
-    const auto done = [&] {
-      return worker.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-    };
-    RunLoop(done, 1000);
-    nested.set_value(done());
+TEST_F(Waiting, ANestedLoopMayWaitForAThreadThatChangesRules) {
+  std::promise<long> changed;
+  OnEvent([&] {
+    std::atomic<bool> isDone{false};
+    auto worker = std::async(std::launch::async, [&isDone] {
+      const long time = ChangeRules();
+      isDone = true;
+      g_main_context_wakeup(nullptr);
+      return time;
+    });
+    IterateUntil([&] { return isDone.load(); });
+    changed.set_value(worker.get());
   });
   const MainLoopThread loop;
   RawPeer peer;
   peer.Send(MakeSignal("Event", 5, ""));
-  EXPECT_TRUE(nested.get_future().get());
-  EXPECT_LT(worker.get(), kRequestLimit);
+  EXPECT_LT(changed.get_future().get(), kRequestLimit);
 }
 
-TEST(Waiting, AThreadThatChangesRulesOvertakesTheEventsThatWait) {
+TEST_F(Waiting, AThreadThatChangesRulesOvertakesTheEventsThatWait) {
   constexpr int kEvents = 120;
   std::atomic<int> events{0};
   std::promise<void> entered;
   std::promise<void> queued;
   std::promise<void> changed;
   auto waitsLong = changed.get_future();
-  OnEvent(5, [&] {
+  OnEvent([&] {
     if (++events == 1) {
       entered.set_value();
       queued.get_future().wait();
@@ -264,43 +158,6 @@ TEST(Waiting, AThreadThatChangesRulesOvertakesTheEventsThatWait) {
   EXPECT_LT(ChangeRules(), kRequestLimit);
   EXPECT_LT(events, kEvents / 2);
   changed.set_value();
-}
-
-TEST(Waiting, TheMainLoopGoesOnWhileABusThatStandsStillKeepsAThread) {
-  Connection().SetGMainLoop(nullptr);
-  std::atomic<int> rounds{0};
-  std::atomic<bool> done{false};
-  auto workers = Threads(2, [&](int) {
-    for (; !done; ++rounds) {
-      ChangeRules();
-    }
-  });
-  while (rounds < 10) {
-    std::this_thread::yield();
-  }
-  TestBus().Pause();
-  const auto [ticks, longest] = RunLoop([] { return false; }, 50);
-  done = true;
-  TestBus().Resume();
-  Join(workers);
-  EXPECT_EQ(ticks, 50);
-  EXPECT_LT(longest, kRequestLimit);
-}
-
-TEST(Waiting, AConnectionClosesWhileABusThatStandsStillKeepsAnotherOneFromOpening) {
-  auto connection = std::make_unique<ECIPCConnection>();
-  TestBus().Pause();
-  std::atomic<pid_t> id{0};
-  auto opening = std::async(std::launch::async, [&id] {
-    id = gettid();
-    const ECIPCConnection other;
-  });
-  while (id == 0 || Runs(id)) {
-    std::this_thread::yield();
-  }
-  auto closing = std::async(std::launch::async, [&connection] { connection.reset(); });
-  EXPECT_EQ(closing.wait_for(std::chrono::seconds(2)), std::future_status::ready);
-  TestBus().Resume();
 }
 
 /// In a process of its own: threads change rules until the bus goes, with the main loop running or
@@ -328,7 +185,7 @@ TEST(Waiting, AConnectionClosesWhileABusThatStandsStillKeepsAnotherOneFromOpenin
   _exit(underWay + closed == threads && isLost ? underWay : 100);
 }
 
-TEST(WaitingNoBus, RequestsFailInOrderWhenTheBusGoes) {
+TEST_F(WaitingWithoutBus, RequestsFailInOrderWhenTheBusGoes) {
   constexpr int kRuns = kSanitized ? 16 : 96;
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
@@ -348,6 +205,155 @@ TEST(WaitingNoBus, RequestsFailInOrderWhenTheBusGoes) {
     underWay += WEXITSTATUS(status);
   }
   EXPECT_GE(underWay, 1);  // of those that fail, some were sent before the end
+}
+
+TEST_F(Waiting, ADispatchWithoutMemoryIsTriedAgainSoon) {
+  static auto& events = *new Inbox<int>;
+  Connection().SetGMainLoop(nullptr);
+  Connection().SetEventCallbackFunction(
+      [](int number, ESGMessageBuffer& /*payload*/) { events.Put(number); });
+  Service service;
+  EXPECT_EQ(Call("echo", "x"), (Answer{1, "x"}));
+  const auto quickly = [](const char* what, const std::function<bool()>& work) {
+    failing = 1;
+    const Stopwatch stopwatch;
+    EXPECT_TRUE(work()) << what;
+    EXPECT_LT(stopwatch.Milliseconds(), kRequestLimit) << what;
+    EXPECT_LE(failing.exchange(0), 0) << what;
+  };
+  quickly("call", [] { return Call("echo", "x") == Answer(1, "x"); });
+  quickly("request", [] { return Connection().AddMatchRule(5); });
+  const MainLoopThread loop;
+  quickly("request beside a main loop", [] { return Connection().AddMatchRule(6); });
+  quickly("event", [&] {
+    service.Peer().Send(MakeSignal("Event", 5, "", Connection().GetConnectionId()));
+    return events.Next() == 5;
+  });
+}
+
+TEST_F(Waiting, ACancelledCallerLeavesTheOthersTheirAnswers) {
+  constexpr int kRounds = kSanitized ? 100 : 600;
+  constexpr std::size_t kCallers = 3;
+  Service service;
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    std::array<std::thread, kCallers> callers;
+    std::array<MessagePtr, kCallers> calls;
+    for (std::size_t i = 0; i < kCallers; ++i) {  // the first one reads
+      callers[i] = std::thread([round, i] {
+        const std::string payload = std::to_string(round) + ":" + std::to_string(i);
+        EXPECT_EQ(Call("held", payload), (Answer{1, payload}));
+      });
+      calls[i] = service.NextCall();
+    }
+    // The race detector does not survive a cancellation within poll().
+    const std::size_t cancelled = kThreadSanitized ? 1 + round % 2 : round % kCallers;
+    pthread_cancel(callers[cancelled].native_handle());
+    callers[cancelled].join();
+    for (const MessagePtr& call : calls) {
+      service.Peer().Send(MakeReply(call.get(), 1, ReadBody(call.get()).bytes));
+    }
+    for (std::thread& caller : callers) {
+      if (caller.joinable()) {
+        caller.join();
+      }
+    }
+    EXPECT_EQ(Call("echo", "after"), (Answer{1, "after"}));
+  }
+}
+
+/// libdbus stops reading while 63 MiB of messages are alive, and wants its socket again in the
+/// thread that releases one of them.
+TEST_F(Waiting, CallersThatKeepLargeAnswersOrAreCancelledThenDoNotStopTheOthers) {
+  constexpr int kCallers = 3;
+  static std::atomic<int> reading;
+  static std::atomic<bool> isCancelled;
+  static std::atomic<bool> proceeds;
+  const std::string large(31UL << 20, 'x');
+  Service service([&](DBusMessage* call, const Body& body) {
+    return MakeReply(call, 1, body.text == "large" ? large : body.bytes);
+  });
+  Connection();
+  for (const bool cancels : {false, true}) {
+    isCancelled = cancels;
+    reading = 0;
+    proceeds = false;
+    auto callers = Threads(kCallers, [](int) {
+      onRead = [] {
+        ++reading;
+        while (!proceeds) {
+          std::this_thread::yield();
+        }
+        if (isCancelled) {
+          pthread_cancel(pthread_self());
+        }
+      };
+      Call("large", "");
+    });
+    while (reading < kCallers) {
+      std::this_thread::yield();
+    }
+    const int calls = service.Peer().Calls();
+    auto fourth = CallInThread("large");
+    auto small = CallInThread("echo", "small");
+    EXPECT_TRUE(service.Peer().WaitForCalls(calls + 2));
+    proceeds = true;
+    Join(callers);
+    EXPECT_EQ(small.get(), (Answer{1, "small"}));
+    EXPECT_EQ(fourth.get().second.size(), large.size());
+  }
+}
+
+/// Lets this process open so many more files at most, until the end of the scope.
+class DescriptorLimit {
+ public:
+  explicit DescriptorLimit(int free) {
+    getrlimit(RLIMIT_NOFILE, &m_before);
+    const int lowest = dup(STDERR_FILENO);
+    close(lowest);
+    rlimit limit = m_before;
+    limit.rlim_cur = static_cast<rlim_t>(lowest) + static_cast<rlim_t>(free);
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+  DescriptorLimit(const DescriptorLimit&) = delete;
+  DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+  ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &m_before); }
+
+ private:
+  rlimit m_before = {};
+};
+
+TEST_F(Waiting, AConnectionWithoutDescriptorsIsAFailureThatIsLogged) {
+  if (kSanitized && !kThreadSanitized) {
+    GTEST_SKIP() << "The sanitizer needs descriptors of its own";
+  }
+  ESGMessageBuffer payload;
+  TheEmitter();
+  for (const int free : {0, 1, 2, 3}) {
+    const DescriptorLimit limit(free);
+    EXPECT_FALSE(TheEmitter().m_Connect()) << free;
+  }
+  EXPECT_EQ(log_capture::Count("> Failed to connect to the D-BUS daemon: "), 4);
+  EXPECT_TRUE(TheEmitter().m_Connect());
+  EXPECT_TRUE(TheEmitter().Send(1, payload));
+}
+
+TEST_F(Waiting, DescriptorsOfStrangersAreNotKept) {
+  Connection();
+  RawPeer stranger;
+  for (int i = 0; i < 40; ++i) {
+    MessagePtr signal(dbus_message_new_signal("/a", "a.B", "C"));
+    dbus_message_set_destination(signal.get(), Connection().GetConnectionId().c_str());
+    const int file = STDERR_FILENO;
+    for (int k = 0; k < 16; ++k) {
+      dbus_message_append_args(signal.get(), DBUS_TYPE_UNIX_FD, &file, DBUS_TYPE_INVALID);
+    }
+    stranger.Send(std::move(signal));
+    stranger.Sync();
+  }
+  const int before = OpenDescriptors();
+  const DescriptorLimit limit(200);
+  EXPECT_TRUE(Connection().AddMatchRule(5));
+  EXPECT_EQ(OpenDescriptors(), before);
 }
 
 }  // namespace

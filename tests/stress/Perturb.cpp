@@ -1,5 +1,3 @@
-#include "Perturb.h"
-
 #include <dlfcn.h>
 #include <poll.h>
 #include <pthread.h>
@@ -15,7 +13,7 @@
 #include <ctime>
 #include <thread>
 
-#include "Harness.h"
+#include "Stress.h"
 
 // Functions of the C library, and one of libdbus, that stand in for the real ones, in the whole
 // process. A race detector has its own as well, which it has to see called; they exist there alone.
@@ -61,102 +59,56 @@ void stress::Perturb(std::uint64_t seed, int rate) {
 
 void stress::ReadSlowly(int milliseconds) { readingTime = milliseconds; }
 
-#if defined(__SANITIZE_THREAD__)
-#define ESG_INTERCEPTED 1
-#elif defined(__has_feature)
-#define ESG_INTERCEPTED __has_feature(thread_sanitizer)
-#else
-#define ESG_INTERCEPTED 0
-#endif
-
 // NOLINTBEGIN(bugprone-macro-parentheses,bugprone-reserved-identifier,readability-inconsistent-declaration-parameter-name)
-#define ESG_NEXT(name) \
+#define NEXT(name) \
   static const auto next = reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
-#if ESG_INTERCEPTED
-#define ESG_DETECTOR(name) extern "C" decltype(name) __interceptor_##name;
-#define ESG_REAL(name) constexpr auto next = &__interceptor_##name
+/// A function of the C library that is delayed; `after` is what follows it.
+#define STEP(Result, name, parameters, arguments, after) \
+  DECLARE(name)                                          \
+  extern "C" Result name parameters {                    \
+    REAL(name);                                          \
+    Delay();                                             \
+    const Result result = next arguments;                \
+    after;                                               \
+    return result;                                       \
+  }
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define DECLARE(name) extern "C" decltype(name) __interceptor_##name;
+#define REAL(name) constexpr auto next = &__interceptor_##name
 /// A process that exits in the middle leaves threads that nobody has joined.
 extern "C" const char* __tsan_default_options() { return "report_thread_leaks=0"; }
-ESG_DETECTOR(pthread_mutex_lock)
-ESG_DETECTOR(pthread_mutex_unlock)
-ESG_DETECTOR(pthread_cond_clockwait)
-ESG_DETECTOR(pthread_cond_signal)
-ESG_DETECTOR(poll)
-ESG_DETECTOR(sendmsg)
-ESG_DETECTOR(recvmsg)
-ESG_DETECTOR(epoll_ctl)
-#else
-#define ESG_REAL(name) ESG_NEXT(name)
 #endif
+#endif
+#ifndef REAL
+#define DECLARE(name)
+#define REAL(name) NEXT(name)
+#endif
+#define NOTHING static_cast<void>(0)
 
-extern "C" {
-
-int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  ESG_REAL(pthread_mutex_lock);
-  Delay();
-  return next(mutex);
-}
-
-int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
-  ESG_REAL(pthread_mutex_unlock);
-  const int result = next(mutex);
-  Delay();
-  return result;
-}
-
-int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
-                           const timespec* until) {
-  ESG_REAL(pthread_cond_clockwait);
-  Delay();
-  return next(condition, mutex, clock, until);
-}
-
-int pthread_cond_signal(pthread_cond_t* condition) noexcept {
-  ESG_REAL(pthread_cond_signal);
-  Delay();
-  return next(condition);
-}
-
-int poll(pollfd* descriptors, nfds_t count, int limit) {
-  ESG_REAL(poll);
-  Delay();
-  const int result = next(descriptors, count, limit);
-  Delay();
-  return result;
-}
-
-ssize_t sendmsg(int socket, const msghdr* message, int flags) {
-  ESG_REAL(sendmsg);
-  Delay();
-  return next(socket, message, flags);
-}
-
-ssize_t recvmsg(int socket, msghdr* message, int flags) {
-  ESG_REAL(recvmsg);
-  Delay();
-  return next(socket, message, flags);
-}
-
-int epoll_ctl(int set, int operation, int descriptor, epoll_event* event) noexcept {
-  ESG_REAL(epoll_ctl);
-  Delay();
-  return next(set, operation, descriptor, event);
-}
-
-int eventfd_write(int descriptor, eventfd_t value) {
-  ESG_NEXT(eventfd_write);
-  Delay();
-  const int result = next(descriptor, value);
-  Delay();
-  return result;
-}
+STEP(int, pthread_mutex_lock, (pthread_mutex_t * mutex) noexcept, (mutex), NOTHING)
+STEP(int, pthread_mutex_unlock, (pthread_mutex_t * mutex) noexcept, (mutex), Delay())
+STEP(int, pthread_cond_clockwait,
+     (pthread_cond_t * condition, pthread_mutex_t* mutex, clockid_t clock, const timespec* until),
+     (condition, mutex, clock, until), NOTHING)
+STEP(int, pthread_cond_signal, (pthread_cond_t * condition) noexcept, (condition), NOTHING)
+STEP(int, poll, (pollfd * descriptors, nfds_t count, int limit), (descriptors, count, limit),
+     Delay())
+STEP(ssize_t, sendmsg, (int socket, const msghdr* message, int flags), (socket, message, flags),
+     NOTHING)
+STEP(ssize_t, recvmsg, (int socket, msghdr* message, int flags), (socket, message, flags), NOTHING)
+STEP(int, epoll_ctl, (int set, int operation, int descriptor, epoll_event* event) noexcept,
+     (set, operation, descriptor, event), NOTHING)
+#undef REAL
+#undef DECLARE
+#define DECLARE(name)
+#define REAL(name) NEXT(name)
+STEP(int, eventfd_write, (int descriptor, eventfd_t value), (descriptor, value), Delay())
 
 /// What the library asks an answer first.
-const char* dbus_message_get_signature(DBusMessage* message) {
-  ESG_NEXT(dbus_message_get_signature);
+extern "C" const char* dbus_message_get_signature(DBusMessage* message) {
+  NEXT(dbus_message_get_signature);
   std::this_thread::sleep_for(std::chrono::milliseconds(readingTime));
   return next(message);
 }
-
-}  // extern "C"
 // NOLINTEND(bugprone-macro-parentheses,bugprone-reserved-identifier,readability-inconsistent-declaration-parameter-name)

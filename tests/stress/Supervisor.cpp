@@ -8,80 +8,83 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <future>
+#include <map>
 #include <memory>
-#include <stdexcept>
-#include <string>
-#include <thread>
+#include <sstream>
 
 #include "ChildProgram.h"
 #include "PrivateBus.h"
-#include "Round.h"
-#include "Service.h"
+#include "Stress.h"
 
 namespace {
 
 using namespace stress;
 using std::chrono::milliseconds;
 
+/// Answers calls, and sends events, until the process is killed.
+[[noreturn]] void Serve(std::uint64_t seed) {
+  using Clock = std::chrono::steady_clock;
+  std::mutex mutex;
+  std::condition_variable more;
+  std::multimap<Clock::time_point, MessagePtr> held;  // answers, by the time at which they are due
+  const auto answer = [&](DBusMessage* call) {
+    const Body body = ReadBody(call);
+    std::size_t size = 0;
+    int delay = 0;
+    std::istringstream(body.text) >> size >> delay;
+    MessagePtr reply = delay >= 0 ? MakeReply(call, 1, AnswerTo(body.text, body.bytes)) : nullptr;
+    if (delay > 0) {
+      const std::lock_guard<std::mutex> lock(mutex);
+      held.emplace(Clock::now() + milliseconds(delay), std::move(reply));
+      more.notify_one();
+      return MessagePtr();
+    }
+    return reply;
+  };
+  // The one before may still own the name for a moment.
+  RawPeer watcher;
+  std::unique_ptr<RawPeer> peer;
+  while (peer == nullptr) {
+    try {
+      peer = std::make_unique<RawPeer>(kService, answer);
+    } catch (const std::runtime_error&) {
+      watcher.Sync();
+    }
+  }
+  std::puts("ready");
+  std::fflush(stdout);
+  Choices choices(seed);
+  const int rate = choices.Between(1, 100);
+  auto event = Clock::now();
+  for (std::unique_lock<std::mutex> lock(mutex);;) {
+    const auto now = Clock::now();
+    if (event <= now) {
+      peer->Send(MakeSignal("Event", choices.Between(0, 9), Integers({1, 2, 3})));
+      event = now + milliseconds(choices.Between(1, 2 * rate));
+    }
+    const auto due = held.upper_bound(now);
+    for (auto each = held.begin(); each != due; each = held.erase(each)) {
+      peer->Send(std::move(each->second));
+    }
+    more.wait_until(lock, held.empty() ? event : std::min(event, held.begin()->first));
+  }
+}
+
 /// The bus and the service, which come and go.
-class Stage {
- public:
-  /// Both are there, the service a new one.
-  void Set(const Round& round) {
-    m_seed = std::to_string(round.seed);
-    m_service.reset();
-    if (!m_bus.Runs()) {
-      m_bus.Start();
-    }
-    StartService();
-  }
-
-  /// `wait` says whether to go on after so long.
-  template <typename Wait>
-  void Disturb(const Disturbance& disturbance, Wait wait) {
-    const milliseconds length(disturbance.length);
-    switch (disturbance.kind) {
-      case Disturbance::PauseBus:
-        m_bus.Pause();
-        wait(length);
-        m_bus.Resume();
-        break;
-      case Disturbance::PauseService:
-        m_service->Signal(SIGSTOP);
-        wait(length);
-        m_service->Signal(SIGCONT);
-        break;
-      case Disturbance::RestartService:
-        m_service.reset();
-        wait(length);
-        StartService();
-        break;
-      case Disturbance::StopBus:
-        m_bus.Stop();
-        break;
-      case Disturbance::KillBus:
-        m_bus.Kill();
-        break;
-    }
-  }
-
- private:
-  void StartService() {
-    m_service = std::make_unique<ChildProgram>(
-        std::vector<std::string>{"/proc/self/exe", "--service", m_seed});
-    if (!m_service->ReadLine()) {
+struct Stage {
+  void StartService(const Round& round) {
+    service = std::make_unique<ChildProgram>(
+        std::vector<std::string>{"/proc/self/exe", "--service", std::to_string(round.seed)});
+    if (!service->ReadLine()) {
       throw std::runtime_error("the service does not start");
     }
   }
 
-  PrivateBus m_bus;
-  std::string m_seed;
-  std::unique_ptr<ChildProgram> m_service;
+  PrivateBus bus;
+  std::unique_ptr<ChildProgram> service;
 };
 
 /// Whether a child ends soon; it stays a zombie.
@@ -125,19 +128,31 @@ std::string Watch(ChildProgram& worker, const std::string& process) {
 }
 
 std::string Play(const Round& round, Stage& stage) {
-  stage.Set(round);
+  stage.service.reset();
+  stage.bus.Start();
+  stage.StartService(round);
   ChildProgram worker({STRESS_WORKER, std::to_string(round.seed)});
   const std::string process = worker.ReadLine().value_or("0");
   worker.ReadLine();  // it is ready
   auto watching = std::async(std::launch::async, [&] { return Watch(worker, process); });
-  const auto wait = [&](milliseconds time) {
-    return watching.wait_for(time) == std::future_status::timeout;
+  const auto wait = [&](int time) {
+    return watching.wait_for(milliseconds(time)) == std::future_status::timeout;
   };
-  for (const Disturbance& disturbance : round.disturbances) {
-    if (!wait(milliseconds(disturbance.after))) {
+  for (const auto& [kind, after, length] : round.disturbances) {
+    if (!wait(after)) {
       break;
     }
-    stage.Disturb(disturbance, wait);
+    if (kind >= kStopBus) {
+      kind == kStopBus ? stage.bus.Stop() : stage.bus.Kill();
+    } else if (kind == kRestartService) {
+      stage.service.reset();
+      wait(length);
+      stage.StartService(round);
+    } else {
+      kind == kPauseBus ? stage.bus.Pause() : stage.service->Signal(SIGSTOP);
+      wait(length);
+      kind == kPauseBus ? stage.bus.Resume() : stage.service->Signal(SIGCONT);
+    }
   }
   return watching.get();
 }

@@ -1,11 +1,8 @@
-#include "Watch.h"
-
 #include <pthread.h>
 #include <sys/prctl.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <cstdarg>
@@ -15,6 +12,7 @@
 #include <thread>
 
 #include "Platform.h"
+#include "Stress.h"
 
 namespace stress {
 namespace {
@@ -23,50 +21,33 @@ namespace {
 thread_local char lastError[512];
 
 /// Never destroyed: threads run to the very end of the process.
-std::mutex& TasksMutex() {
-  static auto& mutex = *new std::mutex;
-  return mutex;
-}
-std::condition_variable& MoreTasks() {
-  static auto& more = *new std::condition_variable;
-  return more;
-}
-std::set<const Task*>& Tasks() {
-  static auto& tasks = *new std::set<const Task*>;
+struct Tasks {
+  std::mutex mutex;
+  std::condition_variable more;
+  std::set<const Task*> all;
+};
+Tasks& TheTasks() {
+  static auto& tasks = *new Tasks;
   return tasks;
 }
 
-[[noreturn]] void Report(pid_t process, const char* text) {
-  char line[1024];
-  const int size = std::snprintf(line, sizeof line, "FAULT %d %s", process, text);
-  const std::size_t length = std::min(static_cast<std::size_t>(size), sizeof line - 1);
-  line[length] = '\n';
-  static std::atomic<bool> isReported{false};
-  if (!isReported.exchange(true)) {
-    static_cast<void>(write(STDOUT_FILENO, line, length + 1));
-  }
-  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-  for (;;) {
-    pause();
-  }
-}
-
-void OnCrash(int signal) { Report(getpid(), signal == SIGABRT ? "aborted" : "crashed"); }
+void OnCrash(int signal) { Fault(signal == SIGABRT ? "aborted" : "crashed"); }
 
 void WatchTasks() {
-  for (std::unique_lock<std::mutex> lock(TasksMutex());;) {
+  Tasks& tasks = TheTasks();
+  for (std::unique_lock<std::mutex> lock(tasks.mutex);;) {
     const auto first = std::min_element(
-        Tasks().begin(), Tasks().end(),
+        tasks.all.begin(), tasks.all.end(),
         [](const Task* left, const Task* right) { return left->Rest() < right->Rest(); });
-    if (first == Tasks().end()) {
-      MoreTasks().wait(lock);
+    if (first == tasks.all.end()) {
+      tasks.more.wait(lock);
     } else if ((*first)->Rest() >= 0) {
-      MoreTasks().wait_for(lock, std::chrono::milliseconds((*first)->Rest() + 1));
+      tasks.more.wait_for(lock, std::chrono::milliseconds((*first)->Rest() + 1));
     } else {
       const std::string text = "has not ended: " + (*first)->Text();
       const pid_t process = (*first)->Process();
       lock.unlock();
-      Report(process, text.c_str());
+      Fault(text, process);
     }
   }
 }
@@ -81,7 +62,20 @@ void StartWatch() {
   std::thread(&WatchTasks).detach();
 }
 
-void Fault(const std::string& text, pid_t process) { Report(process, text.c_str()); }
+void Fault(const std::string& text, pid_t process) {
+  char line[1024];
+  const int size = std::snprintf(line, sizeof line, "FAULT %d %s", process, text.c_str());
+  const std::size_t length = std::min(static_cast<std::size_t>(size), sizeof line - 1);
+  line[length] = '\n';
+  static std::atomic<bool> isReported{false};
+  if (!isReported.exchange(true)) {
+    static_cast<void>(write(STDOUT_FILENO, line, length + 1));
+  }
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  for (;;) {
+    pause();
+  }
+}
 
 std::string_view LastError() { return lastError; }
 
@@ -89,18 +83,14 @@ void ForgetError() { lastError[0] = '\0'; }
 
 Task::Task(std::string what, long limitMilliseconds, pid_t process)
     : m_what(std::move(what)), m_limit(limitMilliseconds), m_process(process) {
-  const std::lock_guard<std::mutex> lock(TasksMutex());
-  Tasks().insert(this);
-  MoreTasks().notify_one();
+  const std::lock_guard<std::mutex> lock(TheTasks().mutex);
+  TheTasks().all.insert(this);
+  TheTasks().more.notify_one();
 }
 
 Task::~Task() {
-  const std::lock_guard<std::mutex> lock(TasksMutex());
-  Tasks().erase(this);
-}
-
-std::string Task::Text() const {
-  return m_what + ", after " + std::to_string(Milliseconds()) + " ms of " + std::to_string(m_limit);
+  const std::lock_guard<std::mutex> lock(TheTasks().mutex);
+  TheTasks().all.erase(this);
 }
 
 }  // namespace stress

@@ -2,23 +2,12 @@
 // argument is the round's seed; the last line that it prints says what it did.
 
 #include <IPCS/ECIPCClient.h>
-#include <IPCS/EIIPCConnection.h>
 #include <sys/wait.h>
 
-#include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
-#include <thread>
-#include <utility>
-#include <vector>
 
-#include "Harness.h"
-#include "Perturb.h"
-#include "Round.h"
-#include "Watch.h"
+#include "Stress.h"
 
 namespace {
 
@@ -38,20 +27,14 @@ const Round& TheRound(std::uint64_t seed = 0) {
 }
 
 /// How long a request may take on a busy machine, and with these pauses.
-long Limit() { return (kSanitized ? 15'000 : 6'000) + TheRound().Paused(); }
+long Limit() { return (kSanitized ? 15'000 : 6'000) + TheRound().paused; }
 
 std::atomic<bool> stopping{false};
 std::atomic<bool> exiting{false};
 std::atomic<int> largeCalls{0};
 std::atomic<int> calls{0};
 std::atomic<int> failures{0};
-std::atomic<int> rules{0};
 std::atomic<int> ownEvents{0};
-std::mutex ownEventMutex;
-std::condition_variable ownEventCame;
-std::atomic<int> foreignEvents{0};
-std::atomic<int> cancellations{0};
-std::atomic<int> children{0};
 
 void Sleep(int milliseconds) {
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
@@ -64,26 +47,18 @@ Choices ChoicesOf(int thread) {
 /// Every failure has a reason in the log, and the reason a cause in this round.
 void CheckFailure(const Task& task, bool isMute) {
   ++failures;
-  const std::string_view error = LastError();
-  const auto says = [error](const char* text) {
-    return error.find(text) != std::string_view::npos;
-  };
-  const Round& round = TheRound();
-  const bool losesBus = round.LosesBus() || exiting;
+  const std::string error(LastError());
+  const auto says = [&](const char* text) { return error.find(text) != std::string::npos; };
+  const bool losesBus = TheRound().losesBus || exiting;
   const bool isFine =
       says("Did not receive a reply") ? isMute && task.Milliseconds() >= kTimeLimit
       : says("recipient disconnected") || says("was not provided by any .service")
-          ? round.LosesService()
+          ? TheRound().losesService
           : losesBus && (says("Connection was disconnected before") || says("pending == NULL") ||
                          says("Connection is closed") || says("The client connection is closed"));
   if (!isFine) {
-    Fault("failed without a cause: " + task.Text() + ": " +
-          (error.empty() ? "no log line" : std::string(error)));
+    Fault("failed without a cause: " + task.Text() + ": " + error);
   }
-}
-
-int SmallSize(Choices& choices) {
-  return choices.OneIn(20) ? choices.Between(1, 200'000) : choices.Between(1, 100);
 }
 
 /// One call, compared with what it is to return. `beforehand` runs on its thread just before.
@@ -97,7 +72,7 @@ void CallOnce(int delay, int size, int answerSize, Before beforehand) {
   ForgetError();
   const Task task("call " + method, Limit() + (delay < 0 ? kTimeLimit : delay));
   beforehand();
-  const Answer answer = Call(method.c_str(), request, kService);
+  const Answer answer = Call(method.c_str(), request);
   if (answer.first == -1) {
     CheckFailure(task, delay < 0);
   } else if (answer != Answer(1, expected)) {
@@ -106,10 +81,12 @@ void CallOnce(int delay, int size, int answerSize, Before beforehand) {
   ++calls;
 }
 
+int SmallSize(Choices& choices) {
+  return choices.OneIn(20) ? choices.Between(1, 200'000) : choices.Between(1, 100);
+}
 void CallOnce(Choices& choices, int delay) {
   CallOnce(delay, SmallSize(choices), SmallSize(choices), [] {});
 }
-
 void CallOnce(Choices& choices) {
   const int delay = choices.OneIn(20) ? choices.Between(1, choices.OneIn(5) ? 500 : 50) : 0;
   if (!choices.OneIn(500) || !TheRound().HasLargeCalls() || largeCalls >= kLargeCalls) {
@@ -123,36 +100,32 @@ void CallOnce(Choices& choices) {
   --largeCalls;
 }
 
-void ChangeRule(bool adds, int event) {
+/// What may fail for the same reasons as a call.
+template <typename Work>
+void Request(const char* what, Work work) {
   ForgetError();
-  const Task task(adds ? "AddMatchRule" : "RemoveMatchRule", Limit());
-  EIIPCConnection& connection = *EIIPCConnection::GetInstance();
-  if (!(adds ? connection.AddMatchRule(event) : connection.RemoveMatchRule(event))) {
+  const Task task(what, Limit());
+  if (!work()) {
     CheckFailure(task, false);
   }
-  ++rules;
+}
+void ChangeRules(int event) {
+  Request("AddMatchRule", [event] { return Connection().AddMatchRule(event); });
+  Request("RemoveMatchRule", [event] { return Connection().RemoveMatchRule(event); });
 }
 
 void RunCaller(int thread) {
   Choices choices = ChoicesOf(thread);
-  int event = -1;
   while (!stopping) {
     const int failed = failures;
-    if (choices.OneIn(20)) {
-      const bool adds = event < 0;
-      event = adds ? choices.Between(0, 9) : event;
-      ChangeRule(adds, event);
-      event = adds ? event : -1;
-    } else {
-      CallOnce(choices);
-    }
+    choices.OneIn(40) ? ChangeRules(choices.Between(0, 9)) : CallOnce(choices);
     if (failures != failed || choices.OneIn(50)) {
       Sleep(choices.Between(0, 10));
     }
   }
 }
 
-/// All callers begin together and each makes one request, the next when all have ended: nothing
+/// All callers start together and each makes one request, the next when all have ended: nothing
 /// that comes later helps one that is forgotten.
 void RunSteps(int thread) {
   Choices choices = ChoicesOf(thread);
@@ -160,11 +133,10 @@ void RunSteps(int thread) {
     const bool changesRules = choices.OneIn(4);
     const int delay = choices.OneIn(2) ? choices.Between(1, 50) : 0;
     const int largeAnswers = choices.OneIn(3) && TheRound().HasLargeCalls() ? kLargeCalls : 0;
-    std::vector<std::thread> callers = Threads(TheRound().callers, [&](int i) {
+    auto callers = Threads(TheRound().callers, [&](int i) {
       Choices own = ChoicesOf(i);
       if (changesRules) {
-        ChangeRule(true, i);
-        ChangeRule(false, i);
+        ChangeRules(i);
       } else if (i < largeAnswers) {
         // Together they reach the 63 MiB at which libdbus stops reading.
         CallOnce(delay, 1, i < 2 ? kLargest : 2 << 20, [&] { ReadSlowly(own.Between(500, 1500)); });
@@ -196,7 +168,6 @@ void RunCancellations(int thread) {
     std::this_thread::sleep_for(std::chrono::microseconds(choices.Between(0, 5000)));
     pthread_cancel(caller.native_handle());
     caller.join();
-    ++cancellations;
   }
 }
 
@@ -205,8 +176,8 @@ void RunCancellations(int thread) {
     _exit(EXIT_SUCCESS);  // the library no longer learns of a fork then
   }
   ForgetError();
-  if (isCaller && (Call("0 0 0", "", kService).first != -1 ||
-                   LastError().find("forked") == std::string_view::npos)) {
+  if (isCaller &&
+      (Call("0 0 0", "") != kFailure || LastError().find("forked") == std::string_view::npos)) {
     Fault("a child's call does not fail as it has to: " + std::string(LastError()));
   }
   std::exit(EXIT_SUCCESS);
@@ -225,39 +196,16 @@ void RunForks(int thread) {
     if (waitpid(child, &status, 0) != child || status != 0) {
       Fault("a child ended with status " + std::to_string(status));
     }
-    ++children;
     Sleep(choices.Between(0, 100));
   }
 }
 
-void RunMuteCall(int thread) {
-  Choices choices = ChoicesOf(thread);
-  CallOnce(choices, -1);
-}
-
 /// Posts numbered events to this process.
 void Post(int number) {
-  ForgetError();
-  const Task task("post", Limit());
-  ESGMessageBuffer payload = Payload(Integers({number}));
-  if (!ECIPCClient::GetInstance()->Send(kOwnEvent, payload)) {
-    CheckFailure(task, false);
-  }
-}
-
-/// Runs the loop that this is called from until `work` is done on another thread.
-template <typename Work>
-void WaitInNestedLoop(Work work) {
-  std::atomic<bool> isDone{false};
-  std::thread thread([&] {
-    work();
-    isDone = true;
-    g_main_context_wakeup(nullptr);
+  Request("post", [number] {
+    ESGMessageBuffer payload = Payload(Integers({number}));
+    return ECIPCClient::GetInstance()->Send(kOwnEvent, payload);
   });
-  while (!isDone) {
-    g_main_context_iteration(nullptr, TRUE);
-  }
-  thread.join();
 }
 
 void OnEvent(int number, ESGMessageBuffer& payload) {
@@ -266,60 +214,33 @@ void OnEvent(int number, ESGMessageBuffer& payload) {
   if (isInside.exchange(true)) {
     Fault("an event was delivered inside another one");
   }
-  if (number == kOwnEvent) {
-    const int posted = payload.PopInt();
-    if (posted != ownEvents + 1) {
-      Fault("event " + std::to_string(posted) + " came after " + std::to_string(ownEvents));
-    }
-  } else {
-    ++foreignEvents;
+  const bool isOwn = number == kOwnEvent;
+  if (isOwn && payload.PopInt() != ownEvents + 1) {
+    Fault("another event came after " + std::to_string(ownEvents));
   }
-  const auto work = [] {
+  // Now and then something takes long: here, or on a thread that is waited for, in a nested loop.
+  const int what = stopping ? 0 : choices.Between(0, 60);
+  std::atomic<bool> isDone{false};
+  const auto work = [&] {
     Choices own(static_cast<std::uint64_t>(calls));
-    own.OneIn(2) ? CallOnce(own) : ChangeRule(true, own.Between(0, 9));
+    what == 1 ? Sleep(own.Between(0, 20)) : own.OneIn(2) ? CallOnce(own) : ChangeRules(9);
+    isDone = true;
+    g_main_context_wakeup(nullptr);
   };
-  if (!stopping) {
-    switch (choices.Between(0, 60)) {
-      case 0:
-        Sleep(choices.Between(0, 20));
-        break;
-      case 1:
-        WaitInNestedLoop(work);
-        break;
-      case 2:
-        std::thread(work).join();
-        break;
-      case 3:
-        work();
-        break;
-      default:
-        break;
-    }
+  if (what == 1 || what == 2) {
+    work();
+  } else if (what == 3 || what == 4) {
+    std::thread thread(work);
+    IterateUntil([&] { return what == 3 || isDone; });
+    thread.join();
   }
   isInside = false;
-  if (number == kOwnEvent) {
-    const std::lock_guard<std::mutex> lock(ownEventMutex);
-    ++ownEvents;
-    ownEventCame.notify_one();
-  }
-}
-
-/// Every event that was posted arrives. The rest of one goes out with the next.
-void AwaitEvents(int& posted) {
-  const Task task("the events posted", Limit());
-  std::unique_lock<std::mutex> lock(ownEventMutex);
-  while (!TheRound().LosesBus() && !ownEventCame.wait_for(lock, std::chrono::milliseconds(20),
-                                                          [&] { return ownEvents >= posted; })) {
-    lock.unlock();
-    Post(++posted);
-    lock.lock();
-  }
+  ownEvents += isOwn ? 1 : 0;
 }
 
 void PrintWork() {
-  std::printf("%d calls, %d failures, %d rules, %d own events, %d others, %d cancelled, %d forks\n",
-              calls.load(), failures.load(), rules.load(), ownEvents.load(), foreignEvents.load(),
-              cancellations.load(), children.load());
+  std::printf("%d calls, %d failures, %d events\n", calls.load(), failures.load(),
+              ownEvents.load());
   std::fflush(stdout);
 }
 
@@ -330,27 +251,24 @@ int main(int /*argc*/, char** argv) {
   const Round& round = TheRound(std::strtoull(argv[1], nullptr, 10));
   StartWatch();
   Perturb(round.seed, round.perturbation);
-  EIIPCConnection& connection = *EIIPCConnection::GetInstance();
-  connection.SetEventCallbackFunction(&OnEvent);
-  connection.SetGMainLoop(nullptr);
+  Connection().SetEventCallbackFunction(&OnEvent);
+  Connection().SetGMainLoop(nullptr);
   ECIPCClient::GetInstance();
   static auto* const loop = new MainLoopThread;
   static auto& threads = *new std::vector<std::thread>;
-  const auto start = [&](bool is, void (*run)(int)) {
-    if (is) {
+  const auto start = [&](int count, void (*run)(int)) {
+    for (int i = 0; i < count; ++i) {
       threads.emplace_back(run, static_cast<int>(threads.size()));
     }
   };
-  for (int i = 0; i < round.callers && !round.inStep; ++i) {
-    start(true, &RunCaller);
-  }
-  start(round.inStep, &RunSteps);
+  round.inStep ? start(1, &RunSteps) : start(round.callers, &RunCaller);
   // The sanitizers do not survive a cancellation within poll(), or lose track of its stack.
-  start(round.cancels && !kSanitized, &RunCancellations);
-  start(round.forks && kForksSafely, &RunForks);
-  for (int i = 0; i < round.muteCalls; ++i) {
-    start(true, &RunMuteCall);
-  }
+  start(round.cancels && !kSanitized ? 1 : 0, &RunCancellations);
+  start(round.forks && kForksSafely ? 1 : 0, &RunForks);
+  start(round.muteCalls, [](int thread) {
+    Choices choices = ChoicesOf(thread);
+    CallOnce(choices, -1);
+  });
   std::puts("ready");
   std::fflush(stdout);
   const Stopwatch stopwatch;
@@ -369,7 +287,12 @@ int main(int /*argc*/, char** argv) {
   }
   stopping = true;
   Join(threads);
-  AwaitEvents(posted);
+  const Task task("the events posted", Limit());
+  while (!round.losesBus && ownEvents < posted) {
+    Sleep(20);
+    Post(++posted);  // the rest of one goes out with the next
+    Sleep(20);
+  }
   delete loop;
   PrintWork();
   return EXIT_SUCCESS;

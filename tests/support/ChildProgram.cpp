@@ -10,6 +10,8 @@
 #include <system_error>
 #include <utility>
 
+namespace esg::test {
+
 ChildProgram::ChildProgram(const std::vector<std::string>& command, int output, int errors) {
   std::vector<char*> arguments;
   arguments.reserve(command.size() + 1);
@@ -118,3 +120,5 @@ ChildProgram::Result ChildProgram::End() {
   }
   return {Wait(), m_pending[kOutput], m_pending[kErrors]};
 }
+
+}  // namespace esg::test

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+namespace esg::test {
+
 /// A program that runs beside the test, with pipes on its standard streams. Killed with this object
 /// and with the test.
 class ChildProgram {
@@ -23,7 +25,7 @@ class ChildProgram {
   ChildProgram(const ChildProgram&) = delete;
   ChildProgram& operator=(const ChildProgram&) = delete;
 
-  /// The next line of what it says; nothing at its end, or when thirty seconds pass without one.
+  /// The next line that it writes; none at its end, or when thirty seconds pass without one.
   std::optional<std::string> ReadLine(Stream stream = kOutput);
   /// Reads lines up to one with `part` in it; false where none comes.
   bool WaitForLine(const std::string& part, Stream stream = kOutput);
@@ -41,7 +43,7 @@ class ChildProgram {
     std::string output;
     std::string errors;
   };
-  /// The rest of what it says, and how it ends.
+  /// The rest of what it writes, and how it ends.
   Result End();
 
  private:
@@ -51,5 +53,7 @@ class ChildProgram {
   std::array<int, 3> m_pipes = {kPipe, kPipe, kPipe};
   std::array<std::string, 3> m_pending;
 };
+
+}  // namespace esg::test
 
 #endif

@@ -8,7 +8,7 @@
 
 #include "Platform.h"
 
-namespace log_capture {
+namespace esg::test::log_capture {
 namespace {
 
 struct State {
@@ -17,7 +17,14 @@ struct State {
   std::vector<Line> lines;
   std::vector<Assertion> assertions;
   bool echo = false;
-  std::string held;
+
+  int Count(std::string_view part) const {
+    int count = 0;
+    for (const Line& line : lines) {
+      count += line.text.find(part) != std::string::npos ? 1 : 0;
+    }
+    return count;
+  }
 };
 
 /// Never destroyed: the library's own static objects log when they are.
@@ -26,92 +33,66 @@ State& TheState() {
   return state;
 }
 
-int CountLocked(const State& state, std::string_view part) {
-  int count = 0;
-  for (const Line& line : state.lines) {
-    count += line.text.find(part) != std::string::npos ? 1 : 0;
-  }
-  return count;
-}
-
-void Remember(Line line) {
-  const std::size_t prefix = line.text.find(" > ");
-  line.message = prefix == std::string::npos ? line.text : line.text.substr(prefix + 3);
-  State& state = TheState();
-  std::unique_lock<std::mutex> lock(state.mutex);
-  if (state.echo) {
-    std::fprintf(stderr, "%s", line.text.c_str());
-  }
-  state.lines.push_back(line);
-  state.changed.notify_all();
-  state.changed.wait(
-      lock, [&] { return state.held.empty() || line.text.find(state.held) == std::string::npos; });
-}
-
-void SetHeld(std::string part) {
+/// Does `work` with the state, which it returns the result of.
+template <typename Work>
+auto Locked(Work work) {
   const std::lock_guard<std::mutex> lock(TheState().mutex);
-  TheState().held = std::move(part);
-  TheState().changed.notify_all();
+  return work(TheState());
 }
 
 }  // namespace
 
 std::vector<Line> Lines() {
-  const std::lock_guard<std::mutex> lock(TheState().mutex);
-  return TheState().lines;
+  return Locked([](State& state) { return state.lines; });
 }
 
 int Count(std::string_view part) {
-  const std::lock_guard<std::mutex> lock(TheState().mutex);
-  return CountLocked(TheState(), part);
+  return Locked([part](State& state) { return state.Count(part); });
 }
 
 bool WaitFor(std::string_view part, int count) {
   State& state = TheState();
   std::unique_lock<std::mutex> lock(state.mutex);
   return state.changed.wait_for(lock, std::chrono::seconds(10),
-                                [&] { return CountLocked(state, part) >= count; });
+                                [&] { return state.Count(part) >= count; });
 }
 
-Hold::Hold(std::string part) { SetHeld(std::move(part)); }
-
-Hold::~Hold() { SetHeld(""); }
-
 std::vector<Assertion> Assertions() {
-  const std::lock_guard<std::mutex> lock(TheState().mutex);
-  return TheState().assertions;
+  return Locked([](State& state) { return state.assertions; });
 }
 
 void Clear() {
-  const std::lock_guard<std::mutex> lock(TheState().mutex);
-  TheState().lines.clear();
-  TheState().assertions.clear();
+  Locked([](State& state) { state.lines.clear(); });
 }
 
 void Echo() {
-  const std::lock_guard<std::mutex> lock(TheState().mutex);
-  TheState().echo = true;
+  Locked([](State& state) { state.echo = true; });
 }
 
-}  // namespace log_capture
+}  // namespace esg::test::log_capture
 
-int __dlog_print(int logBuffer, int priority, const char* tag, const char* format, ...) {
+using namespace esg::test::log_capture;
+
+int __dlog_print(int /*logBuffer*/, int priority, const char* tag, const char* format, ...) {
   va_list arguments;
-  va_list again;
   va_start(arguments, format);
-  va_copy(again, arguments);
-  const int size = std::vsnprintf(nullptr, 0, format, arguments);
-  std::string text(size < 0 ? 0 : static_cast<std::size_t>(size), '\0');
-  std::vsnprintf(text.data(), text.size() + 1, format, again);
-  va_end(again);
+  char* text = nullptr;
+  const int size = vasprintf(&text, format, arguments);
   va_end(arguments);
-  log_capture::Remember({logBuffer, priority, tag, std::move(text), {}});
+  Line line{priority, tag, std::string(text, static_cast<std::size_t>(size)), {}};
+  std::free(text);
+  const std::size_t prefix = line.text.find(" > ");
+  line.message = prefix == std::string::npos ? line.text : line.text.substr(prefix + 3);
+  Locked([&](State& state) {
+    if (state.echo) {
+      std::fputs(line.text.c_str(), stderr);
+    }
+    state.lines.push_back(std::move(line));
+    state.changed.notify_all();
+  });
   return 0;
 }
 
 void _FCAssert(const char* expression, const char* sourcePath, int /*line*/) {
-  log_capture::State& state = log_capture::TheState();
-  const std::lock_guard<std::mutex> lock(state.mutex);
-  state.assertions.push_back({expression, sourcePath});
-  state.changed.notify_all();
+  Locked([&](State& state) { state.assertions.push_back({expression, sourcePath}); });
 }

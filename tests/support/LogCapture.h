@@ -5,11 +5,12 @@
 #include <string_view>
 #include <vector>
 
+namespace esg::test {
+
 /// The platform's log and assertion routine in a test: they remember what they are told.
 namespace log_capture {
 
 struct Line {
-  int buffer;
   int priority;
   std::string tag;
   std::string text;     ///< All of it.
@@ -21,15 +22,6 @@ std::vector<Line> Lines();
 int Count(std::string_view part);
 /// Waits until that many lines have it; false after ten seconds.
 bool WaitFor(std::string_view part, int count = 1);
-
-/// As long as it lives, who logs a line that has this in its text waits there. One at a time.
-class Hold {
- public:
-  explicit Hold(std::string part);
-  ~Hold();
-  Hold(const Hold&) = delete;
-  Hold& operator=(const Hold&) = delete;
-};
 
 struct Assertion {
   std::string expression;
@@ -43,5 +35,7 @@ void Clear();
 void Echo();
 
 }  // namespace log_capture
+
+}  // namespace esg::test
 
 #endif

@@ -2,22 +2,18 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstring>
+#include <string>
 
+#include "ChildProgram.h"
 #include "LogCapture.h"
 #include "PrivateBus.h"
 
 namespace {
 
-/// Has the bus there before a test, and tells what was logged when one fails.
-class Surroundings : public testing::EmptyTestEventListener {
-  void OnTestStart(const testing::TestInfo& test) override {
-    PrivateBus& bus = TestBus();
-    if (!bus.Runs() && std::strstr(test.test_suite_name(), "NoBus") == nullptr) {
-      bus.Start();
-    }
-  }
+using namespace esg::test;
 
+/// Shows what was logged when a test fails.
+class LogOfFailures : public testing::EmptyTestEventListener {
   void OnTestEnd(const testing::TestInfo& test) override {
     if (test.result()->Failed()) {
       for (const log_capture::Line& line : log_capture::Lines()) {
@@ -27,10 +23,33 @@ class Surroundings : public testing::EmptyTestEventListener {
   }
 };
 
+/// Runs each test in a process of its own, as ctest does: the library's connections and its log are
+/// those of a process, and libdbus reads the bus address once. The number of those that fail.
+int RunEach() {
+  int failures = 0;
+  const testing::UnitTest& all = *testing::UnitTest::GetInstance();
+  for (int i = 0; i < all.total_test_suite_count(); ++i) {
+    const testing::TestSuite& suite = *all.GetTestSuite(i);
+    for (int k = 0; k < suite.total_test_count(); ++k) {
+      const std::string name = std::string(suite.name()) + "." + suite.GetTestInfo(k)->name();
+      ChildProgram test({"/proc/self/exe", "--gtest_brief=1", "--gtest_filter=" + name},
+                        STDOUT_FILENO);
+      const bool hasFailed = test.Wait() != 0;
+      std::printf("%s %s\n", hasFailed ? "FAILED" : "passed", name.c_str());
+      failures += hasFailed ? 1 : 0;
+    }
+  }
+  return failures;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   testing::InitGoogleMock(&argc, argv);
-  testing::UnitTest::GetInstance()->listeners().Append(new Surroundings);
+  if (testing::FLAGS_gtest_filter == "*" && !testing::FLAGS_gtest_list_tests) {
+    return RunEach() == 0 ? 0 : 1;
+  }
+  TestBus();
+  testing::UnitTest::GetInstance()->listeners().Append(new LogOfFailures);
   return RUN_ALL_TESTS();
 }

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
+namespace esg::test {
 namespace {
 
 constexpr char kEverything[] = R"(
@@ -32,6 +33,9 @@ PrivateBus::PrivateBus(const std::string& policy, const std::string& settings) {
 PrivateBus::~PrivateBus() { Stop(); }
 
 void PrivateBus::Start() {
+  if (m_daemon != nullptr) {
+    return;
+  }
   m_daemon = std::make_unique<ChildProgram>(
       std::vector<std::string>{"dbus-daemon", "--config-file=" + m_folder.name + "/bus.conf",
                                "--nofork", "--nopidfile", "--nosyslog", "--print-address=1"});
@@ -59,3 +63,5 @@ PrivateBus& TestBus() {
   static PrivateBus bus;
   return bus;
 }
+
+}  // namespace esg::test

@@ -7,6 +7,8 @@
 #include "ChildProgram.h"
 #include "TemporaryFolder.h"
 
+namespace esg::test {
+
 /// A real dbus-daemon of type `system`, with that type's own limits, which ends with this process.
 ///
 /// Its address is known, and stands in DBUS_SYSTEM_BUS_ADDRESS, before it is started; it may be
@@ -20,7 +22,7 @@ class PrivateBus {
   PrivateBus(const PrivateBus&) = delete;
   PrivateBus& operator=(const PrivateBus&) = delete;
 
-  /// Returns when the bus takes connections; throws when it does not start.
+  /// Returns when the bus takes connections, at once where it does; throws when it does not start.
   void Start();
   /// Ends it, asking or not, and returns when it is gone.
   void Stop();
@@ -29,15 +31,14 @@ class PrivateBus {
   void Pause();
   void Resume();
 
-  bool Runs() const { return m_daemon != nullptr; }
-
  private:
   TemporaryFolder m_folder;
   std::unique_ptr<ChildProgram> m_daemon;
 };
 
-/// The bus that is there for every test, started before it; not started, if the test suite's name
-/// has "NoBus" in it.
+/// The bus at the address that every test has, which the fixture OnBus starts.
 PrivateBus& TestBus();
+
+}  // namespace esg::test
 
 #endif

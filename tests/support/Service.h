@@ -2,38 +2,81 @@
 #define TESTS_SERVICE_H
 
 #include <string>
+#include <utility>
 
-#include "Harness.h"
+#include "Messages.h"
 #include "RawPeer.h"
+#include "Threads.h"
 
-/// A service that answers "echo" at once, and anything else when it is told to.
+namespace esg::test {
+
+inline constexpr char kService[] = "com.velmora.Test";
+
+/// A service that answers with what it is sent, or as it is told. A call that has "held" in its
+/// method or payload waits for the test.
 class Service {
  public:
-  RawPeer& Peer() { return m_peer; }
+  using Respond = std::function<MessagePtr(DBusMessage* call, const Body& body)>;
 
-  /// Answers the longest waiting call with its payload, which it returns, and `more` bytes.
-  std::string Release(std::size_t more = 0) {
-    const esg::internal::MessagePtr call = NextCall();
-    std::string payload = ReadBody(call.get()).bytes;
-    m_peer.Send(MakeReply(call.get(), 1, payload + std::string(more, '.')));
-    return payload;
+  static MessagePtr Echo(DBusMessage* call, const Body& body) {
+    return MakeReply(call, 1, body.bytes);
   }
 
-  /// The longest waiting call, for the test to answer.
-  esg::internal::MessagePtr NextCall() { return m_held.Next(); }
+  static Respond Reply(const std::string& text, int result = 1) {
+    return [=](DBusMessage* call, const Body&) { return MakeReply(call, result, text); };
+  }
+  static Respond Error(const char* name, const std::string& text) {
+    return [=](DBusMessage* call, const Body&) {
+      return MessagePtr(dbus_message_new_error(call, name, text.c_str()));
+    };
+  }
+
+  explicit Service(Respond respond = &Echo, const std::string& name = kService)
+      : m_respond(std::move(respond)),
+        m_peer(name, [this](DBusMessage* call) { return Serve(call); }) {}
+
+  RawPeer& Peer() { return m_peer; }
+  /// Answers like this from now on.
+  void Set(Respond respond) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_respond = std::move(respond);
+  }
+  Body LastCall() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_last;
+  }
+  /// The call that has been held longest, for the test to answer.
+  MessagePtr NextCall() { return m_held.Next(); }
+  /// Answers that one; its payload.
+  std::string Release() {
+    const MessagePtr call = NextCall();
+    Body body = ReadBody(call.get());
+    m_peer.Send(Answer(call.get(), body));
+    return std::move(body.bytes);
+  }
 
  private:
-  esg::internal::MessagePtr Serve(DBusMessage* call) {
+  MessagePtr Answer(DBusMessage* call, const Body& body) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_last = body;
+    return m_respond(call, body);
+  }
+  MessagePtr Serve(DBusMessage* call) {
     const Body body = ReadBody(call);
-    if (body.text == "echo") {
-      return MakeReply(call, 1, body.bytes);
+    if ((body.text + body.bytes).find("held") == std::string::npos) {
+      return Answer(call, body);
     }
-    m_held.Put(esg::internal::MessagePtr(dbus_message_ref(call)));
+    m_held.Put(MessagePtr(dbus_message_ref(call)));
     return nullptr;
   }
 
-  Inbox<esg::internal::MessagePtr> m_held;
-  RawPeer m_peer{kService, [this](DBusMessage* call) { return Serve(call); }};
+  std::mutex m_mutex;
+  Respond m_respond;
+  Body m_last;
+  Inbox<MessagePtr> m_held;
+  RawPeer m_peer;
 };
+
+}  // namespace esg::test
 
 #endif

@@ -7,6 +7,8 @@
 #include <string>
 #include <system_error>
 
+namespace esg::test {
+
 /// A folder of the test's own, removed with this object.
 struct TemporaryFolder {
   TemporaryFolder() = default;
@@ -26,5 +28,7 @@ struct TemporaryFolder {
   std::string name = std::filesystem::temp_directory_path() / "esg-test-XXXXXX";
   const std::filesystem::path path = mkdtemp(name.data());
 };
+
+}  // namespace esg::test
 
 #endif

@@ -1,26 +1,12 @@
-#include <gmock/gmock.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <csignal>
-#include <cstdio>
-#include <future>
 #include <sstream>
 
-#include "Harness.h"
-#include "IPCS/ECIPCConnection.h"
-#include "IPCS/ECNativeConnection.h"
-#include "LogCapture.h"
-#include "PrivateBus.h"
+#include "BusTest.h"
 
 namespace {
 
-using esg::internal::MessagePtr;
-
-const Answer kFailure{-1, ""};
-
-MessagePtr Echo(DBusMessage* call) { return MakeReply(call, 1, ReadBody(call).bytes); }
+using namespace esg::test;
+using Calls = OnBus;
+using CallsWithoutBus = testing::Test;
 
 /// The last failure has left its line, and the connection works.
 void ExpectLineAndGoodCall(const std::string& line) {
@@ -32,10 +18,9 @@ void ExpectLineAndGoodCall(const std::string& line) {
   EXPECT_EQ(Call("echo", "good"), (Answer{1, "good"}));
 }
 
-TEST(Connection, SendsTheUnreadCountOfBytesFromTheFrontAndAppendsTheReply) {
+TEST_F(Calls, SendTheUnreadCountOfBytesFromTheFrontAndAppendTheReply) {
   Inbox<std::string> seen;
-  RawPeer service(kService, [&](DBusMessage* call) {
-    const Body body = ReadBody(call);
+  const Service service([&](DBusMessage* call, const Body& body) {
     std::ostringstream text;
     text << dbus_message_get_path(call) << ' ' << dbus_message_get_interface(call) << ' '
          << dbus_message_get_member(call) << ' ' << dbus_message_get_signature(call) << ' '
@@ -44,26 +29,19 @@ TEST(Connection, SendsTheUnreadCountOfBytesFromTheFrontAndAppendsTheReply) {
     return MakeReply(call, -7, "new");
   });
   const std::string before = "/com/velmora/Object com.velmora.Test MethodCall siay ";
-  for (const std::string& payload :
-       {std::string(), std::string("{}"), std::string("\0\xff\n", 3)}) {
-    EXPECT_EQ(Call("", payload), (Answer{-7, "new"}));
-    EXPECT_EQ(seen.Next(), std::string(before)
-                               .append(" ")
-                               .append(std::to_string(payload.size()))
-                               .append(" ")
-                               .append(payload));
-  }
+  EXPECT_EQ(Call("", std::string("\0\xff\n", 3)), (Answer{-7, "new"}));
+  EXPECT_EQ(seen.Next(), before + std::string(" 3 \0\xff\n", 6));
   ESGMessageBuffer in = Payload("abcdefghij");
   ESGMessageBuffer out = Payload("older");
   in.PopInt();
   out.PopChar();
-  EXPECT_EQ(EIIPCConnection::GetInstance()->Call(kService, "Get\xc3\xa9", in, out), -7);
+  EXPECT_EQ(Connection().Call(kService, "Get\xc3\xa9", in, out), -7);
   EXPECT_EQ(seen.Next(), before + "Get\xc3\xa9 6 abcdef");
   EXPECT_EQ(Bytes(out), "oldernew");
   EXPECT_EQ(out.PopChar(), 'l');
 }
 
-TEST(Connection, TurnsEveryBadAnswerIntoAFailureThatTouchesNothing) {
+TEST_F(Calls, TurnEveryBadAnswerIntoAFailureThatTouchesNothing) {
   using Make = std::function<MessagePtr(DBusMessage * call)>;
   const auto error = [](const std::string& signature) -> Make {
     return [signature](DBusMessage* call) {
@@ -71,7 +49,7 @@ TEST(Connection, TurnsEveryBadAnswerIntoAFailureThatTouchesNothing) {
                       signature);
     };
   };
-  const auto reply = [](const std::string& signature, int elements) -> Make {
+  const auto reply = [](const std::string& signature, int elements = 1) -> Make {
     return [=](DBusMessage* call) {
       return WithBody(MessagePtr(dbus_message_new_method_return(call)), signature, elements);
     };
@@ -79,50 +57,48 @@ TEST(Connection, TurnsEveryBadAnswerIntoAFailureThatTouchesNothing) {
   const std::string answered = "[com.velmora.Test:bad] Error answer received [Error name: ";
   const std::string problem = "[com.velmora.Test:bad] Problem with reading error answer: ";
   std::vector<std::pair<Make, std::string>> answers = {
-      {error("s"), answered + "com.velmora.Odd]: 5\n"},
       {error("si"), answered + "com.velmora.Odd]: 5\n"},
       {[](DBusMessage* call) {
          return MessagePtr(dbus_message_new_error(call, "a.B", "%s%n \xe7\x95\xaa"));
        },
        answered + "a.B]: %s%n \xe7\x95\xaa\n"},
       {error(""), problem},
-      {error("i"), problem},
       {error("as"), problem},
-      {reply("", 0), "IPCS: Message has no arguments!\n"},
+      {reply(""), "IPCS: Message has no arguments!\n"},
   };
-  for (const auto& [signature, elements] : WrongBodies("i")) {
+  const std::pair<std::string, int> wrongBodies[] = {
+      {"i", 1},     {"ii", 1},      {"iis", 1},    {"sis", 1}, {"iiai", 3}, {"iiai", 0},
+      {"iiaay", 2}, {"iia(yy)", 1}, {"(iiay)", 1}, {"ay", 0},  {"siay", 1}};
+  for (const auto& [signature, elements] : wrongBodies) {
     answers.emplace_back(reply(signature, elements),
                          "IPCS: Message has wrong arguments: " + signature + "\n");
   }
   Inbox<Make> next;
-  RawPeer service(kService, [&](DBusMessage* call) {
-    return ReadBody(call).text == "echo" ? Echo(call) : next.Next()(call);
+  const Service service([&](DBusMessage* call, const Body& body) {
+    return body.text == "echo" ? Service::Echo(call, body) : next.Next()(call);
   });
   for (const auto& [make, line] : answers) {
     next.Put(make);
     ESGMessageBuffer in = Payload("in");
     ESGMessageBuffer out = Payload("kept");
-    EXPECT_EQ(EIIPCConnection::GetInstance()->Call(kService, "bad", in, out), -1) << line;
+    EXPECT_EQ(Connection().Call(kService, "bad", in, out), -1) << line;
     EXPECT_EQ(Bytes(out), "kept");
     ExpectLineAndGoodCall(line);
   }
   next.Put(reply("iiay", 0));
   EXPECT_EQ(Call("bad", ""), (Answer{5, ""}));
-  for (const std::string& signature : LongerBodies("i")) {
-    next.Put(reply(signature, 1));
+  for (const char* signature : {"iiayi", "iiayay", "iiays(ii)"}) {
+    next.Put(reply(signature));
     EXPECT_EQ(Call("longer", ""), (Answer{5, "\x05"})) << signature;
   }
 }
 
-TEST(Connection, RefusesWhatIsNoNameOrNoText) {
-  RawPeer service(kService, &Echo);
+TEST_F(Calls, AreRefusedWithWhatIsNoNameOrNoText) {
+  Service service;
   const std::string badNames[] = {"",
-                                  "noDots",
-                                  "com..Test",
-                                  "com.velmora.Test ",
                                   "com.velmora.\xff",
                                   "com.velmora.minus-sign",
-                                  service.UniqueName(),
+                                  service.Peer().UniqueName(),
                                   std::string("com.velmora.Test\0", 17),
                                   "com." + std::string(300, 'x')};
   for (const std::string& name : badNames) {
@@ -137,18 +113,15 @@ TEST(Connection, RefusesWhatIsNoNameOrNoText) {
   ExpectLineAndGoodCall("org.freedesktop.DBus.Error.ServiceUnknown]: ");
 }
 
-TEST(Connection, SendsTheLargestMessageThatTheBusTakesAndRefusesALargerOne) {
+TEST_F(Calls, SendTheLargestMessageThatTheBusTakesAndRefuseALargerOne) {
   const std::string longName = "com." + std::string(200, 'x');
-  RawPeer service(kService, &Echo);
-  RawPeer other(longName, &Echo);
+  const Service service;
+  const Service other(&Service::Echo, longName);
   for (const auto& [name, method] : {std::pair{std::string(kService), std::string("echo")},
                                      {longName, std::string(1001, 'm')}}) {
-    const auto call = [&, name = name, method = method](std::size_t size) {
-      return MakeCall(name, method, std::string(size, 'x'));
-    };
-    const std::size_t largest = LargestPayload(call(0).get());
-    EXPECT_TRUE(BusTakes(call(largest)));
-    EXPECT_FALSE(BusTakes(call(largest + 1)));
+    const std::size_t largest = LargestPayload(MakeCall(name, method, "").get());
+    EXPECT_TRUE(BusTakes(MakeCall(name, method, std::string(largest, 'x'))));
+    EXPECT_FALSE(BusTakes(MakeCall(name, method, std::string(largest + 1, 'x'))));
     const std::string payload(largest, 'x');
     EXPECT_TRUE(Call(method.c_str(), payload, name) == Answer(1, payload));
     EXPECT_EQ(Call(method.c_str(), payload + "x", name), kFailure);
@@ -159,9 +132,9 @@ TEST(Connection, SendsTheLargestMessageThatTheBusTakesAndRefusesALargerOne) {
   ExpectLineAndGoodCall("IPCS: Out of memory\n\n");
 }
 
-TEST(ConnectionNoBus, FindsABusThatAppearsThreeSecondsLate) {
+TEST_F(CallsWithoutBus, FindABusThatAppearsThreeSecondsLate) {
   const Stopwatch stopwatch;
-  auto call = std::async([] { return Call("m", ""); });
+  auto call = CallInThread("m");
   // Two lines an attempt: the first at once, then one attempt a second.
   ASSERT_TRUE(log_capture::WaitFor("m_Connect(", 8));
   EXPECT_EQ(log_capture::Count("> Failed to connect to the D-BUS daemon: Failed to connect"), 4);
@@ -171,49 +144,67 @@ TEST(ConnectionNoBus, FindsABusThatAppearsThreeSecondsLate) {
   EXPECT_EQ(log_capture::Count("ServiceUnknown"), 1);
 }
 
-// The client's connection ends its process; the service's ends report and go on. All three at once.
-TEST(ConnectionNoBusSlow, GivesUpAfterSixtyPauses) {
+TEST_F(Calls, DoNotWaitForASlowOneAndReadOnWhenTheReaderHasItsAnswer) {
+  Service service;
+  auto first = CallInThread("held", "1");
+  ASSERT_TRUE(service.Peer().WaitForCalls(1));
+  long best = 1000;
+  for (int i = 0; i < 10; ++i) {
+    const Stopwatch stopwatch;
+    EXPECT_EQ(Call("echo", "quick"), (Answer{1, "quick"}));
+    best = std::min(best, stopwatch.Milliseconds());
+  }
+  EXPECT_LT(best, 50);
+  auto second = CallInThread("held", "2");
+  ASSERT_TRUE(service.Peer().WaitForCalls(12));
+  service.Release();
+  EXPECT_EQ(first.get(), (Answer{1, "1"}));
+  EXPECT_EQ(Call("echo", "between"), (Answer{1, "between"}));
+  service.Release();
+  EXPECT_EQ(second.get(), (Answer{1, "2"}));
+}
+
+TEST_F(Calls, EndAtOnceWhenTheServiceOrTheBusGoes) {
+  auto service = std::make_unique<Service>();
+  auto call = CallInThread("held");
+  ASSERT_TRUE(service->Peer().WaitForCalls(1));
   const Stopwatch stopwatch;
-  std::FILE* output = std::tmpfile();
-  ASSERT_NE(output, nullptr);
-  dbus_threads_init_default();  // both threads would do it, which libdbus allows
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(fileno(output), STDERR_FILENO);
-    log_capture::Echo();
-    EIIPCConnection::GetInstance();
-    _exit(0);
+  service->Peer().Stop();
+  EXPECT_EQ(call.get(), kFailure);
+  EXPECT_EQ(log_capture::Count("org.freedesktop.DBus.Error.NoReply]: Message recipient "
+                               "disconnected from message bus without replying\n"),
+            1);
+  EXPECT_EQ(Call("echo", ""), kFailure);
+  service.reset();
+  service = std::make_unique<Service>();
+  EXPECT_EQ(Call("echo", "again"), (Answer{1, "again"}));
+
+  auto callers = Threads(8, [](int) { EXPECT_EQ(Call("held", ""), kFailure); });
+  EXPECT_TRUE(service->Peer().WaitForCalls(9));
+  TestBus().Kill();
+  Join(callers);
+  EXPECT_EQ(log_capture::Count("Error name: org.freedesktop.DBus.Error.Disconnected]: Connection "
+                               "was disconnected before a reply was received\n"),
+            8);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(Call("echo", ""), kFailure);
   }
-  auto threads = Threads(2, [](int which) {
-    ESGMessageBuffer payload;
-    if (which == 0) {
-      EXPECT_TRUE(ECIPCBroadcaster().Send(5, payload));
-    } else {
-      EXPECT_FALSE(ECNativeConnection().Start(kService, nullptr));
-    }
+  EXPECT_EQ(log_capture::Count("> pending == NULL \n"), 3);
+  EXPECT_LT(stopwatch.Milliseconds(), 10000);  // far below the limit of a call
+}
+
+/// libdbus stops reading while 63 MiB of received messages are alive.
+TEST_F(Calls, DropAFloodThatCameWhileNoneWasMade) {
+  const Service service([](DBusMessage* call, const Body& /*body*/) {
+    return MakeReply(call, 1, dbus_message_get_sender(call));
   });
-  Join(threads);
-  EXPECT_GE(stopwatch.Milliseconds(), 60000);
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
-  std::string said(1UL << 16, '\0');
-  std::rewind(output);
-  said.resize(std::fread(said.data(), 1, said.size(), output));
-  EXPECT_THAT(said, testing::MatchesRegex(
-                        "(ECIPCConnection.cpp: m_Connect\\([0-9]+\\) > Called\n"
-                        "[^\n]*Failed to connect[^\n]*\n){61}"
-                        "[^\n]*include_internal/IPCS/ECIPCConnection:[0-9]+:[^\n]*Assertion "
-                        "`m_pConnection' failed.\n"));
-  EXPECT_EQ(log_capture::Count("ECIPCManager.cpp: m_Connect"), 61);
-  EXPECT_EQ(log_capture::Count("ECNativeConnection.cpp: Start"), 60 + 1);
-  EXPECT_EQ(log_capture::Count("> ASSERT!, Func:ECIPCManager\n"), 1);
-  EXPECT_EQ(log_capture::Count("> ASSERT!, Func:Start\n"), 1);
-  for (const auto& assertion : log_capture::Assertions()) {
-    EXPECT_EQ(assertion.expression, "m_pConnection");
-    EXPECT_THAT(assertion.source, testing::StartsWith("include_internal/IPCS/EC"));
+  const std::string victim = Call("m", "").second;
+  RawPeer flooder;
+  for (int i = 0; i < 100; ++i) {
+    flooder.Send(MakeSignal("Event", i, std::string(1UL << 20, 'f'), victim));
+    flooder.Sync();
   }
-  EXPECT_EQ(log_capture::Assertions().size(), 2U);
+  EXPECT_EQ(Call("m", ""), (Answer{1, victim}));
 }
 
 }  // namespace

@@ -57,9 +57,9 @@ const std::vector<Parameter>& Parameters() {
 
       {"--epoch", "EPOCH", "ntp unix", nullptr, &Request::epoch,
        "What times of the service count from: ntp or unix"},
-      {"--color", "WHEN", "auto always never", nullptr, &OutputOptions::colour,
+      {"--color", "WHEN", "auto always never", nullptr, &Request::colour,
        "When to use colours: auto, always or never"},
-      {"--width", "COLUMNS", nullptr, nullptr, &OutputOptions::width,
+      {"--width", "COLUMNS", nullptr, nullptr, &Request::width,
        "Columns to draw in, from 20 to 10000; otherwise those of the terminal"},
       {"--verbose", nullptr, nullptr, nullptr, &Request::verbose,
        "Show the library's log on standard error"},

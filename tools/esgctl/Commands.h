@@ -14,7 +14,7 @@
 namespace esgctl {
 
 /// What the user wrote.
-struct Request {
+struct Request : OutputOptions {
   std::vector<std::string> services;
   std::vector<std::string> words;
   std::vector<int> events;
@@ -42,7 +42,6 @@ struct Request {
   bool word = false;
   bool regex = false;
   bool verbose = false;
-  OutputOptions output;
 };
 
 /// What all commands share: the request, and the services that it may name.
@@ -68,8 +67,7 @@ class Session {
 
 /// Where an argument's or an option's value goes.
 using Target = std::variant<bool Request::*, unsigned int Request::*, std::string Request::*,
-                            std::vector<std::string> Request::*, std::vector<int> Request::*,
-                            std::string OutputOptions::*, unsigned int OutputOptions::*>;
+                            std::vector<std::string> Request::*, std::vector<int> Request::*>;
 
 /// One argument, or one option, whose name begins with "--".
 struct Parameter {

@@ -115,7 +115,7 @@ int RunGrid(Session& session) {
     for (std::size_t i = 0; i < services.size(); ++i) {
       rows.push_back(MakeRow(services[i], lists[i], clock));
     }
-    Print(RenderGrid(rows, range, clock.Now(), GridStyle(request.output)));
+    Print(RenderGrid(rows, range, clock.Now(), GridStyle(request)));
   }
   if (!found && services.size() == 1) {
     throw guide.Explain("Nothing is on in this time range", services.front(), range);
@@ -182,7 +182,7 @@ int RunSearch(Session& session) {
       }
       rows.push_back(std::move(row));
     }
-    Print(RenderTable(header, rows, TableStyle(request.output)));
+    Print(RenderTable(header, rows, TableStyle(request)));
   }
   if (hits.empty()) {
     throw Failure(kNotFound, "Nothing like that is in the guide from " +
@@ -231,8 +231,7 @@ int RunServices(Session& session) {
                      return {{service.number, service.alias, service.name, service.id}};
                    });
     // An id that is cut is of no use.
-    Print(RenderTable({"NUMBER", "ALIAS", "NAME", "ID"}, rows,
-                      {0, TableStyle(request.output).colour}));
+    Print(RenderTable({"NUMBER", "ALIAS", "NAME", "ID"}, rows, {0, TableStyle(request).colour}));
   }
   if (services.empty()) {
     esg::tools::Report("esgctl",

@@ -134,7 +134,7 @@ template <typename Question>
 int Run(Session& session, Question question) {
   const Request& request = session.request;
   session.ChosenServices();  // wrong usage comes first
-  const Style style = TableStyle(request.output);
+  const Style style = TableStyle(request);
   Guide guide(session.MakeClock());
   const std::vector<Service> services = session.ChosenServices(guide);
   const auto ask = [&](const Clock& clock) {
@@ -179,65 +179,63 @@ int RunNeighbour(Session& session, eRelative_Position position, const char* noth
   });
 }
 
-std::string Joined(const std::vector<std::string>& texts) {
-  std::string result;
-  for (const std::string& text : texts) {
-    result += (result.empty() ? "" : ", ") + text;
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+/// Adds what a member of a programme's JSON says, a line for each of its values; `known` is left
+/// out.
+void AddFields(Fields& fields, const std::string& label, const Json::Value& value,
+               const std::string& known = {}) {
+  if (value.isArray()) {
+    for (const Json::Value& item : value) {
+      AddFields(fields, label, item, known);
+    }
+    return;
   }
-  return result;
+  std::string text = value.isString() ? value.asString() : "";
+  for (const char* const name : {"text", "value", "uri"}) {
+    text += value.isObject() ? value[name].asString() : "";
+  }
+  if (text.empty() || text == known) {
+    return;
+  }
+  for (const char* const name : {"lang", "system"}) {
+    if (value.isObject() && value.isMember(name)) {
+      text += " [" + value[name].asString() + ']';
+    }
+  }
+  fields.emplace_back(label, text);
 }
 
-std::string InFull(const FCESGProgramInfo& program, const Service& service, const Facts& content,
-                   const Facts& channel, const Clock& clock, const Style& style) {
-  const Seconds start = StartOf(program, clock);
-  const Seconds end = start + program.Duration();
-  const Episode episode = EpisodeOf(program.GetEventID());
-  std::vector<std::pair<std::string, std::string>> fields = {
-      {"Title", program.Title()},
-      {"Time", FormatTime(start, "%a ") + FormatDateTime(start) + " to " + FormatTimeOfDay(end) +
-                   " (" + FormatDuration(program.Duration()) + ')'},
-      {"Channel", service.number.empty() && service.name.empty() ? "" : service.Channel()},
-      {"Service", service.id},
-      {"Content id", program.GetEventID()},
-      {"Series", episode.series},
-      {"Episode", episode.number},
-      {"Genre", program.Genre()},
-      {"Synopsis", program.Synopsis()}};
-  for (const auto* const texts : {&content.names, &content.descriptions}) {
-    for (const LanguageText& text : *texts) {
-      if (text.text != program.Title() && text.text != program.Synopsis()) {
-        fields.emplace_back(texts == &content.names ? "Title" : "Synopsis",
-                            text.text + (text.language.empty() ? "" : " [" + text.language + ']'));
-      }
-    }
+std::string InFull(const Json::Value& program, const Service& service, const Style& style) {
+  const Seconds start = program["start"].asInt64();
+  const Seconds end = program["end"].asInt64();
+  const std::string title = program["title"].asString();
+  const std::string synopsis = program["synopsis"].asString();
+  Fields fields;
+  AddFields(fields, "Title", title);
+  fields.emplace_back("Time", FormatTime(start, "%a ") + FormatDateTime(start) + " to " +
+                                  FormatTimeOfDay(end) + " (" + FormatDuration(end - start) + ')');
+  if (!service.number.empty() || !service.name.empty()) {
+    fields.emplace_back("Channel", service.Channel());
   }
-  for (const Rating& rating : content.ratings) {
-    fields.emplace_back("Rating",
-                        rating.value + (rating.system.empty() ? "" : " (" + rating.system + ')'));
+  AddFields(fields, "Service", service.id);
+  AddFields(fields, "Content id", program["content_id"]);
+  AddFields(fields, "Series", program["series"]);
+  AddFields(fields, "Episode", program["episode"]);
+  AddFields(fields, "Genre", program["genre"]);
+  AddFields(fields, "Synopsis", synopsis);
+  AddFields(fields, "Title", program["titles"], title);
+  AddFields(fields, "Synopsis", program["synopses"], synopsis);
+  AddFields(fields, "Rating", program["ratings"]);
+  AddFields(fields, "Language", program["titles"][0]["lang"]);
+  AddFields(fields, "Audio", program["audio_languages"]);
+  AddFields(fields, "Subtitles", program["text_languages"]);
+  AddFields(fields, "Icon", program["icons"]);
+  AddFields(fields, "Channel icon", program["channel_icons"]);
+  for (const Json::Value& preview : program["previews"]) {
+    AddFields(fields, "Preview", preview["contents"]);
+    AddFields(fields, "Preview", preview["descriptions"]);
   }
-  const auto language = [](const auto& texts) { return texts.empty() ? "" : texts[0].language; };
-  fields.emplace_back("Language", language(content.names));
-  fields.emplace_back("Audio", Joined(content.audioLanguages.empty() ? channel.audioLanguages
-                                                                     : content.audioLanguages));
-  fields.emplace_back("Subtitles", Joined(content.textLanguages.empty() ? channel.textLanguages
-                                                                        : content.textLanguages));
-  for (const auto& icon : program.PrivateExt().contentIcons) {
-    fields.emplace_back("Icon", icon.uri);
-  }
-  for (const std::string& icon : channel.icons) {
-    fields.emplace_back("Channel icon", icon);
-  }
-  for (const auto& preview : program.PrivateExt().previews) {
-    for (const auto& item : preview.contents) {
-      fields.emplace_back("Preview", item.uri);
-    }
-    for (const auto& description : preview.descriptions) {
-      fields.emplace_back("Preview", description.text);
-    }
-  }
-  fields.erase(std::remove_if(fields.begin(), fields.end(),
-                              [](const auto& field) { return field.second.empty(); }),
-               fields.end());
   return RenderFields(fields, style);
 }
 
@@ -344,13 +342,10 @@ int RunShow(Session& session) {
   if (content.id != program->GetEventID()) {
     content = {};
   }
-  if (request.json) {
-    Json::Value value = ProgramToJson(*program, service, clock);
-    AddFacts(value, content, channel);
-    Print(JsonText(value, Layout::Indented));
-  } else {
-    Print(InFull(*program, service, content, channel, clock, TableStyle(request.output)));
-  }
+  Json::Value value = ProgramToJson(*program, service, clock);
+  AddFacts(value, content, channel);
+  Print(request.json ? JsonText(value, Layout::Indented)
+                     : InFull(value, service, TableStyle(request)));
   return kFound;
 }
 

@@ -49,20 +49,11 @@ class Formatter : public CLI::Formatter {
   std::string m_synopsis;
 };
 
-template <typename Member>
-auto& Field(Request& request, Member Request::*member) {
-  return request.*member;
-}
-template <typename Member>
-auto& Field(Request& request, Member esgctl::OutputOptions::*member) {
-  return request.output.*member;
-}
-
 CLI::Option* AddValue(CLI::App& app, const Parameter& parameter, const std::string& name,
                       Request& request) {
   CLI::Option* const option = std::visit(
       [&](auto member) -> CLI::Option* {
-        auto& field = Field(request, member);
+        auto& field = request.*member;
         if constexpr (std::is_same_v<decltype(field), bool&>) {
           return app.add_flag(name, field, parameter.help);
         } else {

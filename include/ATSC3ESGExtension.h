@@ -18,20 +18,20 @@
 /// Every record has the same two conversions, which always return true:
 ///
 /// - `ToJson` sets the record's members on `target` and keeps its other members; a null value
-///   becomes an object. An empty list writes nothing; a list that is already there gets the new
-///   elements behind its own.
-/// - `FromJson` reads `source` into the record. Absent or null members read as empty or 0. Lists
-///   are appended to, not replaced: read into a fresh record where a replacement is wanted. Looking
-///   up a list or a nested record that is absent adds it to `source` as null.
+///   becomes an object. An empty list writes nothing. An existing list gets the new elements after
+///   its own.
+/// - `FromJson` reads `source` into the record. Absent or null members read as empty or 0. It
+///   appends to lists and does not replace them: read into a new record to replace one. Looking up
+///   an absent list or nested record adds it to `source` as null.
 ///
-/// A member that cannot be converted raises the JSON library's exception; what was read before it
-/// stays in the record.
+/// A member that cannot be converted raises the JSON library's exception. The members read before
+/// it stay in the record.
 namespace ATSC3ESGExtension {
 
 // The content extension: what a programme carries in FCESGProgramInfo::PrivateExt().
 
-/// One icon, or one content item of a preview. The three numbers have no value until FromJson or
-/// the caller sets them.
+/// One icon, or one content item of a preview. The three numbers are uninitialised until FromJson
+/// or the caller sets them.
 class ESG_API CESGIcon {
  public:
   CESGIcon();
@@ -66,7 +66,7 @@ class ESG_API CESGDescription {
   static bool ToJson(const CESGDescription& record, Json::Value& target);
   static bool FromJson(Json::Value& source, CESGDescription& record);
 
-  std::string text;  ///< as it is shown
+  std::string text;  ///< the text to show
   std::string lang;  ///< its language
 };
 
@@ -84,9 +84,9 @@ class ESG_API CESGPreview {
   static bool ToJson(const CESGPreview& record, Json::Value& target);
   static bool FromJson(Json::Value& source, CESGPreview& record);
 
-  std::string usage;                          ///< what the preview is meant for
-  std::vector<CESGIcon> icons;                ///< pictures that stand for it
-  std::vector<CESGIcon> contents;             ///< what is played or shown
+  std::string usage;                          ///< the purpose of the preview
+  std::vector<CESGIcon> icons;                ///< pictures that represent it
+  std::vector<CESGIcon> contents;             ///< the content to play or show
   std::vector<CESGDescription> descriptions;  ///< texts, in several languages
 };
 
@@ -108,9 +108,9 @@ class ESG_API CESGPrivateExt {
   std::vector<CESGPreview> previews;   ///< previews of the programme
 };
 
-// The service extension: for applications to build and convert; other JSON names, on purpose.
+// The service extension, for applications to build and convert. Its JSON names differ on purpose.
 
-/// A link. `uriType` has no value until FromJson or the caller sets it; reading keeps the low 8
+/// A link. `uriType` is uninitialised until FromJson or the caller sets it. Reading keeps the low 8
 /// bits of the number.
 class ESG_API Link {
  public:

@@ -5,10 +5,10 @@
 
 class IESGService;
 
-/// The way into the library for C++ applications.
+/// The entry point for C++ applications.
 class ESG_API ESGAPI {
  public:
-  /// The process-wide service interface. The library owns it: hold the pointer, never delete it.
+  /// The process-wide service interface. The library owns it: keep the pointer, never delete it.
   ///
   /// Does not block and does not touch the bus; the first query does. The object is created without
   /// a lock, so call this once before several threads use the interface.

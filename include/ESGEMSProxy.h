@@ -18,16 +18,15 @@ class ESGMessageBuffer;
 ///     IESGEMS* events = ESGEMSProxy::GetInstance(EIIPCConnection::GetInstance(), callback);
 ///     events->SubscribeSignal(5);
 ///
-/// Events arrive while the default GLib main context runs, on the thread that runs it, and may do
-/// so as soon as SubscribeSignal has been called, before it has returned. A service that restarts
-/// needs no new subscription. A bus that goes away ends the flow of events for the life of the
-/// process.
+/// Events arrive while the default GLib main context runs, on the thread that runs it. The first
+/// may arrive before SubscribeSignal has returned. If the service restarts, subscriptions stay
+/// valid. If the bus is lost, no more events arrive for the life of the process.
 class ESG_API ESGEMSProxy : public IESGEMS {
  public:
-  /// The one instance, made on first use with `connection` (must not be null) and `callback`; while
-  /// an instance exists, both arguments are ignored. The library owns the instance and never
-  /// deletes it. Unsubscribing the last event forgets it; the next call makes a new one with the
-  /// arguments given then. Does not block.
+  /// The only instance, created on first use with `connection` (must not be null) and `callback`.
+  /// While an instance exists, both arguments are ignored. The library owns the instance and never
+  /// deletes it. Unsubscribing the last event discards it, and the next call creates a new one from
+  /// its arguments. Does not block.
   static ESGEMSProxy* GetInstance(EIIPCConnection* connection,
                                   std::function<int(int, ESGEventData)> callback);
 
@@ -40,7 +39,7 @@ class ESG_API ESGEMSProxy : public IESGEMS {
   int SubscribeSignal(int event) override;
   int UnsubscribeSignal(int event) override;
 
-  /// What the connection calls with each event; not for applications. A payload above 16 bytes ends
+  /// The connection calls this with each event; not for applications. A payload above 16 bytes ends
   /// the process.
   static void OnEventReceived(int event, ESGMessageBuffer& data);
 

@@ -10,16 +10,16 @@
 #include "ESGTypes.h"
 #include "FCESGProgramInfo.h"
 
-/// How each argument and result of the protocol goes into a JSON object and comes out of it, always
-/// under the same member name. Applications seldom need these; a guide service does.
+/// Functions that write each argument and result of the protocol to a JSON object and read it back,
+/// always under the same member name. A guide service needs them; applications seldom do.
 ///
 /// A writer (…ToJson) sets its member on `target`, keeps the other members and turns a null value
-/// into an object. A reader (JsonTo…) of a single value never changes `source`; an absent or null
-/// member reads as empty, 0 or false. All of them return true; a member that cannot be converted
-/// raises the JSON library's exception and leaves a single value as it was. A programme, which is
+/// into an object. A reader (JsonTo…) of a single value never changes `source`. An absent or null
+/// member reads as empty, 0 or false. All functions return true. A member that cannot be converted
+/// raises the JSON library's exception and leaves a single value unchanged. A programme, which is
 /// replaced field by field, and a map keep what was read before it.
 ///
-/// Any thread may call; no two threads may use the same value or map at once.
+/// Any thread may call. Two threads must not use the same value or map at once.
 namespace ESGMarshal {
 
 /// "global_service_id", a string.
@@ -57,22 +57,22 @@ ESG_API bool JsonToBB(Json::Value& source, bool& bb);
 /// A programme's members, at the top level of the object: FCESGProgramInfo::ToJson.
 ESG_API bool ESGProgramInfoToJson(const FCESGProgramInfo& program, Json::Value& target);
 /// FCESGProgramInfo::FromJson: replaces field by field and adds absent members to `source` as null.
-/// When a member raises an exception, the fields before it are already replaced.
+/// If a member raises an exception, the fields before it have been replaced.
 ESG_API bool JsonToESGProgramInfo(Json::Value& source, FCESGProgramInfo& program);
 
 /// "ESGProgramMap", an array of programmes, each with its key under "key". An empty map writes
 /// nothing.
 ESG_API bool ESGProgramMapToJson(std::map<unsigned int, FCESGProgramInfo>& programs,
                                  Json::Value& target);
-/// The map is not cleared first; of several elements with one key the last wins. An absent
-/// "ESGProgramMap" is added to `source` as null. When an element raises an exception, the elements
+/// Does not clear the map first. Of several elements with one key, the last one wins. Adds an
+/// absent "ESGProgramMap" to `source` as null. If an element raises an exception, the elements
 /// before it are in the map.
 ESG_API bool JsonToESGProgramMap(Json::Value& source,
                                  std::map<unsigned int, FCESGProgramInfo>& programs);
 
-/// Parses the whole of `text`; any JSON value may be the root. false when it is no JSON, and
-/// `result` is then not to be used. Nesting beyond 1,000 levels raises Json::RuntimeError: a
-/// service that parses requests has to catch it.
+/// Parses the whole of `text`; any JSON value may be the root. Returns false if it is not JSON; do
+/// not use `result` then. Nesting beyond 1,000 levels raises Json::RuntimeError, which a service
+/// that parses calls must catch.
 ESG_API bool ParseToJson(std::string& text, Json::Value& result);
 
 }  // namespace ESGMarshal

@@ -5,24 +5,23 @@
 
 /**
  * @file
- * The present programme of a service, for C.
+ * The present programme of a broadcast service, for C.
  *
  * Rules:
  *
  * 1. A record belongs to the caller from the moment FCESGProgramAPIGetPresentProgram has stored it,
  *    whether that call returned 1 or 0.
  * 2. Release it with FCESGProgramDispose, exactly once; never with free().
- * 3. A record is opaque: never build, copy or change one by other means.
- * 4. Arguments must not be null, save that of FCESGProgramDispose. They are not checked: a null
+ * 3. A record is opaque: never create, copy or change one by other means.
+ * 4. Arguments must not be null, except that of FCESGProgramDispose. They are not checked: a null
  *    `globalServiceId` raises a C++ exception, which ends a C program.
- * 5. `globalServiceId` is read during the call only; no reference to it is kept.
+ * 5. The function reads `globalServiceId` only during the call and keeps no reference to it.
  * 6. Any thread may call. Different records may be used from different threads at once; one record
  *    must not be disposed of while another thread reads it.
- * 7. FCESGProgramAPIGetPresentProgram blocks like IESGService::GetPresentProgram: up to 25 seconds
- *    if the service does not respond, longer on the first call of a process while there is no
- *    bus. The other functions do not block.
- * 8. An answer of the service that has a member of the wrong type raises a C++ exception, which
- *    ends a C program.
+ * 7. FCESGProgramAPIGetPresentProgram blocks like IESGService::GetPresentProgram. The other
+ *    functions do not block.
+ * 8. A reply of the service with a member of the wrong type raises a C++ exception, which ends a C
+ *    program.
  */
 
 #ifdef __cplusplus
@@ -32,8 +31,8 @@ extern "C" {
 typedef struct FCESGProgramInfo FCESGProgramInfo;
 #endif
 
-/** Asks for the programme on air now on a service. 1 when it was found, else 0. Stores a new record
- *  in `*program` in both cases; after 0 it reads as zero. */
+/** Queries the programme that is on now on a broadcast service. Returns 1 if it was found, else 0.
+ *  Stores a new record in `*program` in both cases; after 0 it reads as zero. */
 ESG_API int FCESGProgramAPIGetPresentProgram(const char* globalServiceId,
                                              FCESGProgramInfo** program);
 

@@ -8,7 +8,7 @@
 #include "ATSC3ESGExtension.h"
 #include "ESGExport.h"
 
-/// One programme of the guide: a scheduled event of a service.
+/// One programme of the guide: a scheduled event of a broadcast service.
 ///
 /// A plain value: a copy shares nothing with its source. Strings are bytes as the service sends
 /// them, normally UTF-8. One thread at a time may write a record; concurrent reads are safe.
@@ -29,11 +29,11 @@ class ESG_API FCESGProgramInfo {
   void SetDuration(unsigned int duration);
   unsigned int Duration() const;
 
-  /// The event's id; the guide service puts the content id here.
+  /// The event's id; esg-guide-service puts the content id here.
   void SetEventID(std::string eventId);
   const std::string& GetEventID() const;
 
-  /// The title, as it is shown.
+  /// The title to show.
   void SetTitle(const std::string& title);
   const std::string& Title() const;
 
@@ -45,21 +45,21 @@ class ESG_API FCESGProgramInfo {
   void SetGenre(const std::string& genre);
   const std::string& Genre() const;
 
-  /// The service's id and the private extension: filled by FromJson() only.
+  /// The id of the broadcast service and the private extension; only FromJson() sets them.
   const std::string& GlobalServiceID() const;
   const ATSC3ESGExtension::CESGPrivateExt& PrivateExt() const;
 
   /// Writes the record's eight members into `target` and keeps its other members; a null value
-  /// becomes an object. Always true. Raises the JSON library's exception when `target` is neither
+  /// becomes an object. Returns true. Raises the JSON library's exception if `target` is neither
   /// null nor an object.
   static bool ToJson(const FCESGProgramInfo& program, Json::Value& target);
 
-  /// Replaces every field of `program` from `source`; absent members read as 0 or empty. Always
+  /// Replaces every field of `program` from `source`; absent members read as 0 or empty. Returns
   /// true.
   ///
-  /// Looking a member up adds it to `source` as null where it is absent ("globalServiceId"
-  /// excepted). Raises the JSON library's exception at the first member that cannot be converted;
-  /// the fields before it are then already replaced.
+  /// Looking up an absent member adds it to `source` as null, except "globalServiceId". Raises the
+  /// JSON library's exception at the first member that cannot be converted; the fields before it
+  /// have then been replaced.
   static bool FromJson(Json::Value& source, FCESGProgramInfo& program);
 
  private:

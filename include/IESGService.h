@@ -8,80 +8,81 @@
 #include "ESGTypes.h"
 #include "FCESGProgramInfo.h"
 
-/// The bus name of the guide service: what queries call, and what a service starts with.
+/// The bus name of the guide service: queries call it, and a service passes it to
+/// ECNativeConnection::Start().
 inline constexpr char kESGServiceName[] = "com.velmora.ESGCallListener";
 
 /// Queries of the broadcast guide. Get the one instance from ESGAPI::GetESGServiceAPI().
 ///
 /// **Blocking.** Every operation is one call on the system bus and blocks the calling thread until
-/// the service has answered: well under a millisecond for a small answer on an idle device, and up
-/// to 25 seconds (the bus library's default time limit) if the service does not respond. A service
-/// that is not running is reported at once. The very first operation of a process also connects to
-/// the bus and waits for it, at most about a minute, in attempts one second apart; if there is
-/// still no bus, the process ends. Do not call from the thread that draws the user interface;
-/// ESGAsync has the same operations without blocking.
+/// the service replies: well under a millisecond for a small reply on an idle device, and up to 25
+/// seconds (libdbus's default timeout) if the service does not respond. If the service is not
+/// running, the call fails at once. The first operation of a process also connects to the bus. It
+/// waits for the bus for about a minute at most, in attempts one second apart; if there is still no
+/// bus, the process ends. Do not call from the user-interface thread: ESGAsync has the same
+/// operations without blocking.
 ///
-/// **Threads.** Any thread may call, several at the same time; they do not wait for each other.
+/// **Threads.** Any number of threads may call at the same time; they do not wait for each other.
 ///
-/// **Results.** true on success, and only then are the output arguments written. false means that
-/// the bus or the service failed, or that the service found nothing; ESGLastFailure(), called on
-/// the same thread, says which.
+/// **Results.** An operation returns true on success, and only then writes its outputs. false means
+/// that the bus or the service failed, or that the service found nothing; ESGLastFailure(), called
+/// on the same thread, tells which.
 ///
-/// **Exceptions.** An answer whose members have the wrong type raises the exception of the JSON
-/// library (Json::LogicError or Json::RuntimeError, both std::exception), and an output may then be
-/// partly filled. So does one that is nested too deep. ESGLastFailure() then gives Unreadable. The
+/// **Exceptions.** A reply with a member of the wrong type, or one that is nested too deeply,
+/// raises the exception of the JSON library (Json::LogicError or Json::RuntimeError, both
+/// std::exception). An output may then be partly filled, and ESGLastFailure() gives Unreadable. The
 /// next call is not affected.
 ///
-/// **Units.** Times are what the service sends. The broadcast carries NTP seconds (Unix time plus
-/// 2208988800, in 32 bits); durations are seconds.
+/// **Units.** Times are as the service sends them. The broadcast carries NTP seconds (Unix time
+/// plus 2208988800, in 32 bits). Durations are in seconds.
 ///
 /// The order of the operations is part of the binary interface.
 class ESG_API IESGService {
  public:
   virtual ~IESGService();
 
-  /// The programme on air now on the service `globalServiceId`.
+  /// The programme that is on now on the broadcast service `globalServiceId`.
   virtual bool GetPresentProgram(const std::string& globalServiceId, FCESGProgramInfo& program) = 0;
 
-  /// The programmes of a service that touch the time range of `duration` seconds from `startTime`.
-  /// They are added to `programs`, which is not cleared first; an entry with the same key is
-  /// replaced.
+  /// The programmes of a broadcast service that overlap the `duration` seconds from `startTime`.
+  /// Adds them to `programs`, which is not cleared first; an entry with the same key is replaced.
   virtual bool GetProgramList(const std::string& globalServiceId, unsigned int startTime,
                               unsigned int duration,
                               std::map<unsigned int, FCESGProgramInfo>& programs) = 0;
 
-  /// The neighbour of `program` on its service (see eRelative_Position). `program` and `result` may
-  /// be the same object.
+  /// The programme before or after `program`, or the same one, on its broadcast service (see
+  /// eRelative_Position). `program` and `result` may be the same object.
   virtual bool GetProgram(const FCESGProgramInfo& program, eRelative_Position position,
                           FCESGProgramInfo& result) = 0;
 
-  /// The programme that shows the content `contentId` on a service at `startTime`.
+  /// The programme that shows the content `contentId` on a broadcast service at `startTime`.
   virtual bool GetProgramItem(const std::string& globalServiceId, const std::string& contentId,
                               unsigned int startTime, FCESGProgramInfo& program) = 0;
 
-  /// The XML text of the schedule fragment of a service for a time range, exactly as the service
-  /// sends it. `globalServiceId` is only read; `bb` is passed through to the service.
+  /// The XML text of the schedule fragment of a broadcast service for a time range, exactly as the
+  /// guide service sends it. `globalServiceId` is only read; `bb` is passed on to the guide
+  /// service.
   virtual bool GetScheduleFragment(std::string& xmlFragment, std::string& globalServiceId,
                                    unsigned int startTime, unsigned int duration, bool bb) = 0;
 
-  /// The XML text of the service fragment of a service.
+  /// The XML text of the service fragment of a broadcast service.
   virtual bool GetServiceFragment(std::string& xmlFragment, std::string& globalServiceId,
                                   bool bb) = 0;
 
-  /// The XML text of the content fragment that a service shows in a time range.
+  /// The XML text of the content fragment that a broadcast service shows in a time range.
   virtual bool GetContentFragment(std::string& xmlFragment, std::string& globalServiceId,
                                   unsigned int startTime, unsigned int duration, bool bb) = 0;
 
-  /// Asks the service to save the content fragment of a service at `path`. The service, not this
-  /// process, opens the path, and it may refuse.
+  /// Asks the guide service to save the content fragment of a broadcast service at `path`. The
+  /// guide service, not this process, opens the path, and it may refuse.
   virtual bool SaveContentFragment(const std::string& path, const std::string& globalServiceId,
                                    bool bb) = 0;
 
-  /// Asks the service to save the schedule fragment of a service at `path`.
+  /// Asks the guide service to save the schedule fragment of a broadcast service at `path`.
   virtual bool SaveScheduleFragment(const std::string& path, const std::string& globalServiceId,
                                     bool bb) = 0;
 
-  /// Asks the service to save the service fragment of a service at `path`.
+  /// Asks the guide service to save the service fragment of a broadcast service at `path`.
   virtual bool SaveServiceFragment(const std::string& path, const std::string& globalServiceId,
                                    bool bb) = 0;
 };

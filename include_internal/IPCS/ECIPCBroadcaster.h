@@ -4,13 +4,13 @@
 #include "ECIPCManager.h"
 
 /// The emitter of a guide service: its events go to every subscriber. See ECIPCManager for
-/// connecting, waiting and results; one object is for the whole process.
+/// connecting, waiting and results. Create one object for the whole process.
 class ESG_API ECIPCBroadcaster : public ECIPCManager {
  public:
   bool Send(int number, ESGMessageBuffer& payload) override;
-  /// An event without parameters.
+  /// Sends an event without parameters.
   bool Send(int number);
-  /// An event with its three parameters.
+  /// Sends an event with its three parameters.
   bool Send(int number, int first, int second, int third);
 };
 

@@ -3,10 +3,10 @@
 
 #include "ECIPCManager.h"
 
-/// Posts events to this very process, through the bus.
+/// Sends events to its own process, through the bus.
 class ESG_API ECIPCClient : public ECIPCManager {
  public:
-  /// The process-wide instance, made on first use (see ECIPCManager for how long that takes).
+  /// The process-wide instance, created on first use (see ECIPCManager for how long that blocks).
   static ECIPCClient* GetInstance();
 
   /// Sends event `number` to the event callback of this process's EIIPCConnection, which must be

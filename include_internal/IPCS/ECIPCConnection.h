@@ -36,16 +36,16 @@ class ESG_API ECIPCConnection : public EIIPCConnection {
   /// `Event`, `Data`, or -1 for a message of another kind.
   int m_GetMessageType(DBusMessage* message);
 
-  /// What libdbus calls with every message that arrives.
+  /// Called with every message that arrives.
   DBusHandlerResult m_MessageHandler(DBusMessage* message) noexcept;
   static DBusHandlerResult m_MessageHandlerHelper(DBusConnection* connection, DBusMessage* message,
                                                   void* user);
 
-  /// The signal's member, as a match rule and a message have it.
+  /// The member name of the signal, in match rules and messages.
   const char* m_ConvertMsgTypeToString(eECIPCMessageType type);
-  /// The match rule of these signals; `out` holds 256 bytes.
+  /// Writes the match rule for these signals; `out` holds 256 bytes.
   void m_CreateMatchRule(eECIPCMessageType type, int event, char* out);
-  /// Gives both connections back.
+  /// Releases both connections.
   void m_ReleaseAllConnections();
 
  protected:
@@ -55,10 +55,10 @@ class ESG_API ECIPCConnection : public EIIPCConnection {
   friend class EIIPCConnection;
   friend struct esg::internal::ProcessCalls;
 
-  /// What the end of the process does; the memory stays.
+  /// Runs at the end of the process; closes the connections and keeps the memory.
   ESG_LOCAL void m_End();
 
-  // Written under m_instanceMutex; read without it, so a callback just cleared may run once more.
+  // Written under m_instanceMutex and read without it: a callback just cleared may run once more.
   std::atomic<EIIPCCallback> m_eventCallback{nullptr};
   std::atomic<EIIPCCallback> m_dataCallback{nullptr};
   DBusConnection* m_pConnection = nullptr;

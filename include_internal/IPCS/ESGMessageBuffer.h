@@ -5,48 +5,47 @@
 
 #include <vector>
 
-/// The bytes of every message on the bus: written at the back, read from the front in the same
-/// order.
+/// The payload of a message on the bus: bytes are written at the end and read from the start.
 ///
 /// An integer is 4 bytes in the host's byte order, a character 1 byte, a concatenated item its
-/// bytes alone: no length, no terminator, no padding. Writer and reader agree on lengths by other
+/// bytes only: no length, no terminator, no padding. Writer and reader agree on lengths by other
 /// means.
 ///
-/// Not for use by two threads at once. Growing raises the standard allocation errors and leaves the
-/// buffer as it was.
+/// Two threads must not use a buffer at once. If growing raises an allocation error, the buffer is
+/// unchanged.
 class ESG_API ESGMessageBuffer {
  public:
   ESGMessageBuffer();
   ~ESGMessageBuffer();
 
-  /// Empties the buffer and starts reading at the front again; keeps the storage.
+  /// Empties the buffer and resets the read position; keeps the storage.
   void Clean();
-  /// Makes room for at least `n` bytes in all; the size stays.
+  /// Makes room for at least `n` bytes in total; does not change the size.
   void Reserve(unsigned int n);
-  /// Grows by `n` zero bytes: an increment, not a target size. Never shrinks.
+  /// Appends `n` zero bytes: `n` is an increment, not a target size. Never shrinks.
   void Resize(unsigned int n);
 
-  /// Appending; always true. A null `data` appends `size` zero bytes. `data` may be bytes of this
-  /// buffer, here and in WriteConcatenated: it copies what they were before.
+  /// Append and return true. A null `data` appends `size` zero bytes. `data` may point into this
+  /// buffer, here and in WriteConcatenated: the bytes are copied as they were before.
   bool PushInt(int value);
   bool PushChar(char c);
   bool PushConcatenated(unsigned long size, void* data);
   /// Appends all bytes of `other`, those already read included; `other` may be this buffer.
   bool PushBuffer(ESGMessageBuffer* other);
 
-  /// Inserting before the byte at `offset`; always true. A null `data` inserts zero bytes. An
+  /// Insert before the byte at `offset` and return true. A null `data` inserts zero bytes. An
   /// offset beyond the end ends the process.
   bool WriteInt(int value, int offset);
   bool WriteConcatenated(unsigned long size, void* data, int offset);
 
-  /// Reading without consuming; reading past the end ends the process, as does an `offset` so far
-  /// below 0 that offset and size add up to less than 0. ReadInt reads 0 for what lies before the
-  /// first byte. ReadConcatenated checks `offset` but copies from the current read position.
+  /// Read without consuming. Reading past the end ends the process, and so does a negative `offset`
+  /// if offset and size add up to less than 0. ReadInt reads 0 for bytes before the first one.
+  /// ReadConcatenated checks `offset` but copies from the current read position.
   void ReadInt(int* out, int offset);
   void ReadConcatenated(unsigned long size, void* out, int offset);
 
-  /// Consuming from the front. With too few bytes left they say so on standard output, return 0 or
-  /// null, and the read position stays.
+  /// Read at the read position and advance it. If too few bytes are left, they print a message to
+  /// standard output, return 0 or null, and do not advance.
   char PopChar();
   int PopInt();
   /// The caller frees the result with delete[]; a size of 0 gives a valid, empty allocation.
@@ -59,9 +58,9 @@ class ESG_API ESGMessageBuffer {
   void* GetAsVoidFromOffset(int offset) const;
   void CopyData(void* dst, int size, int offset);
 
-  /// All bytes.
+  /// The number of all bytes.
   unsigned int GetFullBufferSize() const;
-  /// All bytes less the read position.
+  /// The number of bytes after the read position.
   unsigned int GetBufferSize() const;
 
  private:

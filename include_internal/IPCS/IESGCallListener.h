@@ -5,13 +5,13 @@
 
 class ESGMessageBuffer;
 
-/// What a service implements to answer calls; see ECNativeConnection.
+/// The interface that a service implements to reply to calls; see ECNativeConnection.
 class ESG_API IESGCallListener {
  public:
   virtual ~IESGCallListener();
 
-  /// One call: `method` and the payload `in` (both valid during the call only); `out` is empty and
-  /// takes the payload of the answer. true for success.
+  /// Serves one call: `method` and the payload `in`, both valid only during the call. `out` is
+  /// empty and takes the payload of the reply. Returns true for success.
   ///
   /// Runs on the thread of the default GLib main context, one call at a time. Must not throw.
   /// It may start or destroy the ECNativeConnection that calls it.

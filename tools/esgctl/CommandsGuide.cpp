@@ -228,10 +228,9 @@ int RunServices(Session& session) {
     std::vector<TableRow> rows;
     std::transform(services.begin(), services.end(), std::back_inserter(rows),
                    [](const Service& service) -> TableRow {
-                     return {{service.number, service.alias, service.name, service.id}};
+                     return {{service.number, service.alias, service.id, service.name}};
                    });
-    // An id that is cut is of no use.
-    Print(RenderTable({"NUMBER", "ALIAS", "NAME", "ID"}, rows, {0, TableStyle(request).colour}));
+    Print(RenderTable({"NUMBER", "ALIAS", "ID", "NAME"}, rows, TableStyle(request)));
   }
   if (services.empty()) {
     esg::tools::Report("esgctl",

@@ -48,7 +48,7 @@ void Quote(std::string& out, std::string_view text) {
 
 void Put(std::string& out, std::string_view name, std::int64_t number) {
   char digits[24];
-  const auto end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
+  char* const end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
   out += name;
   out.append(digits, end);
 }
@@ -182,7 +182,7 @@ std::string ListAnswer(const std::string& service, const std::vector<const Progr
 }
 
 std::string FragmentAnswer(std::string_view bytes) {
-  std::string answer = "{\"ret\":true,\"xmlFragment\":";
+  std::string answer = R"({"ret":true,"xmlFragment":)";
   Quote(answer, bytes);
   answer += '}';
   return answer;

@@ -67,20 +67,18 @@ std::vector<Named> NamedServices(const Guide& guide) {
   std::sort(services.begin(), services.end(), [](const Named& a, const Named& b) {
     return InOrderOfChannels(a) < InOrderOfChannels(b);
   });
-  for (const bool all : {false, true}) {
-    std::map<std::string, std::vector<Named*>> owners;
-    for (Named& service : services) {
-      if (service.alias == "-") {
-        owners[AliasOf(service.name, all)].push_back(&service);
-      } else {
-        owners[service.alias].push_back(&service);
-      }
-    }
-    for (const auto& [alias, named] : owners) {
-      for (Named* service : named) {
-        service->alias = named.size() == 1 ? alias : "-";
-      }
-    }
+  std::map<std::string, int> words;
+  std::map<std::string, int> aliases;
+  for (const Named& service : services) {
+    ++words[AliasOf(service.name, false)];
+  }
+  for (Named& service : services) {
+    const std::string word = AliasOf(service.name, false);
+    service.alias = words[word] == 1 ? word : AliasOf(service.name, true);
+    ++aliases[service.alias];
+  }
+  for (Named& service : services) {
+    service.alias = aliases[service.alias] == 1 ? service.alias : "-";
   }
   return services;
 }

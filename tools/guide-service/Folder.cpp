@@ -87,17 +87,11 @@ std::string Load(int folder, const std::string& name, std::string& bytes, Stamp&
   return size == 0 ? "empty" : "";
 }
 
-bool EndsWith(std::string_view text, std::string_view end) {
-  return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
-}
-
 bool IsFragmentName(std::string_view name) {
-  for (const std::string_view end : {".xml", ".XML", ".xml.gz"}) {
-    if (EndsWith(name, end)) {
-      return true;
-    }
-  }
-  return false;
+  constexpr std::string_view kEnds[] = {".xml", ".XML", ".xml.gz"};
+  return std::any_of(std::begin(kEnds), std::end(kEnds), [name](std::string_view end) {
+    return name.size() >= end.size() && name.substr(name.size() - end.size()) == end;
+  });
 }
 
 /// One reading of a folder, by several threads.
@@ -181,8 +175,9 @@ void AddFragments(File& file, std::string& bytes, const std::vector<Part>& parts
     ++number;
     char* text = bytes.data() + part.offset;
     const Report report = [&](const std::string& line) {
-      const std::string where = parts.size() > 1 ? ": fragment " + std::to_string(number) : "";
-      file.faults.push_back(file.name + where + ": " + line);
+      std::string& fault = file.faults.emplace_back(file.name + ": ");
+      fault += parts.size() > 1 ? "fragment " + std::to_string(number) + ": " : "";
+      fault += line;
     };
     const auto found = same.empty() ? same.end() : same.find(Hash(text, part.size));
     std::shared_ptr<const Fragment> fragment =

@@ -229,47 +229,16 @@ ContentFragment ParseContent(const pugi::xml_node& root, const std::string& id) 
   return {References(root), ParseLength(FirstText(root, "Length")), WriteRecord(id, record)};
 }
 
-bool StartsEntity(std::string_view text) {
-  for (const std::string_view entity : {"&amp;", "&lt;", "&gt;", "&quot;", "&apos;"}) {
-    if (text.substr(0, entity.size()) == entity) {
-      return true;
-    }
-  }
-  if (text.substr(0, 2) != "&#") {
-    return false;
-  }
-  const bool hex = text.substr(2, 1) == "x";
-  const std::string_view digits = text.substr(hex ? 3 : 2);
-  const std::size_t length =
-      digits.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789");
-  return length != 0 && length != std::string_view::npos && digits[length] == ';';
-}
-
-/// Whether an ampersand outside CDATA sections and comments does not start an entity. The parser
-/// takes such a one for itself, which is what it is meant to be.
+/// Whether an ampersand does not start an entity. The parser takes such a one for itself, which is
+/// what it is meant to be. CDATA sections and comments may hold any, and so may two bytes a
+/// character.
 bool HasRawAmpersand(std::string_view xml) {
-  for (std::size_t at = xml.find('&');; at = xml.find('&', at + 1)) {
-    if (at == std::string_view::npos) {
-      return false;
-    }
-    if (!StartsEntity(xml.substr(at))) {
-      break;
-    }
-  }
-  if (xml.find('\0') != std::string_view::npos) {
-    return false;  // two bytes a character
-  }
-  for (std::size_t at = xml.find_first_of("&<"); at != std::string_view::npos;
-       at = xml.find_first_of("&<", at + 1)) {
-    const std::string_view rest = xml.substr(at);
-    if (rest[0] == '&') {
-      if (!StartsEntity(rest)) {
-        return true;
-      }
-    } else if (rest.substr(0, 9) == "<![CDATA[") {
-      at = std::min(xml.find("]]>", at), xml.size());
-    } else if (rest.substr(0, 4) == "<!--") {
-      at = std::min(xml.find("-->", at), xml.size());
+  constexpr std::string_view kEntity =
+      "#0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+  for (std::size_t at = xml.find('&'); at != std::string_view::npos; at = xml.find('&', at + 1)) {
+    const std::size_t end = xml.find_first_not_of(kEntity, at + 1);
+    if (end == std::string_view::npos || end == at + 1 || xml[end] != ';') {
+      return xml.find("<!") == std::string_view::npos && xml.find('\0') == std::string_view::npos;
     }
   }
   return false;

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "Check.h"
 #include "common/Failure.h"
@@ -26,6 +27,10 @@ using tools::Failure;
 constexpr unsigned int kQuietMilliseconds = 250;
 constexpr std::int64_t kMaxQuietMilliseconds = 2000;
 constexpr unsigned int kRetryMilliseconds = 1000;
+
+/// The event for a new guide. Its integers: the number of guides since the start, the services, the
+/// programmes.
+constexpr int kGuideChanged = 5;
 
 std::string Counts(const Guide& guide) {
   return std::to_string(guide.Services().size()) + " services, " +
@@ -145,7 +150,8 @@ void Service::Take(Reading reading) {
   }
   if (!m_fault.empty()) {
     m_fault.clear();
-    WatchFolder();  // it may be another one by the same name
+    WatchFolder();  // it may be another one by the same name, and have changed in between
+    FolderChanged();
   }
   if (reading.guide == nullptr) {
     m_report("the guide is as it was");
@@ -156,9 +162,8 @@ void Service::Take(Reading reading) {
   WriteAliases(guide);
   if (!isFirst) {
     m_report("a new guide: " + Counts(guide));
-    m_emitter->Send({kGuideChanged,
-                     {m_generation, static_cast<int>(guide.Services().size()),
-                      static_cast<int>(guide.ProgramCount())}});
+    m_emitter->Send(kGuideChanged, m_generation, static_cast<int>(guide.Services().size()),
+                    static_cast<int>(guide.ProgramCount()));
   }
   // A large guide takes a while to be freed.
   m_disposal =
@@ -249,7 +254,7 @@ void Service::TakeName() {
   if (const unsigned int owner = OwnerOf(name)) {
     throwTaken(owner);
   }
-  static EventEmitter emitter;  // its connection stays when it is destroyed
+  static ECIPCBroadcaster emitter;  // its connection stays when it is destroyed
   m_emitter = &emitter;
   m_connection = std::make_unique<ECNativeConnection>();
   if (!m_connection->Start(name, &m_listener)) {
@@ -276,8 +281,19 @@ void Service::OrderRead(GAsyncResult* result) {
   if (line == nullptr) {
     return;
   }
-  if (const auto order = ParseEventOrder(line)) {
-    m_emitter->Send(*order);
+  std::istringstream words(line);
+  std::vector<int> numbers;
+  bool good = true;
+  for (std::string word; good && words >> word;) {
+    gint64 number = 0;
+    good =
+        g_ascii_string_to_signed(word.c_str(), 10, INT32_MIN, INT32_MAX, &number, nullptr) != FALSE;
+    numbers.push_back(static_cast<int>(number));
+  }
+  if (good && numbers.size() == 1) {
+    m_emitter->Send(numbers[0]);
+  } else if (good && numbers.size() == 4) {
+    m_emitter->Send(numbers[0], numbers[1], numbers[2], numbers[3]);
   } else {
     m_report(std::string("an event is NUMBER or NUMBER P1 P2 P3, not: ") + line);
   }

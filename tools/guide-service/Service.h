@@ -2,6 +2,7 @@
 #define GUIDE_SERVICE_H
 
 #include <IESGService.h>
+#include <IPCS/ECIPCBroadcaster.h>
 #include <IPCS/ECNativeConnection.h>
 #include <gio/gio.h>
 
@@ -10,7 +11,6 @@
 #include <memory>
 #include <string>
 
-#include "Events.h"
 #include "Listener.h"
 #include "SaveFolder.h"
 #include "Source.h"
@@ -78,7 +78,7 @@ class Service {
   Source m_source;
   GuideListener m_listener;
   std::unique_ptr<tools::Bus> m_bus;
-  EventEmitter* m_emitter = nullptr;  ///< the process's
+  ECIPCBroadcaster* m_emitter = nullptr;  ///< the process's
   std::unique_ptr<ECNativeConnection> m_connection;
   GFileMonitor* m_monitor = nullptr;
   GDataInputStream* m_orders = nullptr;  ///< events to emit, a line each

@@ -4,9 +4,10 @@
 
 #include <simdjson.h>
 
+#include <algorithm>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
-#include <memory>
 #include <mutex>
 #include <type_traits>
 #include <utility>
@@ -19,15 +20,18 @@ namespace {
 
 namespace ondemand = simdjson::ondemand;
 
-static_assert(kPadding >= simdjson::SIMDJSON_PADDING);
+/// What is read at a time, where possible: it stays in the processor's cache.
+constexpr std::size_t kPiece = 64 * 1024;
 
-/// What the parser keeps room for.
-constexpr std::size_t kKept = 64 * 1024;
+/// A piece of a list gets its own.
+constexpr std::size_t kBrackets = 2;
+
+constexpr char kSpaces[] = " \t\n\r";
 
 /// A programme of a list.
 struct Element {
+  FCESGProgramInfo& program;
   unsigned int key = 0;
-  FCESGProgramInfo program;
 };
 
 template <class Result>
@@ -103,11 +107,7 @@ bool ReadNull(ondemand::value& value, bool& isNull) {
 }
 
 template <class Record>
-bool ReadList(ondemand::value& value, std::vector<Record>& records) {
-  ondemand::array array;
-  if (value.get_array().get(array) != simdjson::SUCCESS) {
-    return false;
-  }
+bool ReadElements(ondemand::array& array, std::vector<Record>& records) {
   for (auto element : array) {
     ondemand::value each;
     Record& record = records.emplace_back();
@@ -120,20 +120,29 @@ bool ReadList(ondemand::value& value, std::vector<Record>& records) {
   return true;
 }
 
-bool ReadList(ondemand::value& value, ESGProgramMap& programs) {
-  ondemand::array array;
-  if (value.get_array().get(array) != simdjson::SUCCESS) {
-    return false;
-  }
+bool ReadElements(ondemand::array& array, ESGProgramMap& programs) {
+  ESGProgramMap fresh;  // where a programme is read, before its key is known
   for (auto element : array) {
     ondemand::value each;
-    Element read;
+    const auto place = fresh.try_emplace(0).first;
+    Element read{place->second};
     if (element.get(each) != simdjson::SUCCESS || !ReadObject(each, read)) {
       return false;
     }
-    programs.insert_or_assign(programs.end(), read.key, std::move(read.program));
+    auto node = fresh.extract(place);
+    node.key() = read.key;
+    const auto found = programs.insert(programs.end(), std::move(node));
+    if (!node.empty()) {
+      found->second = std::move(node.mapped());
+    }
   }
   return true;
+}
+
+template <class Records>
+bool ReadList(ondemand::value& value, Records& records) {
+  ondemand::array array;
+  return value.get_array().get(array) == simdjson::SUCCESS && ReadElements(array, records);
 }
 
 /// Walks the members of a record for one member of an object, and reads it where they meet.
@@ -260,52 +269,150 @@ bool ReadObject(ondemand::value& value, Record& record) {
   return value.get_object().get(object) == simdjson::SUCCESS && ReadMembers(object, record);
 }
 
+/// What is kept for all answers. Never destroyed, and made once: simdjson's own static objects go
+/// before the last answers do.
+struct Desk {
+  std::mutex mutex;
+  ondemand::parser parser;
+  char text[kPiece + simdjson::SIMDJSON_PADDING];
+};
+
+Desk& Kept() {
+  static auto& desk = *new Desk;
+  return desk;
+}
+
+/// `read` gets the document, and has to read all of it. The parser looks further than the text, but
+/// does not care what is there.
+template <class Reader>
+bool ReadText(simdjson::padded_string_view text, Reader read) {
+  ondemand::document document;
+  return Kept().parser.iterate(text).get(document) == simdjson::SUCCESS && read(document) &&
+         document.current_location().error() == simdjson::OUT_OF_BOUNDS;
+}
+
+/// Parts of a text that are together no longer than a piece.
+template <class Reader>
+bool ReadParts(std::initializer_list<std::string_view> parts, Reader read) {
+  char* end = Kept().text;
+  for (const std::string_view part : parts) {
+    end = std::copy(part.begin(), part.end(), end);
+  }
+  const auto size = static_cast<std::size_t>(end - Kept().text);
+  return ReadText(simdjson::padded_string_view(Kept().text, size, sizeof(Desk::text)), read);
+}
+
 template <class Result>
-bool ReadAnswer(const char* text, std::size_t size, Result& result) {
-  if (size == 0 || *text != '{') {  // neither spaces nor a byte order mark first
+auto AnswerReader(Result& result) {
+  return [&result](ondemand::document& document) {
+    ondemand::object object;
+    Answer<Result> answer{false, result};
+    return document.get_object().get(object) == simdjson::SUCCESS && ReadMembers(object, answer) &&
+           answer.isSuccess;
+  };
+}
+
+/// Takes spaces and a token off the front of a text.
+bool Take(std::string_view token, std::string_view& text) {
+  text.remove_prefix(std::min(text.find_first_not_of(kSpaces), text.size()));
+  const bool isThere = text.substr(0, token.size()) == token;
+  text.remove_prefix(isThere ? token.size() : 0);
+  return isThere;
+}
+
+/// The first programmes of a list, without the comma after them; takes both off the front of it.
+/// Every programme has to start with `mark`. Empty where that does not lead to a piece.
+std::string_view TakePiece(std::string_view mark, std::size_t size, std::string_view& list) {
+  std::string_view piece = list.substr(0, size);
+  std::size_t next = piece.size();
+  if (next < list.size()) {
+    next = piece.rfind(mark);
+    next = next == std::string_view::npos ? 0 : next;
+    piece = piece.substr(0, next);
+    piece = piece.substr(0, piece.find_last_not_of(kSpaces) + 1);
+    if (piece.empty() || piece.back() != ',') {
+      return {};
+    }
+    piece.remove_suffix(1);
+  }
+  list.remove_prefix(next);
+  return piece;
+}
+
+/// A long answer without a copy of it: what is around the list, as if that were empty, and the list
+/// in pieces that are lists of their own. A cut in the wrong place gives a piece that cannot be
+/// read.
+bool ReadListInPieces(std::string_view text, std::size_t size, ESGProgramMap& programs) {
+  std::string_view list = text;
+  const bool isList =
+      Take("{", list) && Take("\"ESGProgramMap\"", list) && Take(":", list) && Take("[", list);
+  const std::string_view head = text.substr(0, text.size() - list.size());
+  list = list.substr(0, list.rfind(']'));
+  const std::string_view tail = text.substr(head.size() + list.size());
+  if (!isList || head.size() + tail.size() > size ||
+      !ReadParts({head, tail}, AnswerReader(programs))) {
     return false;
   }
-  // Never destroyed, and made once: simdjson's own static objects go before the last answers do.
-  static auto& mutex = *new std::mutex;
-  static auto& parser = *new ondemand::parser;
-  const std::lock_guard<std::mutex> lock(mutex);
-  ondemand::document document;
-  ondemand::object object;
-  Answer<Result> answer{false, result};
-  const bool isRead =
-      parser.iterate(simdjson::padded_string_view(text, size, size + kPadding)).get(document) ==
-          simdjson::SUCCESS &&
-      document.get_object().get(object) == simdjson::SUCCESS && ReadMembers(object, answer) &&
-      document.current_location().error() == simdjson::OUT_OF_BOUNDS && answer.isSuccess;
-  if (size > kKept) {
-    [[maybe_unused]] const simdjson::error_code shrunk = parser.allocate(kKept);
+  std::string_view mark = list.substr(std::min(list.find('{'), list.size()));
+  mark = mark.substr(0, mark.find('"', mark.find('"') + 1) + 1);  // up to its first member's name
+  while (!list.empty()) {
+    const std::string_view piece = TakePiece(mark, size - kBrackets, list);
+    const bool isRead = piece.find_first_not_of(kSpaces) != std::string_view::npos &&
+                        ReadParts({"[", piece, "]"}, [&programs](ondemand::document& document) {
+                          ondemand::array array;
+                          return document.get_array().get(array) == simdjson::SUCCESS &&
+                                 ReadElements(array, programs);
+                        });
+    if (!isRead) {
+      return false;
+    }
   }
+  return true;
+}
+
+template <class Result>
+bool ReadAnswer(std::string_view text, Result& result) {
+  if (text.empty() || text.front() != '{') {  // neither spaces nor a byte order mark first
+    return false;
+  }
+  const std::lock_guard<std::mutex> lock(Kept().mutex);
+  if (text.size() <= kPiece) {
+    return ReadParts({text}, AnswerReader(result));
+  }
+  if constexpr (std::is_same_v<Result, ESGProgramMap>) {
+    if (ReadListInPieces(text, kPiece, result)) {
+      return true;
+    }
+    result.clear();
+  }
+  std::string padded;
+  padded.reserve(text.size() + simdjson::SIMDJSON_PADDING);
+  padded.assign(text);
+  const bool isRead = ReadText(simdjson::padded_string_view(padded), AnswerReader(result));
+  [[maybe_unused]] const simdjson::error_code shrunk = Kept().parser.allocate(kPiece);
   return isRead;
 }
 
 }  // namespace
 
-bool Read(const char* text, std::size_t size, FCESGProgramInfo& result) {
-  return ReadAnswer(text, size, result);
-}
-bool Read(const char* text, std::size_t size, ESGProgramMap& result) {
-  return ReadAnswer(text, size, result);
-}
-bool Read(const char* text, std::size_t size, std::string& xmlFragment) {
-  return ReadAnswer(text, size, xmlFragment);
+bool Read(std::string_view text, FCESGProgramInfo& result) { return ReadAnswer(text, result); }
+bool Read(std::string_view text, ESGProgramMap& result) { return ReadAnswer(text, result); }
+bool Read(std::string_view text, std::string& xmlFragment) { return ReadAnswer(text, xmlFragment); }
+
+bool ReadInPieces(std::string_view text, ESGProgramMap& result, std::size_t piece) {
+  const std::lock_guard<std::mutex> lock(Kept().mutex);
+  return ReadListInPieces(text, std::clamp(piece, kBrackets, kPiece), result);
 }
 
 }  // namespace direct
 
 #else
 
-bool direct::Read(const char* /*text*/, std::size_t /*size*/, FCESGProgramInfo& /*result*/) {
-  return false;
-}
-bool direct::Read(const char* /*text*/, std::size_t /*size*/, ESGProgramMap& /*result*/) {
-  return false;
-}
-bool direct::Read(const char* /*text*/, std::size_t /*size*/, std::string& /*xmlFragment*/) {
+bool direct::Read(std::string_view /*text*/, FCESGProgramInfo& /*result*/) { return false; }
+bool direct::Read(std::string_view /*text*/, ESGProgramMap& /*result*/) { return false; }
+bool direct::Read(std::string_view /*text*/, std::string& /*xmlFragment*/) { return false; }
+bool direct::ReadInPieces(std::string_view /*text*/, ESGProgramMap& /*result*/,
+                          std::size_t /*piece*/) {
   return false;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "ESGTypes.h"
 #include "FCESGProgramInfo.h"
@@ -14,14 +15,15 @@
 /// declines everything else, and what cannot be read at all, for the JSON library to judge.
 namespace direct {
 
-/// So many bytes after the text may be looked at; what they are does not matter.
-inline constexpr std::size_t kPadding = 64;
-
 /// false when it declines; `result`, which has to be fresh, is then not to be used. Not built in,
 /// it always declines.
-bool Read(const char* text, std::size_t size, FCESGProgramInfo& result);
-bool Read(const char* text, std::size_t size, ESGProgramMap& result);
-bool Read(const char* text, std::size_t size, std::string& xmlFragment);
+bool Read(std::string_view text, FCESGProgramInfo& result);
+bool Read(std::string_view text, ESGProgramMap& result);
+bool Read(std::string_view text, std::string& xmlFragment);
+
+/// Read() of a long list, no more than `piece` bytes at a time. It also declines a list that does
+/// not come apart.
+bool ReadInPieces(std::string_view text, ESGProgramMap& result, std::size_t piece);
 
 }  // namespace direct
 

@@ -18,15 +18,16 @@ ESGAsync::Identifier Perform(const operations::Operation<Result>& operation, Del
   ESGMessageBuffer request;
   request.PushConcatenated(arguments.size(), arguments.data());
   auto done = [read = operation.read, deliver = std::move(deliver)](
-                  int called, ESGMessageBuffer& response, const internal::CallFailure& failed) {
+                  int called, internal::Payload& payload, const internal::CallFailure& failed) {
     failure::Note note;
     note.call = failed;
     Result result;
     bool isRead = false;
     try {
-      isRead = operations::TakeDirectly(read, called, response, result, note);
+      isRead = operations::TakeDirectly(read, called, payload.bytes, result, note);
     } catch (const std::exception&) {  // the JSON library's, on an answer with the wrong types
     }
+    payload.owner.reset();  // the callback may take long
     deliver(failure::ToFailure(note), isRead ? std::move(result) : Result());
   };
   return internal::CallLater(kESGServiceName, operation.name, request, std::move(done));

@@ -108,15 +108,18 @@ Operation<Nothing> SaveServiceFragment(const std::string& path, const std::strin
   return {__func__, SavingOf(globalServiceId, bb, path), &NoOutput};
 }
 
-bool RemoteCallWithStringArguments(int called, ESGMessageBuffer& response, std::string& reply,
+std::string_view PayloadOf(const ESGMessageBuffer& response) {
+  return {response.GetAsCStr(0), response.GetBufferSize()};
+}
+
+bool RemoteCallWithStringArguments(int called, std::string_view payload, std::string& reply,
                                    failure::Note& note) {
   if (called == -1) {
     ESG_LOGE("Fail to communicate using d-bus\n");
     note.reason = failure::ReasonOf(note.call);
     return false;
   }
-  const char* bytes = response.GetAsCStr(0);
-  reply.assign(bytes != nullptr ? bytes : "", response.GetBufferSize());
+  reply.assign(payload);
   return true;
 }
 
@@ -189,7 +192,8 @@ bool ESGService_Proxy::RemoteCallWithStringArguments(const char* method,
                                                      std::string& reply) {
   ESGMessageBuffer response;
   const int called = operations::Call(m_pConnection, method, arguments, response);
-  return operations::RemoteCallWithStringArguments(called, response, reply, failure::Last());
+  return operations::RemoteCallWithStringArguments(called, operations::PayloadOf(response), reply,
+                                                   failure::Last());
 }
 
 bool ESGService_Proxy::RemoteCallWithJsonArguments(const char* method, const Json::Value& arguments,

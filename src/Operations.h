@@ -4,6 +4,7 @@
 #include <json/json.h>
 
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 #include "DirectReader.h"
@@ -51,8 +52,11 @@ Operation<Nothing> SaveServiceFragment(const std::string& path, const std::strin
 
 // What is done with an answer, named as the steps of a call that their log lines belong to.
 
+/// The bytes that are valid as long as the buffer does not change.
+std::string_view PayloadOf(const ESGMessageBuffer& response);
+
 /// What Call() gave, as text; notes the reason if that is a failure.
-bool RemoteCallWithStringArguments(int called, ESGMessageBuffer& response, std::string& reply,
+bool RemoteCallWithStringArguments(int called, std::string_view payload, std::string& reply,
                                    failure::Note& note);
 bool RemoteCallWithJsonArguments(std::string& replyText, Json::Value& reply);
 /// The service's verdict, from the text of its answer.
@@ -74,9 +78,9 @@ bool TakeOutput(bool (*read)(Json::Value& reply, Result& result), Json::Value& r
 /// All of an answer in one go, for queries that are free to.
 template <typename Result>
 bool TakeDirectly(bool (*read)(Json::Value& reply, Result& result), int called,
-                  ESGMessageBuffer& response, Result& result, failure::Note& note) {
+                  std::string_view payload, Result& result, failure::Note& note) {
   if constexpr (!std::is_same_v<Result, Nothing>) {
-    if (called != -1 && direct::Read(response.GetAsCStr(0), response.GetFullBufferSize(), result)) {
+    if (called != -1 && direct::Read(payload, result)) {
       note.reason = ESGFailureReason::None;
       return true;
     }
@@ -84,7 +88,7 @@ bool TakeDirectly(bool (*read)(Json::Value& reply, Result& result), int called,
   }
   std::string text;
   Json::Value reply;
-  if (!RemoteCallWithStringArguments(called, response, text, note) ||
+  if (!RemoteCallWithStringArguments(called, payload, text, note) ||
       !RemoteCallWithJsonArguments(text, reply) || !IsSuccess(reply, note) ||
       !read(reply, result)) {
     return false;
@@ -102,7 +106,7 @@ template <typename Result>
 bool AskDirectly(const Operation<Result>& operation, Result& result) {
   ESGMessageBuffer response;
   const int called = Call(nullptr, operation.name, json::ToText(operation.arguments), response);
-  return TakeDirectly(operation.read, called, response, result, failure::Last());
+  return TakeDirectly(operation.read, called, PayloadOf(response), result, failure::Last());
 }
 
 }  // namespace operations

@@ -78,7 +78,7 @@ MessagePtr Call(const std::string& destination, const char* method, const ESGMes
 }
 
 int Call(const std::string& destination, const char* method, Channel::Outcome outcome,
-         DBusMessage* reply, ESGMessageBuffer& out, CallFailure& failure) {
+         DBusMessage* reply, std::string_view& payload, CallFailure& failure) {
   if (outcome == Channel::Outcome::NotSent) {
     ESG_LOGE("dbus_connection_send_with_reply return FALSE\n");
     return Fail(failure, Kind::NotSent);
@@ -106,7 +106,7 @@ int Call(const std::string& destination, const char* method, Channel::Outcome ou
     return Fail(failure, Kind::Error, name, text != nullptr ? text : "");
   }
   int result = -1;
-  switch (internal::ReadReply(reply, result, out)) {
+  switch (internal::ReadReply(reply, result, payload)) {
     case internal::Read::Done:
       return result != -1 ? result : Fail(failure, Kind::Result);
     case internal::Read::Empty:
@@ -235,7 +235,10 @@ int ECIPCConnection::Call(const std::string& destination, const char* method, ES
   }
   MessagePtr reply;
   const Channel::Outcome outcome = channel->Call(message.get(), reply);
-  return ::Call(destination, method, outcome, reply.get(), out, failure);
+  std::string_view payload;
+  const int result = ::Call(destination, method, outcome, reply.get(), payload, failure);
+  internal::Append(payload, out);
+  return result;
 }
 
 internal::CallFailure& internal::LastCallFailure() {
@@ -267,11 +270,11 @@ std::uint64_t internal::CallLater(const std::string& destination, const char* me
   return channel->LateCalls().Ask(
       std::move(message), [=, done = std::move(done)](Channel::Outcome outcome, MessagePtr& reply) {
         CallFailure failure = unsent;
-        ESGMessageBuffer out;
+        Payload payload;
         const int result =
-            isSent ? ::Call(destination, method, outcome, reply.get(), out, failure) : -1;
-        reply.reset();  // its bytes are in the buffer
-        done(result, out, failure);
+            isSent ? ::Call(destination, method, outcome, reply.get(), payload.bytes, failure) : -1;
+        payload.owner = std::move(reply);
+        done(result, payload, failure);
       });
 }
 

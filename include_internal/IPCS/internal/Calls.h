@@ -3,7 +3,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
+#include <string_view>
 
 class ESGMessageBuffer;
 
@@ -30,14 +32,18 @@ struct CallFailure {
 /// That of the calling thread's last call that blocked, or last match rule, if it failed.
 CallFailure& LastCallFailure();
 
+/// The bytes of an answer, where they were received.
+struct Payload {
+  std::string_view bytes;
+  std::shared_ptr<void> owner;
+};
+
 /// The same as Call() on the process-wide connection, which is made first, without waiting for the
 /// answer. `done` runs, and is destroyed, on the thread of the default main context, never before
 /// this returns, with what Call() gives and says.
 ///
-/// After the bytes in `out`, 64 more may be looked at.
-///
 /// 0 in a process that was forked from the connection's own; nothing is called then.
-using CallDone = std::function<void(int result, ESGMessageBuffer& out, const CallFailure& failure)>;
+using CallDone = std::function<void(int result, Payload& payload, const CallFailure& failure)>;
 std::uint64_t CallLater(const std::string& destination, const char* method,
                         const ESGMessageBuffer& in, CallDone done);
 /// false when it was done or cancelled before.

@@ -44,7 +44,7 @@ Written Write(DBusMessage* message, int headType, const void* head, unsigned lon
 }
 
 /// `types` are those of the three arguments.
-Read ReadBody(DBusMessage* message, const char* types, void* head, ESGMessageBuffer& payload) {
+Read ReadBody(DBusMessage* message, const char* types, void* head, std::string_view& payload) {
   const char* signature = dbus_message_get_signature(message);
   int length = 0;
   char* bytes = nullptr;
@@ -59,12 +59,22 @@ Read ReadBody(DBusMessage* message, const char* types, void* head, ESGMessageBuf
                             DBUS_TYPE_INVALID) == FALSE) {
     return Read::Wrong;
   }
-  payload.Reserve(payload.GetFullBufferSize() + static_cast<unsigned int>(size) + kPadding);
-  payload.PushConcatenated(static_cast<unsigned long>(size), bytes);
+  payload = {bytes, static_cast<std::size_t>(size)};
   return Read::Done;
 }
 
+Read ReadBody(DBusMessage* message, const char* types, void* head, ESGMessageBuffer& payload) {
+  std::string_view bytes;
+  const Read read = ReadBody(message, types, head, bytes);
+  Append(bytes, payload);
+  return read;
+}
+
 }  // namespace
+
+void Append(std::string_view bytes, ESGMessageBuffer& payload) {
+  payload.PushConcatenated(bytes.size(), const_cast<char*>(bytes.data()));  // it only reads them
+}
 
 Written WriteCall(DBusMessage* message, const char* method, const ESGMessageBuffer& payload) {
   if (method == nullptr || dbus_validate_utf8(method, nullptr) == FALSE) {
@@ -88,7 +98,7 @@ Read ReadCall(DBusMessage* message, const char*& method, ESGMessageBuffer& paylo
   return ReadBody(message, "siay", &method, payload);
 }
 
-Read ReadReply(DBusMessage* message, int& result, ESGMessageBuffer& payload) {
+Read ReadReply(DBusMessage* message, int& result, std::string_view& payload) {
   return ReadBody(message, "iiay", &result, payload);
 }
 

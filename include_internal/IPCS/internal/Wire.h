@@ -3,6 +3,8 @@
 
 #include <dbus/dbus.h>
 
+#include <string_view>
+
 #include "IPCS/EIIPCConnection.h"
 #include "IPCS/ESGMessageBuffer.h"
 
@@ -39,13 +41,12 @@ Written WriteSignal(DBusMessage* message, int number, const ESGMessageBuffer& pa
 /// Empty: the message has no arguments. Wrong: it has others; nothing is read then.
 enum class Read { Done, Empty, Wrong };
 
-/// Reads a body: its first argument (a method is valid as long as the message), and its bytes,
-/// which are appended to `payload`. So many more may be looked at there; what they are does not
-/// matter.
-inline constexpr unsigned int kPadding = 64;
+/// Reads a body: its first argument, and its bytes, which a buffer gets appended. A method and a
+/// view are valid as long as the message.
 Read ReadCall(DBusMessage* message, const char*& method, ESGMessageBuffer& payload);
-Read ReadReply(DBusMessage* message, int& result, ESGMessageBuffer& payload);
+Read ReadReply(DBusMessage* message, int& result, std::string_view& payload);
 Read ReadSignal(DBusMessage* message, int& number, ESGMessageBuffer& payload);
+void Append(std::string_view bytes, ESGMessageBuffer& payload);
 
 }  // namespace esg::internal
 

@@ -13,7 +13,8 @@
 /// The operations of IESGService without blocking: same names, same arguments except the outputs.
 ///
 /// **Callbacks.** Each operation calls its callback once, on the thread that runs the default GLib
-/// main context, never before the operation has returned, in the order in which the replies arrive.
+/// main context, in the order in which the replies arrive. On that thread, no callback runs before
+/// its operation has returned; an operation on another thread may return after its callback has run.
 /// After a failure the result is empty. The callback is copied, and the copy is destroyed on that
 /// thread as well. It may make queries, cancel queries, and run a nested main loop, in which the
 /// callbacks of other queries run. It must not throw: an exception ends the process. A reply that

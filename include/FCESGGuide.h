@@ -175,8 +175,9 @@ ESG_API void FCESGGuideConnect(void);
  * @name Queries that do not block
  *
  * Each function returns an identifier for FCESGAsyncCancel. It calls its callback once, on the
- * thread that runs the default GLib main context, never before the function has returned, in the
- * order in which the replies arrive. A query fails at the latest 25 seconds after its call,
+ * thread that runs the default GLib main context, in the order in which the replies arrive. On that
+ * thread, no callback runs before its function has returned; a function on another thread may
+ * return after its callback has run. A query fails at the latest 25 seconds after its call,
  * provided that the main context runs. At most 120 calls are outstanding; the others wait for their
  * turn.
  *

@@ -53,7 +53,7 @@ int Count(std::string_view part) {
 bool WaitFor(std::string_view part, int count) {
   State& state = TheState();
   std::unique_lock<std::mutex> lock(state.mutex);
-  return state.changed.wait_for(lock, std::chrono::seconds(10),
+  return state.changed.wait_for(lock, std::chrono::seconds(20),
                                 [&] { return state.Count(part) >= count; });
 }
 

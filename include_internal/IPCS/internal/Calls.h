@@ -39,8 +39,8 @@ struct Payload {
 };
 
 /// The same as Call() on the process-wide connection, which is made first, without waiting for the
-/// answer. `done` runs, and is destroyed, on the thread of the default main context, never before
-/// this returns, with what Call() gives and says.
+/// answer. `done` runs, and is destroyed, on the thread of the default main context, never inside
+/// this call, with what Call() gives and says.
 ///
 /// 0 in a process that was forked from the connection's own; nothing is called then.
 using CallDone = std::function<void(int result, Payload& payload, const CallFailure& failure)>;

@@ -245,6 +245,9 @@ void Channel::ReadAndWrite(Lock& lock) {
   }
   lock.lock();
   m_needsMemory = m_needsMemory || status == DBUS_DISPATCH_NEED_MEMORY;
+  if (m_needsMemory) {
+    Schedule();  // this thread may leave before the next attempt
+  }
 }
 
 DBusHandlerResult Channel::OnMessage(DBusConnection* /*connection*/, DBusMessage* message,

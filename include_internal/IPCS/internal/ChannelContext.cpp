@@ -52,7 +52,9 @@ gboolean Channel::OnContext(gint /*file*/, GIOCondition condition, gpointer conn
     if (condition != 0 || self->m_needsMemory) {
       self->ReadAndWrite(lock);
     }
-    self->Deliver(lock);
+    if (source == self->m_source.get()) {  // and the channel has not moved meanwhile
+      self->Deliver(lock);
+    }
   }
   self->Schedule();
   return source == self->m_source.get() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;

@@ -63,6 +63,7 @@ std::uint64_t Requests::Ask(MessagePtr message, Done done) {
         request.message == nullptr ? Channel::Outcome::NotSent : Channel::Outcome::NotConnected;
     m_channel.Finish(request);
   } else {
+    m_channel.EndLate();
     m_channel.Enter(request);
   }
   Schedule();
@@ -85,6 +86,14 @@ bool Requests::Cancel(std::uint64_t number) {
   }
   Schedule();
   return true;
+}
+
+void Requests::Drop() {
+  Table dropped[2];  // destroyed after the lock: their callbacks are the application's
+  const Channel::Lock lock(m_channel);
+  m_channel.SetLost();  // nothing refers to them any more
+  dropped[0].swap(m_requests);
+  dropped[1].swap(m_takenBack);
 }
 
 void Requests::Schedule() {

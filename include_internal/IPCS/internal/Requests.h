@@ -23,7 +23,7 @@ class Requests {
   ~Requests();
 
   /// The same as Channel::Call() without waiting. `done` is called by the default main context,
-  /// never before this returns, in the order in which the answers arrive; it is destroyed there as
+  /// never inside this call, in the order in which the answers arrive; it is destroyed there as
   /// well. Null in place of the message ends as NotSent. The number that is returned is never 0.
   std::uint64_t Ask(MessagePtr message, Done done);
   /// Takes a request back: `done` is not called any more, but may be running in another thread.
@@ -31,6 +31,8 @@ class Requests {
   bool Cancel(std::uint64_t number);
   /// Nothing is delivered any more. With the channel's lock.
   void Close() { m_source.reset(); }
+  /// Destroys all requests, and the application's callbacks with them. Without any lock.
+  void Drop();
 
  private:
   struct Request;

@@ -15,7 +15,9 @@ TEST_F(Consumer, RunsWithAnInstalledLibrary) {
   EXPECT_EQ(ChildProgram({"env", libraries, scratch + "/pc-cpp"}).Wait(), 0);
   EXPECT_EQ(ChildProgram({scratch + "/cmake/consumer-c"}).Wait(), 0);
   EXPECT_EQ(ChildProgram({scratch + "/cmake/consumer-cpp"}).Wait(), 0);
-  EXPECT_EQ(service.Peer().Calls(), 4);
+  EXPECT_EQ(ChildProgram({scratch + "/fetched/consumer-c"}).Wait(), 0);
+  EXPECT_EQ(ChildProgram({"env", libraries, scratch + "/meson/consumer-cpp"}).Wait(), 0);
+  EXPECT_EQ(service.Peer().Calls(), 6);
 }
 
 }  // namespace

@@ -8,12 +8,12 @@
 #include "Log.h"
 #include "Platform.h"
 
-/// Ends the process through the standard assertion, with `text` as its expression and `source` as
-/// its source name, unless `condition` holds.
+/// Unless `condition` holds, ends the process through the standard assertion, with `text` as its
+/// expression and `source` as its file name.
 #define ESG_ASSERT(condition, text, source) \
   ((condition) ? static_cast<void>(0) : __assert_fail(text, source, __LINE__, __PRETTY_FUNCTION__))
 
-/// Reports a broken invariant to the platform and the log; the caller goes on.
+/// Reports a broken invariant to the platform and the log; the caller continues.
 #define ESG_REPORT(text, source)              \
   do {                                        \
     _FCAssert(text, source, __LINE__);        \

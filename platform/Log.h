@@ -15,7 +15,7 @@ constexpr const char* BaseName(const char* path) {
   return name;
 }
 
-/// Never defined: lets the compiler check the format of every line against its arguments.
+/// Never defined: makes the compiler check the format of every line against its arguments.
 int CheckLogFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 template <typename... Arguments>
@@ -31,7 +31,7 @@ void LogLine(int priority, const char* file, const char* function, int line, con
    esg::LogLine(priority, esg::BaseName(__FILE__), static_cast<const char*>(__func__), __LINE__, \
                 "%s: %s(%d) > " __VA_ARGS__))
 
-/// One line of the log, for example ESG_LOGE("Naming Error (%s)\n", text).
+/// Writes one line to the log, for example ESG_LOGE("Naming Error (%s)\n", text).
 #define ESG_LOGI(...) ESG_LOG(ESG_LOG_PRIORITY_INFO, __VA_ARGS__)
 #define ESG_LOGE(...) ESG_LOG(ESG_LOG_PRIORITY_ERROR, __VA_ARGS__)
 

@@ -1,5 +1,6 @@
-// The stand-ins: messages go to standard error, one line each, or to the journal where standard
-// error is one. ESG_LOG=error|info|debug|none says which ones; without it, errors only.
+// The stand-ins. Messages go to standard error, one line each, with the journal's prefix if
+// standard error is connected to it. ESG_LOG=error|info|debug|none selects messages; the default is
+// error.
 
 #include "Platform.h"
 
@@ -17,7 +18,7 @@
 namespace {
 
 struct Severity {
-  const char* word;  ///< In ESG_LOG: this and what is worse.
+  const char* word;  ///< its name in ESG_LOG, which selects it and anything more severe
   int lowest;
   char letter;
   char journal;
@@ -26,7 +27,7 @@ struct Severity {
 constexpr Severity kError{"error", ESG_LOG_PRIORITY_ERROR, 'E', '3'};
 constexpr Severity kInfo{"info", ESG_LOG_PRIORITY_INFO, 'I', '6'};
 constexpr Severity kDebug{"debug", 0, 'D', '7'};
-/// A broken invariant, which is reported even when no message is wanted.
+/// A broken invariant, which is reported even with ESG_LOG=none.
 constexpr Severity kBroken{"none", INT_MAX, 'A', '2'};
 
 const Severity& SeverityOf(int priority) {
@@ -43,7 +44,7 @@ int ThresholdFromEnvironment() {
   return kError.lowest;
 }
 
-/// The journal names the stream that it gave a service by device and inode.
+/// systemd identifies the stream that it connected to the journal by device and inode.
 bool JournalFromEnvironment() {
   const char* stream = std::getenv("JOURNAL_STREAM");
   unsigned long long device = 0;
@@ -53,7 +54,7 @@ bool JournalFromEnvironment() {
          fstat(STDERR_FILENO, &actual) == 0 && actual.st_dev == device && actual.st_ino == inode;
 }
 
-/// One line in a buffer of fixed size. A pipe takes a write of up to 4096 bytes in one piece, so
+/// One line in a buffer of fixed size. A pipe accepts a write of up to 4096 bytes as one unit, so
 /// lines of several threads and processes do not mix.
 class Line {
  public:
@@ -108,7 +109,7 @@ class Line {
   }
 
  private:
-  /// Takes off newlines at the end, or the character that truncation cut in two.
+  /// Removes trailing newlines, or the last character if truncation has split it.
   void Trim() {
     if (!m_truncated) {
       while (m_size > 0 && m_text[m_size - 1] == '\n') {
@@ -125,7 +126,7 @@ class Line {
     }
   }
 
-  /// Text from outside must not start a line of its own or drive the terminal.
+  /// Replaces control characters: foreign text must not start a line or control the terminal.
   void Disarm() {
     for (std::size_t i = 0; i < m_size; ++i) {
       if (At(i) < 0x20U || At(i) == 0x7FU) {
@@ -146,7 +147,7 @@ class Line {
   bool m_truncated = false;
 };
 
-/// Keeps errno as the caller had it.
+/// Restores errno for the caller.
 class ErrnoGuard {
  public:
   ErrnoGuard() = default;

@@ -3,7 +3,7 @@
 #include "RecordMembers.h"
 
 // NOLINTBEGIN(bugprone-macro-parentheses): the argument is a class
-// The constructors leave numbers without a value.
+// The constructors leave numbers uninitialised.
 #define ESG_DEFINE_RECORD(Record)                                  \
   Record::Record() = default;                                      \
   Record::~Record() = default;                                     \

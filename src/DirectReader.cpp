@@ -20,7 +20,7 @@ namespace {
 
 namespace ondemand = simdjson::ondemand;
 
-/// What is read at a time, where possible: it stays in the processor's cache.
+/// The size of text to read at a time, if possible, so that it stays in the processor's cache.
 constexpr std::size_t kPiece = 64 * 1024;
 
 /// A piece of a list gets its own.
@@ -28,7 +28,7 @@ constexpr std::size_t kBrackets = 2;
 
 constexpr char kSpaces[] = " \t\n\r";
 
-/// A programme of a list.
+/// One programme of a list.
 struct Element {
   FCESGProgramInfo& program;
   unsigned int key = 0;
@@ -43,7 +43,7 @@ struct Answer {
 template <class Record>
 bool ReadObject(ondemand::value& value, Record& record);
 
-/// The numbers of a fresh record that have no value yet.
+/// Clears the uninitialised numbers of a new record.
 class Clearer {
  public:
   template <class Field>
@@ -95,7 +95,7 @@ bool ReadValue(ondemand::value& value, std::string& field) {
   return true;
 }
 
-/// What writers leave of a record with nothing in it. `isNull` when it is that.
+/// Sets `isNull` if the value is null, which is how writers write an empty record.
 bool ReadNull(ondemand::value& value, bool& isNull) {
   ondemand::json_type type{};
   if (value.type().get(type) != simdjson::SUCCESS) {
@@ -121,7 +121,7 @@ bool ReadElements(ondemand::array& array, std::vector<Record>& records) {
 }
 
 bool ReadElements(ondemand::array& array, ESGProgramMap& programs) {
-  ESGProgramMap fresh;  // where a programme is read, before its key is known
+  ESGProgramMap fresh;  // holds a programme until its key is known
   for (auto element : array) {
     ondemand::value each;
     const auto place = fresh.try_emplace(0).first;
@@ -145,14 +145,14 @@ bool ReadList(ondemand::value& value, Records& records) {
   return value.get_array().get(array) == simdjson::SUCCESS && ReadElements(array, records);
 }
 
-/// Walks the members of a record for one member of an object, and reads it where they meet.
+/// Finds the member of a record that matches one member of an object, and reads it.
 class MemberReader {
  public:
-  /// `seen` has a bit for each member of the record.
+  /// `seen` has one bit for each member of the record.
   MemberReader(ondemand::raw_json_string name, ondemand::value& value, unsigned int& seen)
       : m_name(name.raw()), m_value(value), m_seen(seen) {}
 
-  /// Whether the record has the member, for the first time, and could read it.
+  /// Whether the record has the member, it is not a duplicate, and it could be read.
   bool IsRead() const { return m_isRead; }
 
   template <std::size_t kSize, class Field>
@@ -180,7 +180,7 @@ class MemberReader {
   }
 
  private:
-  /// A name that is spelt with escapes is not known.
+  /// A name with escapes does not match.
   template <std::size_t kSize>
   bool IsThis(const char (&name)[kSize]) {
     const unsigned int bit = m_bit;
@@ -269,8 +269,8 @@ bool ReadObject(ondemand::value& value, Record& record) {
   return value.get_object().get(object) == simdjson::SUCCESS && ReadMembers(object, record);
 }
 
-/// What is kept for all answers. Never destroyed, and made once: simdjson's own static objects go
-/// before the last answers do.
+/// The state for all replies. Never destroyed, because replies may arrive after simdjson's static
+/// objects are destroyed.
 struct Desk {
   std::mutex mutex;
   ondemand::parser parser;
@@ -282,8 +282,8 @@ Desk& Kept() {
   return desk;
 }
 
-/// `read` gets the document, and has to read all of it. The parser looks further than the text, but
-/// does not care what is there.
+/// `read` gets the document and must read all of it. The parser reads beyond the end of the text,
+/// but ignores what it finds there.
 template <class Reader>
 bool ReadText(simdjson::padded_string_view text, Reader read) {
   ondemand::document document;
@@ -291,7 +291,7 @@ bool ReadText(simdjson::padded_string_view text, Reader read) {
          document.current_location().error() == simdjson::OUT_OF_BOUNDS;
 }
 
-/// Parts of a text that are together no longer than a piece.
+/// Parts of a text, together no longer than a piece.
 template <class Reader>
 bool ReadParts(std::initializer_list<std::string_view> parts, Reader read) {
   char* end = Kept().text;
@@ -312,7 +312,7 @@ auto AnswerReader(Result& result) {
   };
 }
 
-/// Takes spaces and a token off the front of a text.
+/// Removes spaces and a token from the start of a text.
 bool Take(std::string_view token, std::string_view& text) {
   text.remove_prefix(std::min(text.find_first_not_of(kSpaces), text.size()));
   const bool isThere = text.substr(0, token.size()) == token;
@@ -320,8 +320,8 @@ bool Take(std::string_view token, std::string_view& text) {
   return isThere;
 }
 
-/// The first programmes of a list, without the comma after them; takes both off the front of it.
-/// Every programme has to start with `mark`. Empty where that does not lead to a piece.
+/// Returns the first programmes of a list, without the comma after them, and removes both from the
+/// list. Every programme must start with `mark`. Returns an empty text if there is no such piece.
 std::string_view TakePiece(std::string_view mark, std::size_t size, std::string_view& list) {
   std::string_view piece = list.substr(0, size);
   std::size_t next = piece.size();
@@ -339,9 +339,9 @@ std::string_view TakePiece(std::string_view mark, std::size_t size, std::string_
   return piece;
 }
 
-/// A long answer without a copy of it: what is around the list, as if that were empty, and the list
-/// in pieces that are lists of their own. A cut in the wrong place gives a piece that cannot be
-/// read.
+/// Reads a long reply without a copy of it: first the text around the list, as if the list were
+/// empty, then pieces of the list as separate lists. A cut in the wrong place makes a piece
+/// unreadable.
 bool ReadListInPieces(std::string_view text, std::size_t size, ESGProgramMap& programs) {
   std::string_view list = text;
   const bool isList =
@@ -372,7 +372,7 @@ bool ReadListInPieces(std::string_view text, std::size_t size, ESGProgramMap& pr
 
 template <class Result>
 bool ReadAnswer(std::string_view text, Result& result) {
-  if (text.empty() || text.front() != '{') {  // neither spaces nor a byte order mark first
+  if (text.empty() || text.front() != '{') {  // no leading spaces or byte order mark
     return false;
   }
   const std::lock_guard<std::mutex> lock(Kept().mutex);

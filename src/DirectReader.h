@@ -8,21 +8,20 @@
 #include "ESGTypes.h"
 #include "FCESGProgramInfo.h"
 
-/// Answers that are read straight from their bytes, without a tree of JSON values.
+/// Reads replies directly from their bytes, without a tree of JSON values.
 ///
-/// It accepts only what cannot be read in two ways: text in which the service reports success, each
-/// member is known, there at most once, and of exactly its type and range, and nothing follows. It
-/// declines everything else, and what cannot be read at all, for the JSON library to judge.
+/// It accepts only text that can be read in one way only: the service reports success, each member
+/// is known, occurs at most once and has exactly its type and range, and nothing follows. It
+/// declines all other text, which the JSON library then reads.
 namespace direct {
 
-/// false when it declines; `result`, which has to be fresh, is then not to be used. Not built in,
-/// it always declines.
+/// Returns false if it declines; do not use `result` then. `result` must be a new object. If it is
+/// not built in, it always declines.
 bool Read(std::string_view text, FCESGProgramInfo& result);
 bool Read(std::string_view text, ESGProgramMap& result);
 bool Read(std::string_view text, std::string& xmlFragment);
 
-/// Read() of a long list, no more than `piece` bytes at a time. It also declines a list that does
-/// not come apart.
+/// Reads a long list, at most `piece` bytes at a time. Also declines a list that cannot be split.
 bool ReadInPieces(std::string_view text, ESGProgramMap& result, std::size_t piece);
 
 }  // namespace direct

@@ -11,7 +11,7 @@ namespace {
 
 namespace internal = esg::internal;
 
-/// What every operation does. `deliver` hands the failure and the result to the callback.
+/// Performs an operation. `deliver` passes the failure and the result to the callback.
 template <typename Result, typename Deliver>
 ESGAsync::Identifier Perform(const operations::Operation<Result>& operation, Deliver deliver) {
   std::string arguments = json::ToText(operation.arguments);
@@ -25,7 +25,7 @@ ESGAsync::Identifier Perform(const operations::Operation<Result>& operation, Del
     bool isRead = false;
     try {
       isRead = operations::TakeDirectly(read, called, payload.bytes, result, note);
-    } catch (const std::exception&) {  // the JSON library's, on an answer with the wrong types
+    } catch (const std::exception&) {  // from the JSON library, for a member of the wrong type
     }
     payload.owner.reset();  // the callback may take long
     deliver(failure::ToFailure(note), isRead ? std::move(result) : Result());

@@ -12,8 +12,8 @@ ESGEventData::~ESGEventData() = default;
 
 IESGEMS::~IESGEMS() = default;
 
-/// Holds the callback so that an event under way keeps the one it began with, and so that events
-/// still arriving while the process ends find none.
+/// Holds the callback, so that a delivery keeps the one that it started with, and so that events
+/// that arrive while the process ends find none.
 class ESGEMSProxy::CallbackHolder {
  public:
   constexpr CallbackHolder() noexcept = default;
@@ -25,7 +25,7 @@ class ESGEMSProxy::CallbackHolder {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_callback;
   }
-  /// The callback that is replaced is destroyed without the lock: it is the application's.
+  /// Destroys the previous callback without the lock, because it belongs to the application.
   void Set(std::shared_ptr<const ESGEventCallback> callback) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_callback.swap(callback);
@@ -69,7 +69,7 @@ int ESGEMSProxy::SubscribeSignal(int event) {
     }
     m_eventList.insert(event);
   }
-  // The round trip to the bus is made without the lock.
+  // No lock is held during the round trip to the bus.
   EIIPCConnection* connection = m_pConnection;
   return connection != nullptr && connection->AddMatchRule(event) ? 0 : -1;
 }
@@ -84,7 +84,7 @@ int ESGEMSProxy::UnsubscribeSignal(int event) {
                m_eventList.size());
     } else {
       ESG_LOGI("Destroy Call back Function\n");
-      // Forgotten, not deleted: the application may still hold it.
+      // Discarded, not deleted: the application may still have the pointer.
       m_pImp = nullptr;
       m_pConnection.load()->UnSetEventCallbackFunction();
     }
@@ -95,7 +95,7 @@ int ESGEMSProxy::UnsubscribeSignal(int event) {
 
 void ESGEMSProxy::OnEventReceived(int event, ESGMessageBuffer& data) {
   ESGEventData eventData;
-  // One integer more than an event carries is let pass.
+  // One integer more than an event carries is allowed.
   constexpr unsigned int kMaximumPayload = 4 * sizeof(int);
   ESG_ASSERT(kMaximumPayload >= data.GetFullBufferSize(),
              "sizeof(params) >= data.GetFullBufferSize()", "src/ESGEMSProxy");

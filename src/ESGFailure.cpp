@@ -12,7 +12,7 @@ using Reason = ESGFailureReason;
 using esg::internal::CallFailure;
 
 struct NamedError {
-  std::string_view name;  ///< after the common beginning; a final dot stands for all below
+  std::string_view name;  ///< without the common prefix; a final dot matches all names below it
   Reason reason;
 };
 constexpr std::string_view kErrors = "org.freedesktop.DBus.Error.";
@@ -34,7 +34,8 @@ Reason ReasonOfError(const CallFailure& call) {
     return Reason::ServiceError;
   }
   name.remove_prefix(kErrors.size());
-  if (name == "LimitsExceeded") {  // the bus means calls without an answer, a service its answer
+  if (name == "LimitsExceeded") {  // from the bus: too many calls without a reply; from a service:
+                                   // too large a reply
     return call.isFromBus ? Reason::NoAnswer : Reason::TooLarge;
   }
   const auto* const found =

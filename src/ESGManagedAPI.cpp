@@ -10,7 +10,7 @@
 int FCESGProgramAPIGetPresentProgram(const char* globalServiceId, FCESGProgramInfo** program) {
   auto* record = new FCESGProgramInfo();
   IESGService* service = ESGAPI::GetESGServiceAPI();
-  const std::string id(globalServiceId);  // a null id throws here, and the record is lost
+  const std::string id(globalServiceId);  // a null id throws here, and the record leaks
   std::unique_ptr<FCESGProgramInfo> owner(record);
   const bool found = service->GetPresentProgram(id, *record);
   *program = owner.release();

@@ -108,7 +108,7 @@ bool JsonToESGProgramMap(Json::Value& source, std::map<unsigned int, FCESGProgra
     const unsigned int key = json::Touch(element, kKey).asUInt();
     FCESGProgramInfo program;
     json::Read(element, program);
-    // Services list programmes in the order of their keys, so the next one mostly belongs at the
+    // Services list programmes in the order of their keys, so the next one usually belongs at the
     // end.
     programs.insert_or_assign(programs.end(), key, std::move(program));
   }

@@ -63,7 +63,7 @@ Operation<FCESGProgramInfo> GetProgram(const FCESGProgramInfo& program,
 
 Operation<FCESGProgramInfo> GetProgramItem(const std::string& globalServiceId,
                                            const std::string& contentId, unsigned int startTime) {
-  // The log shows the time signed.
+  // The log shows the time as a signed number.
   ESG_LOGI("Invoked: global_service_id=%s  contentId = %s  startTime=%d\n", globalServiceId.c_str(),
            contentId.c_str(), static_cast<int>(startTime));
   Json::Value arguments;
@@ -162,7 +162,7 @@ int Call(EIIPCConnection* connection, const char* method, const std::string& arg
   EIIPCConnection* processWide = EIIPCConnection::GetInstance();
   connection = connection != nullptr ? connection : processWide;
   ESGMessageBuffer request;
-  // The buffer only reads what it appends.
+  // PushConcatenated only reads what it appends.
   request.PushConcatenated(arguments.size(), const_cast<char*>(arguments.data()));
   const int called =
       connection != nullptr ? connection->Call(kESGServiceName, method, request, response) : 0;
@@ -203,10 +203,10 @@ bool ESGService_Proxy::RemoteCallWithJsonArguments(const char* method, const Jso
          operations::RemoteCallWithJsonArguments(replyText, reply);
 }
 
-/// What every operation does: its arguments, one call, the service's verdict, its output.
+/// Performs an operation: writes its arguments, makes one call, checks `ret`, reads its output.
 template <typename Result>
 bool ESGService_Proxy::m_Perform(const operations::Operation<Result>& operation, Result& result) {
-  Json::Value reply;  // the bytes of the answer are gone when it is there
+  Json::Value reply;  // the bytes of the reply have been freed when it is complete
   return RemoteCallWithJsonArguments(operation.name, operation.arguments, reply) &&
          operations::TakeOutput(operation.read, reply, result, failure::Last());
 }

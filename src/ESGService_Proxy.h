@@ -16,16 +16,16 @@ template <typename Result>
 struct Operation;
 }
 
-/// The one implementation of IESGService: every operation is one call to the service.
+/// The only implementation of IESGService: every operation is one call to the service.
 class ESG_API ESGService_Proxy : public IESGService {
  public:
   ESGService_Proxy();
-  /// Calls through `connection`, which is not owned; null means the process-wide connection.
+  /// Borrows `connection` for its calls; null means the process-wide connection.
   explicit ESGService_Proxy(EIIPCConnection* connection);
   ~ESGService_Proxy() override;
 
-  /// The process-wide proxy. Made without a lock: two threads at their very first call may each
-  /// make one, of which one is then unused.
+  /// The process-wide proxy. Created without a lock: two threads may each create one at their first
+  /// call, and one of the two is then unused.
   static ESGService_Proxy* Instance();
 
   bool GetPresentProgram(const std::string& globalServiceId, FCESGProgramInfo& program) override;
@@ -48,11 +48,11 @@ class ESG_API ESGService_Proxy : public IESGService {
   bool SaveServiceFragment(const std::string& path, const std::string& globalServiceId,
                            bool bb) override;
 
-  /// Sends an argument text and replaces `reply` with the answer's text. false, with `reply` as it
-  /// was, when the bus fails.
+  /// Sends an argument text and replaces `reply` with the text of the reply. If the call fails,
+  /// returns false and does not change `reply`.
   bool RemoteCallWithStringArguments(const char* method, const std::string& arguments,
                                      std::string& reply);
-  /// The same with an argument object and a parsed answer.
+  /// The same with an argument object and a parsed reply.
   bool RemoteCallWithJsonArguments(const char* method, const Json::Value& arguments,
                                    Json::Value& reply);
 

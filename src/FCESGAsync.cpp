@@ -15,7 +15,7 @@ using flat::Guarded;
 using flat::ToC;
 using flat::UserData;
 
-/// As long as it lives, the thread's last failure is another one.
+/// Replaces the thread's last failure during its lifetime.
 class LastFailure {
  public:
   explicit LastFailure(const ESGFailure& failure) {
@@ -51,7 +51,7 @@ auto DeliverSave(FCESGSaveCallback callback, UserData userData) {
   };
 }
 
-/// `start` is to move what keeps the user data on, so that no copy is left on this thread.
+/// `start` must move the owner of the user data on, so that no copy stays on this thread.
 template <typename Start>
 std::uint64_t Later(std::initializer_list<const void*> arguments, void* userData,
                     FCESGDestroy destroy, Start start) {

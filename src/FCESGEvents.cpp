@@ -24,7 +24,7 @@ struct Subscription {
   std::atomic<bool> isActive{true};
 };
 
-/// Who has subscribed to what. It stays, for events and calls while the process ends.
+/// The subscriptions. Never destroyed, because events and calls may arrive while the process ends.
 class Subscriptions {
  public:
   static Subscriptions& Instance() {
@@ -33,7 +33,7 @@ class Subscriptions {
   }
 
   std::uint64_t Add(int event, FCESGEventCallback callback, UserData userData) {
-    const auto added = std::make_shared<Subscription>();  // goes last: see Remove
+    const auto added = std::make_shared<Subscription>();  // destroyed last: see Remove
     added->event = event;
     added->callback = callback;
     added->userData = std::move(userData);
@@ -48,7 +48,7 @@ class Subscriptions {
   }
 
   bool Remove(std::uint64_t identifier) {
-    SubscriptionPtr removed;  // goes last: its user data may call again
+    SubscriptionPtr removed;  // destroyed last: the destructor of its user data may call again
     const std::lock_guard<std::mutex> change(m_change);
     removed = Erase(identifier);
     if (removed != nullptr && Of(removed->event).empty()) {
@@ -81,7 +81,7 @@ class Subscriptions {
     return node.mapped();
   }
 
-  /// The proxy is kept, with all its numbers, as one that is forgotten stays in memory.
+  /// Keeps the proxy and all its numbers: a discarded proxy would stay in memory.
   bool Start(int event) {
     if (m_proxy == nullptr) {
       const auto mark = std::make_shared<const int>();
@@ -90,7 +90,7 @@ class Subscriptions {
                                                       Instance().Dispatch(number, data);
                                                       return 0;
                                                     });
-      if (mark.use_count() == 1) {  // there is another one, which has not taken the callback
+      if (mark.use_count() == 1) {  // another proxy exists, which ignored the callback
         flat::Fail("the process has an event proxy of C++");
         return false;
       }
@@ -107,18 +107,18 @@ class Subscriptions {
 
   void Dispatch(int event, const ESGEventData& data) {
     for (const SubscriptionPtr& subscription : Of(event)) {
-      if (subscription->isActive) {  // no callback before it has unsubscribed this one
+      if (subscription->isActive) {  // an earlier callback may have unsubscribed this one
         subscription->callback(event, data.m_param1, data.m_param2, data.m_param3,
                                subscription->userData.get());
       }
     }
   }
 
-  std::mutex m_change;  ///< one change at a time, round trips to the bus included
+  std::mutex m_change;  ///< one change at a time, including the round trip to the bus
   std::uint64_t m_lastIdentifier = 0;
-  ESGEMSProxy* m_proxy = nullptr;  ///< with our callback
+  ESGEMSProxy* m_proxy = nullptr;  ///< has the callback of this class
 
-  std::mutex m_mutex;  ///< guards the entries; held for moments, within the other
+  std::mutex m_mutex;  ///< guards the entries; held briefly, inside m_change
   std::map<std::uint64_t, SubscriptionPtr> m_entries;
 };
 

@@ -32,7 +32,7 @@ static_assert(int{FCESGPositionPrevious} == eRelative_Position_Previous &&
               int{FCESGPositionCurrent} == eRelative_Position_Current &&
               int{FCESGPositionNext} == eRelative_Position_Next);
 
-/// `make` makes the operation, whose result becomes the output.
+/// `make` creates the operation, whose result becomes the output.
 template <typename Result, typename Output, typename Make>
 int Get(std::initializer_list<const void*> arguments, Output** output, Make make) {
   if (output == nullptr) {
@@ -116,7 +116,7 @@ unsigned int FCESGProgramListLength(const FCESGProgramList* list) {
 }
 
 FCESGProgramInfo* FCESGProgramListElement(const FCESGProgramList* list, unsigned int index) {
-  // Not const, for the functions of FCESGProgramAPI.h, which only read.
+  // Not const, because the functions of FCESGProgramAPI.h, which only read, take no const pointer.
   return index < FCESGProgramListLength(list)
              ? const_cast<FCESGProgramInfo*>(&list->entries[index].second)
              : nullptr;
@@ -128,7 +128,7 @@ unsigned int FCESGProgramListKey(const FCESGProgramList* list, unsigned int inde
 
 void FCESGProgramListDispose(FCESGProgramList* list) { delete list; }
 
-// NOLINTNEXTLINE(readability-non-const-parameter): what is disposed of is not const
+// NOLINTNEXTLINE(readability-non-const-parameter): the function frees the list
 void FCESGTextDispose(char* text) { delete[] text; }
 
 // Queries

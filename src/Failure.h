@@ -6,13 +6,13 @@
 
 namespace failure {
 
-/// What an operation notes of its failure. It has no destructor, like what it stands on.
+/// What an operation stores about its failure. It has no destructor: see CallFailure.
 struct Note {
-  ESGFailureReason reason = ESGFailureReason::Unreadable;  // which an exception leaves
+  ESGFailureReason reason = ESGFailureReason::Unreadable;  // remains after an exception
   esg::internal::CallFailure call;
 };
 
-/// That of this thread's last operation.
+/// The failure of this thread's last operation.
 Note& Last();
 
 ESGFailureReason ReasonOf(const esg::internal::CallFailure& call);

@@ -20,7 +20,7 @@ struct FCESGProgramList {
   std::vector<std::pair<unsigned int, FCESGProgramInfo>> entries;
 };
 
-/// What the files of the C interface share.
+/// Functions that the files of the C interface share.
 namespace flat {
 
 inline constexpr char kNull[] = "an argument is null";
@@ -32,7 +32,7 @@ inline void Note(ESGFailureReason reason, const char* name, const char* text) {
   std::snprintf(note.call.text, sizeof note.call.text, "%s", text);
 }
 
-/// For what could not be done in this process.
+/// Notes a failure inside this process.
 inline int Fail(const char* text) {
   Note(ESGFailureReason::Unreadable, "", text);
   return 0;
@@ -42,8 +42,8 @@ inline bool AreGiven(std::initializer_list<const void*> arguments) {
   return std::find(arguments.begin(), arguments.end(), nullptr) == arguments.end();
 }
 
-// Other exceptions than the standard library's and JsonCpp's pass, as the end of a cancelled thread
-// is one.
+// Catches only exceptions of the standard library and JsonCpp: the cancellation of a thread is an
+// exception too, and must pass.
 template <typename Work>
 auto Guarded(Work work) -> decltype(work()) {
   try {
@@ -54,7 +54,7 @@ auto Guarded(Work work) -> decltype(work()) {
   }
 }
 
-// Results as C owns them.
+// Results in the form that C code owns.
 
 inline FCESGProgramInfo* ToC(FCESGProgramInfo&& program) {
   return new FCESGProgramInfo(std::move(program));
@@ -75,10 +75,10 @@ inline char* ToC(std::string&& text) {
   return copy;
 }
 
-/// An application's data with a callback.
+/// The data that an application passes with a callback.
 using UserData = std::shared_ptr<void>;
 
-/// In every case `destroy` is called once when all copies are gone.
+/// Calls `destroy` once, when the last copy is destroyed.
 inline UserData Keep(void* userData, FCESGDestroy destroy) {
   return {userData, [destroy](void* data) {
             if (destroy != nullptr) {

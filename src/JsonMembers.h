@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-/// How members of a JSON object become fields and back, once for every record.
+/// Converts the members of a JSON object to fields and back, in the same way for all records.
 ///
 /// A record lists its members in one function, in the order in which they are converted:
 ///
@@ -19,11 +19,10 @@
 ///       static void Each(Converter& json, Record& icon) { json.Scalar("uri", icon.uri); … }
 ///     };
 ///
-/// JsonWriter and JsonReader walk that list. The reader comes in two forms: over a mutable value,
-/// where looking up a list or a nested record adds it as null when it is absent, and over a
-/// constant value, which reads the same fields and raises the same exceptions but leaves the value
-/// alone and copies nothing. The library uses the second wherever nobody can see the value
-/// afterwards.
+/// JsonWriter and JsonReader walk that list. The reader has two forms. Over a mutable value,
+/// looking up an absent list or nested record adds it as null. Over a constant value, it reads the
+/// same fields and raises the same exceptions, but does not change the value and copies nothing.
+/// The library uses the second form if nothing can see the value afterwards.
 namespace json {
 
 template <class Record>
@@ -50,24 +49,23 @@ inline void FromValue(const Json::Value& value, std::uint8_t& field) {
   field = static_cast<std::uint8_t>(value.asInt());  // keeps the low 8 bits
 }
 
-/// A member that is not added when it is absent.
+/// Looks up a member and does not add an absent one.
 inline const Json::Value& Find(const Json::Value& object, const char* key) {
   const Json::Value* found = object.find(key, key + std::strlen(key));
   return found != nullptr ? *found : Json::Value::nullSingleton();
 }
 
-/// A member that is added as null when it is absent and `object` can be changed.
+/// Looks up a member. Adds an absent one as null if `object` is mutable.
 inline Json::Value& Touch(Json::Value& object, const char* key) { return object[key]; }
 inline const Json::Value& Touch(const Json::Value& object, const char* key) {
   if (!object.isNull() && !object.isObject()) {
     Json::Value copy(object);
-    copy[key];  // raises what a mutable look-up raises
+    copy[key];  // raises the exception of a mutable look-up
   }
   return Find(object, key);
 }
 
-/// An element of a value that counts as a list: what is no list raises what a mutable look-up
-/// raises.
+/// Looks up an element. A value that is not a list raises the exception of a mutable look-up.
 inline const Json::Value& Element(const Json::Value& list, Json::ArrayIndex index) {
   if (!list.isArray()) {
     Json::Value copy(list);
@@ -122,29 +120,29 @@ class JsonReader {
  public:
   explicit JsonReader(Source& source) : m_source(source) {}
 
-  /// A member that is left alone when it is absent.
+  /// Reads a member and does not add an absent one.
   template <class Field>
   void Scalar(const char* key, Field& field) {
     FromValue(Find(m_source, key), field);
   }
-  /// A member that is added when it is absent.
+  /// Reads a member and adds an absent one.
   template <class Field>
   void AddedScalar(const char* key, Field& field) {
     FromValue(Touch(m_source, key), field);
   }
-  /// A record that is read in place.
+  /// Reads a record in place.
   template <class Record>
   void Nested(const char* key, Record& record) {
     Read(Touch(m_source, key), record);
   }
-  /// A record that is replaced as a whole, once all of it could be read.
+  /// Reads a record completely, then replaces the field.
   template <class Record>
   void Replaced(const char* key, Record& record) {
     Record fresh;
     Read(Touch(m_source, key), fresh);
     record = std::move(fresh);
   }
-  /// Elements are appended. They are read without changing them, whatever the source.
+  /// Appends elements. Never changes the elements of the source.
   template <class Record>
   void List(const char* key, std::vector<Record>& records) {
     const Json::Value& list = Touch(m_source, key);

@@ -6,11 +6,11 @@
 #include <memory>
 #include <string>
 
-/// JSON text of the protocol: the JSON library's own defaults both ways.
+/// Reads and writes the JSON text of the protocol, with the defaults of the JSON library.
 ///
-/// Every call has a writer and a reader of its own. What makes them is shared: filling in its
-/// default settings costs as much as a small answer, and after that it is only read. It is never
-/// destroyed, so that threads which still call while the process ends find it.
+/// Every call has its own writer and reader. The factories are shared: filling in their default
+/// settings costs as much as a small reply, and after that they are only read. They are never
+/// destroyed, because other threads may still call while the process ends.
 namespace json {
 
 inline std::string ToText(const Json::Value& value) {

@@ -16,18 +16,18 @@
 
 class EIIPCConnection;
 
-/// The ten operations of the service, each said once for the queries that block and those that do
-/// not. Making one writes its log line.
+/// The ten operations of the service, each defined once for blocking and non-blocking queries.
+/// Creating one writes its log line.
 namespace operations {
 
-/// What an operation without an output gives.
+/// The result of an operation without an output.
 struct Nothing {};
 
 template <typename Result>
 struct Operation {
   const char* name;
   Json::Value arguments;
-  /// Reads the output from an answer with which the service reports success.
+  /// Reads the output from a reply that reports success.
   bool (*read)(Json::Value& reply, Result& result);
 };
 
@@ -50,21 +50,21 @@ Operation<Nothing> SaveScheduleFragment(const std::string& path, const std::stri
 Operation<Nothing> SaveServiceFragment(const std::string& path, const std::string& globalServiceId,
                                        bool bb);
 
-// What is done with an answer, named as the steps of a call that their log lines belong to.
+// The steps that handle a reply. Their names are the function names in the log lines.
 
 /// The bytes that are valid as long as the buffer does not change.
 std::string_view PayloadOf(const ESGMessageBuffer& response);
 
-/// What Call() gave, as text; notes the reason if that is a failure.
+/// Converts the result of Call() to text; notes the reason if it is a failure.
 bool RemoteCallWithStringArguments(int called, std::string_view payload, std::string& reply,
                                    failure::Note& note);
 bool RemoteCallWithJsonArguments(std::string& replyText, Json::Value& reply);
-/// The service's verdict, from the text of its answer.
+/// Reads `ret` from the text of a reply.
 bool ParseReturnValue(const std::string& replyText, failure::Note& note);
-/// The verdict in a parsed answer; notes the reason if it found nothing.
+/// Reads `ret` from a parsed reply; notes the reason if the service found nothing.
 bool IsSuccess(Json::Value& reply, failure::Note& note);
 
-/// The verdict and the output of a parsed answer. The JSON library's exceptions pass.
+/// Reads `ret` and the output of a parsed reply. Does not catch exceptions of the JSON library.
 template <typename Result>
 bool TakeOutput(bool (*read)(Json::Value& reply, Result& result), Json::Value& reply,
                 Result& result, failure::Note& note) {
@@ -75,7 +75,7 @@ bool TakeOutput(bool (*read)(Json::Value& reply, Result& result), Json::Value& r
   return true;
 }
 
-/// All of an answer in one go, for queries that are free to.
+/// Reads a reply in one pass, for queries that may do so.
 template <typename Result>
 bool TakeDirectly(bool (*read)(Json::Value& reply, Result& result), int called,
                   std::string_view payload, Result& result, failure::Note& note) {
@@ -97,11 +97,11 @@ bool TakeDirectly(bool (*read)(Json::Value& reply, Result& result), int called,
   return true;
 }
 
-/// One call through `connection`, null for the process-wide one; notes why it fails.
+/// Makes one call through `connection`, null for the process-wide one; notes why it fails.
 int Call(EIIPCConnection* connection, const char* method, const std::string& arguments,
          ESGMessageBuffer& response);
 
-/// An operation that blocks, and is free to read its answer in one go. `result` has to be fresh.
+/// Performs a blocking operation that reads its reply in one pass. `result` must be a new object.
 template <typename Result>
 bool AskDirectly(const Operation<Result>& operation, Result& result) {
   ESGMessageBuffer response;

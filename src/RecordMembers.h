@@ -5,8 +5,8 @@
 #include "FCESGProgramInfo.h"
 #include "JsonMembers.h"
 
-/// The members of every record under their names on the wire, in the order of conversion. Names and
-/// orders are a contract with the service, the mixed spellings included.
+/// The members of every record with their names in JSON, in the order of conversion. The names,
+/// with their mixed spellings, and the orders are a contract with the service.
 
 struct FCESGProgramInfoMembers {
   template <class Converter, class Record>
@@ -112,7 +112,7 @@ template <>
 struct Members<ATSC3ESGExtension::PrivateExt> {
   template <class Converter, class Record>
   static void Each(Converter& json, Record& extension) {
-    // The reverse of the order of the fields.
+    // In reverse order of the fields.
     json.List("preview_data", extension.preview_data);
     json.List("content_icon", extension.content_icon);
   }

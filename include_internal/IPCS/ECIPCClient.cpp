@@ -3,7 +3,7 @@
 #include "Log.h"
 
 ECIPCClient* ECIPCClient::GetInstance() {
-  // The object's memory stays: static objects and other threads may use it after the end.
+  // Never deleted: static objects and other threads may use it after the end.
   static ECIPCClient& instance = *new ECIPCClient;
   struct End {
     ~End() { instance.m_End(); }
@@ -19,7 +19,7 @@ bool ECIPCClient::Send(int number, ESGMessageBuffer& payload) {
   }
   const std::string self = connection->GetConnectionId();
   if (self.empty()) {
-    // Without a destination it would be a broadcast.
+    // A signal without a destination would be a broadcast.
     ESG_LOGE("The client connection is closed\n");
     return false;
   }

@@ -24,8 +24,8 @@ namespace {
 constexpr char kSource[] = "include_internal/IPCS/ECIPCConnection";
 constexpr std::size_t kMatchRuleSize = 256;
 
-/// A call to a service, whose bus name is the interface as well; null when it is not fit to be
-/// both. Whatever is an interface name is fit for a bus name too.
+/// Creates a call to a service, whose bus name is also the interface. Returns null if the name is
+/// not valid as both. Every interface name is also valid as a bus name.
 MessagePtr NewCall(const std::string& destination) {
   const char* name = destination.c_str();
   if (destination.find('\0') != std::string::npos ||
@@ -43,14 +43,14 @@ template <std::size_t kSize>
 void CopyText(char (&to)[kSize], const char* from) {
   const std::size_t length = std::strlen(from);
   std::size_t kept = std::min(length, kSize - 1);
-  while (kept < length && kept > 0 && (from[kept] & 0xC0) == 0x80) {  // within a character
+  while (kept < length && kept > 0 && (from[kept] & 0xC0) == 0x80) {  // inside a character
     --kept;
   }
   std::memcpy(to, from, kept);
   to[kept] = '\0';
 }
 
-/// What Call() returns on failure.
+/// Returns the result of Call() on failure.
 int Fail(CallFailure& failure, Kind kind, const char* name = "", const char* text = "") {
   failure.kind = kind;
   CopyText(failure.name, name);
@@ -58,7 +58,7 @@ int Fail(CallFailure& failure, Kind kind, const char* name = "", const char* tex
   return -1;
 }
 
-// The two halves of a call, blocking or not, named as the operation that their log lines belong to.
+// The two halves of a call, blocking or not. Their name is the function name in the log lines.
 
 MessagePtr Call(const std::string& destination, const char* method, const ESGMessageBuffer& in,
                 CallFailure& failure) {
@@ -119,7 +119,7 @@ int Call(const std::string& destination, const char* method, Channel::Outcome ou
   return Fail(failure, Kind::Unreadable);
 }
 
-/// `change` is the bus's own method for it.
+/// `change` is the method of the bus that changes the rule.
 void ChangeMatchRule(ECIPCConnection& connection, DBusConnection* const& field, const char* change,
                      int event, DBusError* error) {
   const ChannelPtr channel = Channel::Of(field);
@@ -145,7 +145,7 @@ void ChangeMatchRule(ECIPCConnection& connection, DBusConnection* const& field, 
 std::mutex ECIPCConnection::m_instanceMutex;
 
 EIIPCConnection* EIIPCConnection::GetInstance() {
-  // The object's memory stays: static objects and other threads may use it after the end.
+  // Never deleted: static objects and other threads may use it after the end.
   static ECIPCConnection& instance = *new ECIPCConnection;
   struct End {
     ~End() { instance.m_End(); }
@@ -193,7 +193,7 @@ bool ECIPCConnection::m_Connect() {
 void ECIPCConnection::m_End() {
   const ChannelPtr calls = Channel::Of(m_pConnection);
   if (calls != nullptr && calls->IsForeign()) {
-    return;  // another thread may have held any lock when this process was forked
+    return;  // another thread may have held any lock at the time of the fork
   }
   m_connected = false;
   {
@@ -212,7 +212,7 @@ void ECIPCConnection::m_End() {
 void ECIPCConnection::m_ReleaseAllConnections() {
   for (DBusConnection** field : {&m_pConnection, &m_pConnection_gmainloop}) {
     if (const ChannelPtr channel = Channel::Exchange(*field, nullptr)) {
-      channel->Close();  // calls in progress keep it until they are back
+      channel->Close();  // calls in progress keep the channel until they return
     }
   }
 }
@@ -279,7 +279,7 @@ std::uint64_t internal::CallLater(const std::string& destination, const char* me
 }
 
 bool internal::CancelCall(std::uint64_t number) {
-  if (!ProcessCalls::hasAsked) {  // and does not connect for this
+  if (!ProcessCalls::hasAsked) {  // does not connect just to cancel
     return false;
   }
   const ChannelPtr channel = ProcessCalls::Get();

@@ -14,7 +14,7 @@ using internal::ChannelPtr;
 
 namespace {
 
-/// What may wait for a bus that takes nothing; a signal beyond that is refused.
+/// The bytes that may wait for the bus; further signals are refused.
 constexpr long kMaxQueued = 64L * 1024 * 1024;
 
 }  // namespace
@@ -31,7 +31,7 @@ ECIPCManager::ECIPCManager() {
 }
 
 ECIPCManager::~ECIPCManager() {
-  DBusConnection* field = m_pConnection;  // stays: closed, not released
+  DBusConnection* field = m_pConnection;  // keeps m_pConnection: closed, not released
   const ChannelPtr channel = Channel::Exchange(field, nullptr);
   if (channel != nullptr && !channel->IsForeign()) {
     dbus_connection_ref(channel->Connection());

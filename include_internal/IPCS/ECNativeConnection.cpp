@@ -19,7 +19,7 @@ using internal::MessagePtr;
 
 namespace {
 
-/// For a call that is being served when its listener may be about to go.
+/// How long the destructor waits for a call that is being served.
 constexpr std::chrono::milliseconds kPatience(500);
 constexpr long kAnyQueue = std::numeric_limits<long>::max();
 
@@ -35,7 +35,7 @@ MessagePtr NewNameRequest(const char* name) {
   return request;
 }
 
-/// What tools such as busctl show of the object that is called.
+/// The introspection that tools such as busctl show.
 MessagePtr NewIntrospection(DBusMessage* call, const std::string& interface) {
   const std::string xml = std::string(DBUS_INTROSPECT_1_0_XML_DOCTYPE_DECL_NODE "<node>\n") +
                           "  <interface name=\"" + interface + "\">\n" + kMethodCallXml +
@@ -94,7 +94,7 @@ bool ECNativeConnection::Start(const std::string& name, IESGCallListener* listen
     return false;
   }
 
-  // Calls that arrive before the end of this function wait in the channel.
+  // Calls that arrive before this function ends wait in the channel.
   internal::Error error;
   if (internal::IsBusName(name, &error)) {
     channel->AskBus(NewNameRequest(name.c_str()), &error);

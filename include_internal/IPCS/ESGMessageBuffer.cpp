@@ -13,7 +13,7 @@ namespace {
 constexpr char kSource[] = "include_internal/IPCS/ESGMessageBuffer";
 constexpr char kOffsetInside[] = "(unsigned int)offset <= m_bufferData.size()";
 
-/// Whether offset + size lies between 0 and `total`; the sum itself need not fit into any type.
+/// Whether offset + size lies between 0 and `total`; avoids an overflow of the sum.
 bool EndsInside(unsigned long size, int offset, std::size_t total) {
   if (offset < 0) {
     const unsigned int before = 0U - static_cast<unsigned int>(offset);
@@ -30,7 +30,7 @@ void Insert(std::vector<char>& bytes, std::size_t offset, unsigned long size, co
   if (first == nullptr) {
     bytes.insert(position, size, '\0');
   } else if (!before(first, bytes.data()) && before(first, bytes.data() + bytes.size())) {
-    // Growing moves the very bytes that are to be inserted.
+    // Growing would move the bytes to insert.
     const std::vector<char> copy(first, first + size);
     bytes.insert(position, copy.begin(), copy.end());
   } else {
@@ -57,7 +57,7 @@ void ESGMessageBuffer::Clean() {
 void ESGMessageBuffer::Reserve(unsigned int n) { m_bufferData.reserve(n); }
 
 void ESGMessageBuffer::Resize(unsigned int n) {
-  // The sum may wrap where a size has 32 bits; insertion checks that.
+  // insert() checks for the overflow that a sum of sizes could have on 32 bits.
   m_bufferData.insert(m_bufferData.end(), n, '\0');
 }
 
@@ -89,7 +89,7 @@ bool ESGMessageBuffer::WriteConcatenated(unsigned long size, void* data, int off
 void ESGMessageBuffer::ReadInt(int* out, int offset) {
   ESG_ASSERT(EndsInside(sizeof(*out), offset, m_bufferData.size()),
              "m_bufferData.size() >= (unsigned int)(offset + 4)", kSource);
-  // This lets an offset from -4 to -1 through; there is nothing to read before the first byte.
+  // This allows offsets from -4 to -1; bytes before the first one read as 0.
   const int missing = std::max(-offset, 0);
   *out = 0;
   CopyData(reinterpret_cast<char*>(out) + missing, static_cast<int>(sizeof(*out)) - missing,
@@ -99,7 +99,7 @@ void ESGMessageBuffer::ReadInt(int* out, int offset) {
 void ESGMessageBuffer::ReadConcatenated(unsigned long size, void* out, int offset) {
   ESG_ASSERT(EndsInside(size, offset, m_bufferData.size()),
              "m_bufferData.size() >= offset + sizeOfData", kSource);
-  // The bytes come from the read position, whatever the offset: they must be there as well.
+  // The bytes come from the read position, whatever the offset, so they must exist there as well.
   ESG_ASSERT(size <= GetBufferSize(), "GetBufferSize() >= sizeOfData", kSource);
   CopyData(out, static_cast<int>(size), static_cast<int>(m_readPosition));
 }
@@ -141,13 +141,13 @@ char* ESGMessageBuffer::GetAsCStr(int offset) const {
 }
 
 void* ESGMessageBuffer::GetAsVoidFromOffset(int offset) const {
-  // The address is the caller's to write through, whatever the constness of the buffer.
+  // The caller may write through the address, whatever the constness of the buffer.
   return const_cast<char*>(m_bufferData.data()) + offset;
 }
 
 // NOLINTNEXTLINE(readability-make-member-function-const): part of the interface
 void ESGMessageBuffer::CopyData(void* dst, int size, int offset) {
-  // An empty buffer may have no bytes to point at.
+  // The data pointer of an empty buffer may be null.
   if (size != 0) {
     std::memcpy(dst, GetAsVoidFromOffset(offset), static_cast<std::size_t>(size));
   }

@@ -14,13 +14,14 @@ namespace esg::internal {
 namespace {
 
 constexpr std::chrono::milliseconds kSendLimit(100);
-/// A stock bus lets 128 answers be outstanding on a connection, and fails the calls beyond that.
+/// A stock bus allows 128 outstanding calls on a connection, and rejects further ones.
 constexpr std::size_t kMaxOutstanding = 120;
-/// libdbus reads so many bytes at a time. More are read in one turn, up to a limit.
+/// libdbus reads kReadSize bytes at a time. One turn reads several times, up to a limit.
 constexpr int kReadSize = 4096;
 constexpr int kMaxRead = 256 * 1024;
 constexpr std::size_t kManyGivenUp = kMaxOutstanding / 2;
-/// However many are given up: the bus may have room, and a call that hangs does not stop the next.
+/// Sent however many calls were given up: the bus may have room, and one unresponsive call must not
+/// block the next.
 constexpr std::size_t kMinLive = 2;
 
 void Clear(const FileDescriptor& event) {
@@ -28,7 +29,7 @@ void Clear(const FileDescriptor& event) {
   eventfd_read(event.number, &count);
 }
 
-/// In libdbus's own words.
+/// An error with the text that libdbus uses.
 MessagePtr NewFailure(DBusMessage* call, bool isLost) {
   if (dbus_message_get_serial(call) == 0) {
     dbus_message_set_serial(call, 1);  // it was never sent
@@ -45,7 +46,7 @@ MessagePtr NewFailure(DBusMessage* call, bool isLost) {
 
 }  // namespace
 
-/// A caller that sleeps or reads until its answer is there, on its thread's stack.
+/// A caller that sleeps or reads until its reply arrives; on its thread's stack.
 struct Channel::Blocked : Caller {
   using Caller::Caller;
   void OnDone() noexcept override { wake.notify_one(); }
@@ -82,7 +83,7 @@ void Channel::GiveReason(Caller& caller) const {
 void Channel::WarnOnce(Lock& lock) {
   if (m_warns && !std::exchange(m_hasWarned, true)) {
     const std::size_t givenUp = m_givenUp;
-    lock.unlock();  // whoever writes the log may take long
+    lock.unlock();  // writing to the log may take long
     ESG_LOGE("%zu calls were given up; the bus counts them until the service answers or ends\n",
              givenUp);
     lock.lock();
@@ -113,7 +114,7 @@ void Channel::SendQueued() {
     const auto place = next++;
     Caller& caller = *place->caller;
     if (caller.deadline <= Clock::now()) {
-      continue;  // nobody would take the answer
+      continue;  // the caller would not wait for the reply
     }
     m_outstanding.splice(m_outstanding.end(), m_queue, place);
     if (dbus_connection_send(Connection(), caller.message, &place->serial) == FALSE) {
@@ -127,7 +128,7 @@ void Channel::SendQueued() {
 void Channel::Finish(Caller& caller) {
   caller.isDone = true;
   caller.OnDone();
-  if (&caller == m_reader && m_isPolling) {  // another thread finishes it
+  if (&caller == m_reader && m_isPolling) {  // another thread finishes the call of the reader
     eventfd_write(m_wakeUp.number, 1);
   }
 }
@@ -143,7 +144,7 @@ void Channel::GiveUp(Caller& caller) {
 }
 
 void Channel::End(Clock::time_point due) {
-  // Those in front were called before; a caller that blocks ends itself as well.
+  // Both lists are in order of the deadline. A blocked caller may also end itself.
   for (std::list<Place>* places : {&m_outstanding, &m_queue}) {
     for (auto next = places->begin(); next != places->end();) {
       Caller* const caller = (next++)->caller;
@@ -171,7 +172,7 @@ void Channel::Wait(Lock& lock, Blocked& caller) {
     }
     Leave(*leaving);
   };
-  // Whatever ends the wait, the thread's cancellation included.
+  // Runs however the wait ends, also when the thread is cancelled.
   const std::unique_ptr<Blocked, decltype(leave)> guard(&caller, leave);
 
   while (!caller.isDone && Clock::now() < caller.deadline) {
@@ -286,7 +287,8 @@ void Channel::TakeAnswer(DBusMessage* message) {
   Caller* const caller = place->caller;
   m_outstanding.erase(place);
   if (caller != nullptr) {
-    // libdbus stops reading while much of what it read is alive, and the main loop may take long.
+    // libdbus stops reading while many bytes of its messages are alive, and the main loop may take
+    // long to use this one.
     caller->reply.reset(caller->MayTakeLong() ? dbus_message_copy(message)
                                               : dbus_message_ref(message));
     Finish(*caller);
@@ -310,7 +312,7 @@ bool Channel::Send(DBusMessage* message, long maxQueued) {
   };
   Turn(lock, Clock::now(), nullptr);
   drain(maxQueued);
-  // A lost connection would keep the message.
+  // A lost connection would keep the message in memory.
   if (hasMore(-1) &&
       (hasMore(maxQueued) || dbus_connection_send(Connection(), message, nullptr) == FALSE)) {
     return false;
@@ -331,9 +333,9 @@ bool Channel::OwnWatches() {
 }
 
 dbus_bool_t Channel::Watch(DBusWatch* watch, bool isThere) {
-  // In any thread, with or without the mutex: libdbus goes on where a message is released, and may
-  // have others that it has already read. So whoever polls has to come round.
-  const NoCancel guard;  // of libdbus's locks
+  // Runs on any thread, with or without the mutex: libdbus enables its watch in the thread that
+  // releases a message. It may hold messages that it has already read, so all pollers must wake up.
+  const NoCancel guard;  // libdbus holds locks here
   const bool reads = (dbus_watch_get_flags(watch) & DBUS_WATCH_READABLE) != 0;
   (reads ? m_readWatch : m_writeWatch) = isThere ? watch : nullptr;
   const auto wants = [](DBusWatch* each, EPOLL_EVENTS event) {
@@ -342,14 +344,15 @@ dbus_bool_t Channel::Watch(DBusWatch* watch, bool isThere) {
   const bool isPolled = Poll(dbus_watch_get_unix_fd(watch),
                              wants(m_readWatch, EPOLLIN) | wants(m_writeWatch, EPOLLOUT));
   eventfd_write(m_toggled.number, 1);
-  m_hasToggled = true;  // not before, or it would be cleared too early and stay raised
+  m_hasToggled =
+      true;  // after the write: otherwise a thread clears the event too early, and it stays set
   return isPolled ? TRUE : FALSE;
 }
 
 bool Channel::Poll(int file, unsigned int events) const {
   epoll_event wanted = {};
   wanted.events = events;
-  if (events == 0) {  // a hang-up would be reported even so, again and again
+  if (events == 0) {  // epoll would still report a hang-up, again and again
     return epoll_ctl(m_epoll.number, EPOLL_CTL_DEL, file, &wanted) == 0 || errno == ENOENT;
   }
   return epoll_ctl(m_epoll.number, EPOLL_CTL_MOD, file, &wanted) == 0 ||

@@ -1,4 +1,4 @@
-// What a main context does for a channel: it reads, and delivers mail.
+// The main context reads for a channel and delivers its mail.
 
 #include <dbus/dbus-glib-lowlevel.h>
 #include <glib-unix.h>
@@ -11,7 +11,7 @@
 namespace esg::internal {
 namespace {
 
-/// Set while a handler runs on this thread; unlocked once it has entered the application's code.
+/// Set while a handler runs on this thread; unlocked once it enters the application's code.
 thread_local Channel::Lock* handlerLock = nullptr;
 
 }  // namespace
@@ -28,14 +28,15 @@ void Channel::Attach(GMainContext* context) {
   }
   if (m_mail == Mail::Keep && m_firstContext == nullptr) {
     dbus_connection_setup_with_g_main(Connection(), context);
-    // The watches stay with the channel; GLib would use them without its mutex. So libdbus's own
-    // source only dispatches, and may stay where it is if the channel moves.
+    // The channel keeps the watches, because GLib would use them without the mutex. dbus-glib's
+    // source therefore only dispatches, and may stay if the channel moves to another context.
     OwnWatches();
     m_firstContext = context;
   }
   m_source.reset(g_unix_fd_source_new(m_epoll.number, G_IO_IN));
   g_source_set_callback(m_source.get(), G_SOURCE_FUNC(&OnContext), Connection(), nullptr);
-  // Callbacks of requests may wait for others in nested main loops; mail never comes nested.
+  // The callback of a request may wait for other requests in a nested main loop; mail is never
+  // nested.
   g_source_set_can_recurse(m_source.get(), m_mail == Mail::Drop ? TRUE : FALSE);
   g_source_attach(m_source.get(), context);
   Schedule();
@@ -74,10 +75,10 @@ void Channel::Schedule() {
   } else if (m_needsMemory) {
     time = GLibTime(Clock::now() + kMemoryRetry);
   }
-  g_source_set_ready_time(m_source.get(), time);  // wakes the context up if that is new
+  g_source_set_ready_time(m_source.get(), time);  // wakes the context if the time has changed
 }
 
-gint64 Channel::GLibTime(Clock::time_point time) {  // the same clock
+gint64 Channel::GLibTime(Clock::time_point time) {  // GLib uses the same clock
   return std::chrono::ceil<std::chrono::microseconds>(time.time_since_epoch()).count();
 }
 
@@ -94,7 +95,7 @@ void Channel::Deliver(Lock& lock) {
   if (!lock.owns_lock()) {
     lock.lock();
   }
-  // What libdbus does with a call that nobody handles.
+  // libdbus sends the same reply to a call that no handler accepts.
   if (result == DBUS_HANDLER_RESULT_NOT_YET_HANDLED &&
       dbus_message_get_type(message.get()) == DBUS_MESSAGE_TYPE_METHOD_CALL &&
       dbus_message_get_no_reply(message.get()) == FALSE) {

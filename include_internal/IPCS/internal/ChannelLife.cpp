@@ -1,4 +1,4 @@
-// How a channel is opened, found, closed and destroyed.
+// Opening, finding, closing and destroying a channel.
 
 #include <map>
 #include <utility>
@@ -12,12 +12,13 @@ namespace {
 std::mutex tableMutex;
 
 std::map<DBusConnection*, ChannelPtr>& Table() {
-  static auto& table = *new std::map<DBusConnection*, ChannelPtr>;  // for calls after exit, too
+  static auto& table = *new std::map<DBusConnection*, ChannelPtr>;  // also for calls after exit
   return table;
 }
 
-/// Opening takes a lock of libdbus's for as long as the bus takes, and closing wants it. So nothing
-/// is closed while a thread opens; what has to go is left to that thread. With tableMutex.
+/// While a thread opens a connection, it holds a lock of libdbus until the bus responds, and
+/// closing needs that lock. No channel is therefore closed while a thread opens one: that thread
+/// destroys those in toDestroy afterwards. tableMutex guards both.
 int opening = 0;
 Channel* toDestroy = nullptr;
 
@@ -29,9 +30,9 @@ Channel::Channel(ConnectionPtr connection, Mail mail)
       m_requests(std::make_unique<Requests>(*this)) {}
 
 ChannelPtr Channel::Open(Mail mail, Error& error) {
-  const auto unlock = [] { tableMutex.unlock(); };  // the table is whole in a child as well
+  const auto unlock = [] { tableMutex.unlock(); };  // keeps the table consistent in a child
   static const bool isSafe = pthread_atfork([] { tableMutex.lock(); }, unlock, unlock) == 0;
-  const NoCancel guard;  // of libdbus's lock
+  const NoCancel guard;  // libdbus holds a lock here
   std::unique_lock<std::mutex> lock(tableMutex);
   ++opening;
   lock.unlock();
@@ -47,9 +48,9 @@ ChannelPtr Channel::Open(Mail mail, Error& error) {
   }
   dbus_connection_set_exit_on_disconnect(connection.get(), FALSE);
   ChannelPtr channel(new Channel(std::move(connection), mail), &Release);
-  // What is dropped is not answered either.
+  // A dropped call gets no reply either.
   dbus_connection_set_route_peer_messages(channel->Connection(), mail == Mail::Drop ? TRUE : FALSE);
-  // Strangers may send descriptors; libdbus would take more than a process has.
+  // Other processes may send descriptors; libdbus would accept more than a process may have.
   dbus_connection_set_max_received_unix_fds(channel->Connection(), 1);
   channel->m_hasFilter = dbus_connection_add_filter(channel->Connection(), &OnMessage,
                                                     channel.get(), nullptr) != FALSE;
@@ -96,8 +97,8 @@ void Channel::Release(Channel* channel) {
   if (channel->IsForeign()) {
     return;
   }
-  // dbus-glib's source has no reference to the connection, which must not go while another thread
-  // runs the context.
+  // dbus-glib's source holds no reference to the connection. The connection must not be destroyed
+  // while another thread runs the context.
   if (context == nullptr) {
     Destroy(channel);
   } else if (g_main_context_acquire(context) != FALSE) {
@@ -112,7 +113,8 @@ void Channel::Release(Channel* channel) {
 
 gboolean Channel::Destroy(gpointer channel) {
   auto* self = static_cast<Channel*>(channel);
-  self->m_requests->Drop();  // takes the lock, which shows a race detector who had it last
+  self->m_requests
+      ->Drop();  // takes the lock, which shows a race detector which thread held it last
   const std::lock_guard<std::mutex> table(tableMutex);
   if (opening > 0) {
     self->m_nextToDestroy = std::exchange(toDestroy, self);
@@ -123,7 +125,7 @@ gboolean Channel::Destroy(gpointer channel) {
 }
 
 Channel::~Channel() {
-  // The connection may stay, and dbus-glib's source with it.
+  // The connection may stay alive, and dbus-glib's source with it.
   dbus_connection_close(Connection());
   if (m_hasFilter) {
     dbus_connection_remove_filter(Connection(), &OnMessage, this);

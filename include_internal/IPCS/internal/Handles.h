@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-/// Owners of what libdbus, GLib and the kernel hand out; nothing else releases these.
+/// Owners of the handles of libdbus, GLib and the kernel; only they release handles.
 namespace esg::internal {
 
 struct HandleRelease {
@@ -35,7 +35,7 @@ struct FileDescriptor {
   const int number;
 };
 
-/// As long as it lives, its thread cannot be cancelled.
+/// Disables cancellation of its thread during its lifetime.
 class NoCancel {
  public:
   NoCancel() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_before); }
@@ -46,7 +46,7 @@ class NoCancel {
   int m_before = PTHREAD_CANCEL_DISABLE;
 };
 
-/// One error of one call: libdbus ends the process when an error that is already set is passed in.
+/// The error of one call: libdbus ends the process if a call gets an error that is already set.
 struct Error : DBusError {
   Error() { dbus_error_init(this); }
   Error(Error&&) = delete;

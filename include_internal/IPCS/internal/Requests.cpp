@@ -9,7 +9,7 @@ gboolean Dispatch(GSource* /*source*/, GSourceFunc callback, gpointer user) {
   return callback(user);
 }
 
-/// A source that is ready at a time, and has nothing else to look at.
+/// A source that has only a ready time.
 GSource* NewSource() {
   static GSourceFuncs* const functions = [] {
     auto* made = new GSourceFuncs();
@@ -39,7 +39,7 @@ struct Requests::Request : Channel::Caller {
   const Done done;
   const std::uint64_t number;
   Requests& requests;
-  std::list<std::uint64_t> ticket{number};  // moves to those answered without needing memory
+  std::list<std::uint64_t> ticket{number};  // moves to m_answered without an allocation
 };
 
 Requests::Requests(Channel& channel) : m_channel(channel) {}
@@ -52,7 +52,8 @@ std::uint64_t Requests::Ask(MessagePtr message, Done done) {
   if (m_source == nullptr && !m_channel.m_isClosed) {
     m_source.reset(NewSource());
     g_source_set_callback(m_source.get(), &OnContext, m_channel.Connection(), nullptr);
-    g_source_set_can_recurse(m_source.get(), TRUE);  // a callback may wait for others in a loop
+    g_source_set_can_recurse(m_source.get(),
+                             TRUE);  // a callback may run a nested loop and wait for other requests
     g_source_attach(m_source.get(), nullptr);
   }
   const std::uint64_t number = ++m_lastNumber;
@@ -71,7 +72,7 @@ std::uint64_t Requests::Ask(MessagePtr message, Done done) {
 }
 
 bool Requests::Cancel(std::uint64_t number) {
-  Table::node_type request;  // destroyed after the lock: its callback is the application's
+  Table::node_type request;  // destroyed after the lock: its callback belongs to the application
   const Channel::Lock lock(m_channel);
   request = m_requests.extract(number);
   if (request.empty()) {
@@ -79,7 +80,7 @@ bool Requests::Cancel(std::uint64_t number) {
   }
   if (!request.mapped()->isDone) {
     m_channel.GiveUp(*request.mapped());
-    m_sends = true;  // later: the next may be taken back as well
+    m_sends = true;  // later, because the next one may be cancelled as well
   }
   if (g_main_context_is_owner(g_main_context_default()) == FALSE) {
     m_takenBack.insert(std::move(request));
@@ -103,10 +104,10 @@ void Requests::Schedule() {
   gint64 time = -1;
   if (m_sends || !m_answered.empty() || !m_takenBack.empty()) {
     time = 0;
-  } else if (!m_requests.empty()) {  // none is answered, and the first is the oldest
+  } else if (!m_requests.empty()) {  // no reply is there, and the first request is the oldest
     time = Channel::GLibTime(m_requests.begin()->second->deadline);
   }
-  g_source_set_ready_time(m_source.get(), time);  // wakes the context up if that is new
+  g_source_set_ready_time(m_source.get(), time);  // wakes the context if the time has changed
 }
 
 gboolean Requests::OnContext(gpointer connection) {
@@ -120,7 +121,7 @@ gboolean Requests::OnContext(gpointer connection) {
   takenBack.swap(self.m_takenBack);
   if (!takenBack.empty()) {
     lock.unlock();
-    takenBack.clear();  // and the application's callbacks
+    takenBack.clear();  // destroys the application's callbacks
     lock.lock();
   }
   self.m_sends = false;
@@ -146,7 +147,7 @@ void Requests::Deliver(Channel::Lock& lock) {
   m_channel.GiveReason(request);
   lock.unlock();
   [&request]() noexcept { request.done(request.outcome, request.reply); }();
-  answered = {};  // and its callback
+  answered = {};  // destroys its callback
   lock.lock();
 }
 

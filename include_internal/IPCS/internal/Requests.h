@@ -11,25 +11,25 @@
 
 namespace esg::internal {
 
-/// The calls of one channel that do not block. They wait their turn among those that do. The
-/// default main context delivers their answers, one a turn, so no callback runs inside libdbus, and
-/// no answer waits for one.
+/// The calls of one channel that do not block. They share one queue with the blocking calls. The
+/// default main context delivers their replies, one per iteration: no callback runs inside libdbus,
+/// and no callback delays the arrival of another reply.
 class Requests {
  public:
-  /// What a request ends with.
+  /// Called at the end of a request.
   using Done = std::function<void(Channel::Outcome outcome, MessagePtr& reply)>;
 
   explicit Requests(Channel& channel);
   ~Requests();
 
-  /// The same as Channel::Call() without waiting. `done` is called by the default main context,
-  /// never inside this call, in the order in which the answers arrive; it is destroyed there as
-  /// well. Null in place of the message ends as NotSent. The number that is returned is never 0.
+  /// Like Channel::Call(), but does not wait. The default main context calls `done`, never inside
+  /// this function, in the order in which the replies arrive, and also destroys it. A null message
+  /// ends as NotSent. Never returns 0.
   std::uint64_t Ask(MessagePtr message, Done done);
-  /// Takes a request back: `done` is not called any more, but may be running in another thread.
-  /// false when it was called, or taken back, before.
+  /// Cancels a request: `done` is not called later, but may be running in another thread. Returns
+  /// false if `done` has been called or the request was cancelled before.
   bool Cancel(std::uint64_t number);
-  /// Nothing is delivered any more. With the channel's lock.
+  /// Ends delivery. The caller holds the channel's lock.
   void Close() { m_source.reset(); }
   /// Destroys all requests, and the application's callbacks with them. Without any lock.
   void Drop();
@@ -43,12 +43,12 @@ class Requests {
   void Deliver(Channel::Lock& lock);
 
   Channel& m_channel;
-  // The channel's lock guards what follows.
+  // The channel's lock guards the following fields.
   SourcePtr m_source;
-  bool m_sends = false;  // what waits for room
+  bool m_sends = false;  // has to send calls that wait for their turn
   std::uint64_t m_lastNumber = 0;
   Table m_requests;
-  std::list<std::uint64_t> m_answered;  // some may be taken back
+  std::list<std::uint64_t> m_answered;  // some may have been cancelled
   Table m_takenBack;                    // for the main context to destroy
 };
 

@@ -10,12 +10,12 @@
 namespace esg::internal {
 namespace {
 
-/// A system bus as shipped takes messages of 32 MiB.
+/// The default limit of a system bus for the size of a message.
 constexpr unsigned long kMaxMessage = 32UL * 1024 * 1024;
-/// More than any message takes beside its first argument and its payload.
+/// More than any message needs besides its first argument and its payload.
 constexpr unsigned long kAmpleHeader = 4096;
 
-/// What the bus counts; nothing without memory.
+/// The size that the bus compares with its limit; 0 if there is no memory.
 unsigned long SizeOf(DBusMessage* message) {
   char* bytes = nullptr;
   int size = 0;
@@ -43,7 +43,7 @@ Written Write(DBusMessage* message, int headType, const void* head, unsigned lon
   return Written::Done;
 }
 
-/// `types` are those of the three arguments.
+/// `types` are the types of the three arguments.
 Read ReadBody(DBusMessage* message, const char* types, void* head, std::string_view& payload) {
   const char* signature = dbus_message_get_signature(message);
   int length = 0;
@@ -52,7 +52,7 @@ Read ReadBody(DBusMessage* message, const char* types, void* head, std::string_v
   if (*signature == '\0') {
     return Read::Empty;
   }
-  // The signature first, so that nothing is half read.
+  // Checks the signature first, so that no message is read in part.
   if (std::strncmp(signature, types, std::strlen(types)) != 0 ||
       dbus_message_get_args(message, nullptr, types[0], head, DBUS_TYPE_INT32, &length,
                             DBUS_TYPE_ARRAY, DBUS_TYPE_BYTE, &bytes, &size,

@@ -8,8 +8,7 @@ namespace esg::tools {
 /// Seconds since 1970, UTC.
 using Seconds = std::int64_t;
 
-/// NTP seconds in 32 bits begin again at 0 each 2^32 seconds; this is the first time, in February
-/// 2036.
+/// When NTP seconds in 32 bits start again at 0, in February 2036 for the first time.
 inline constexpr Seconds kNtpRollover = 2085978496;
 
 /// The NTP seconds of a time, in 32 bits.

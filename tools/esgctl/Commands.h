@@ -69,7 +69,7 @@ class Session {
 using Target = std::variant<bool Request::*, unsigned int Request::*, std::string Request::*,
                             std::vector<std::string> Request::*, std::vector<int> Request::*>;
 
-/// One argument, or one option, whose name begins with "--".
+/// One argument, or one option, whose name starts with "--".
 struct Parameter {
   const char* name;
   const char* type;      ///< of an option's value; null for a flag
@@ -99,7 +99,7 @@ std::string NameOf(const std::string& argument);
 /// "list [SERVICE]... [--from TIME] ...".
 std::string Synopsis(const Command& command);
 
-/// What may stand in place of the last of these words, the arguments of esgctl so far.
+/// Completes the last of these words, which are the arguments of esgctl so far.
 std::vector<std::string> Completions(const std::vector<std::string>& words,
                                      const Services& services);
 

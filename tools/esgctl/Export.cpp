@@ -21,7 +21,7 @@ constexpr Seconds kWeek = 7 * kDay;
 constexpr Seconds kEvening = 6 * kHour;
 constexpr char kXmltvTime[] = "%Y%m%d%H%M%S %z";
 
-/// An element with a text in which nothing is left that XML does not allow.
+/// Adds an element whose text has only characters that XML allows.
 pugi::xml_node AddText(pugi::xml_node parent, const char* name, const std::string& text) {
   pugi::xml_node node = parent.append_child(name);
   node.text().set(Printable(text).c_str());
@@ -172,7 +172,7 @@ std::string Xmltv(Guide& guide, const std::vector<Service>& services,
   return text.str();
 }
 
-/// Where something lies on the page, in minutes.
+/// The place of something on the page, in minutes.
 std::string Place(Seconds from, Seconds to, const TimeRange& range) {
   const Seconds start = std::clamp(from, range.from, range.to) - range.from;
   const Seconds end = std::clamp(to, range.from, range.to) - range.from;
@@ -238,7 +238,7 @@ std::string Page(const std::vector<Service>& services, const std::vector<Program
       .append(kPageHtml.substr(mark + kMark.size()));
 }
 
-/// This evening, or the present and what follows if that has begun.
+/// This evening; once it has started, the hours from now.
 TimeRange Evening(const Session& session, const Clock& clock) {
   TimeRange range = session.Range(kEvening, clock);
   if (session.request.from.empty()) {

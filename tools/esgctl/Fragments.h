@@ -18,7 +18,7 @@ struct Rating {
   std::string value;
 };
 
-/// What a Service or a Content fragment tells beyond the records; what is absent is empty.
+/// What a Service or a Content fragment says beyond the records; absent values are empty.
 struct Facts {
   std::string id;      ///< the fragment's
   std::string number;  ///< the channel's, as 33.1

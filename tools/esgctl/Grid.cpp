@@ -12,7 +12,7 @@ constexpr int kNarrowestGrid = 20;
 constexpr int kWidestName = 24;
 constexpr int kTickWidth = 8;  // "20:00" or "05-01", and room
 
-/// Where times lie on the screen.
+/// The columns of times on the screen.
 class Scale {
  public:
   Scale(const TimeRange& range, int columns) : m_range(range), m_columns(columns) {}

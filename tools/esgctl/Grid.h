@@ -24,15 +24,10 @@ struct GridRow {
 
 /// Services against time:
 ///
-///                 20:00     20:30     21:00
-///                      v 20:15
-///     one        <Some film         |News   >
-///     two        |Short  |.........:Quiz    |
 ///
-/// `|` is where a programme begins, `<` and `>` where it goes on beyond the range, dots are time
-/// without a programme, and `:` stands for `|` behind programmes that are too short to be drawn.
-/// Where programmes overlap, the one that begins later covers the other. The row with `v` marks the
-/// present.
+/// `|` marks where a programme starts, and `:` where it starts after others that are too short to
+/// draw. `<` and `>` mark programmes that extend beyond the range, and dots time without a
+/// programme. Where programmes overlap, the later one covers the earlier. `v` marks the present.
 std::string RenderGrid(const std::vector<GridRow>& rows, const TimeRange& range, Seconds now,
                        const Style& style);
 

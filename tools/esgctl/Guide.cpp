@@ -51,7 +51,7 @@ FCESGProgramInfo Reference(const FCESGProgramInfo& program, const std::string& s
   return reference;
 }
 
-/// A line on the terminal while answers are awaited, from the second second on.
+/// A line on the terminal that shows how many answers have arrived, after a second.
 class Progress {
  public:
   Progress(std::size_t total, const std::size_t& left) : m_total(total), m_left(left) {

@@ -20,25 +20,24 @@ namespace esgctl {
 
 using Programs = std::vector<FCESGProgramInfo>;
 
-/// The system bus, with a failure that helps where it is not there.
+/// Connects to the system bus. Raises a Failure of status kAway that says what to do if that fails.
 esg::tools::Bus ConnectToBus();
 
 /// Questions to the guide service, all of a kind under way at once. What the service does not have
 /// is an empty result; whatever else fails ends in a Failure that says why. Meanwhile the default
-/// main context runs, and from the second second on a line on the terminal shows the progress.
+/// main context runs, and after a second a line on the terminal shows the progress.
 class Guide {
  public:
-  /// Connects, and has the bus start the service where it can. Status kAway where that fails.
+  /// Connects, and starts the service if the bus can. Raises a Failure of status kAway otherwise.
   explicit Guide(const Clock& clock);
 
-  /// From here on times are read as seen from this moment.
+  /// Sets the present.
   void SetClock(const Clock& clock) { m_clock = clock; }
   esg::tools::Bus& Bus() { return m_bus; }
 
   using Done = std::function<void(const ESGFailure&)>;
-  /// Puts `count` questions; `ask(i, callback)` puts one. The results are in the same order.
-  /// Where the answers are a welcome addition only, one that is an error or cannot be read is
-  /// empty.
+  /// Asks `count` questions at once; `ask(i, callback)` asks one. The results are in the same
+  /// order. If answers are merely Welcome, an error or an unreadable answer counts as none.
   enum class Need { All, Welcome };
   template <typename Result, typename Question>
   std::vector<std::optional<Result>> Ask(std::size_t count, Question ask, Need need = Need::All) {
@@ -78,8 +77,8 @@ class Guide {
   };
   std::vector<std::string> ContentFragments(const std::vector<Showing>& showings);
 
-  /// Why there is nothing on a service in a time range: the service is unknown, its guide has ended
-  /// or starts later, or there is a gap. `what` says what there is not.
+  /// Explains why a service has nothing in a time range: it is unknown, its guide has ended or
+  /// starts later, or there is a gap. `what` is the first sentence.
   Failure Explain(const std::string& what, const Service& service, const TimeRange& range);
 
  private:

@@ -17,7 +17,7 @@ namespace esgctl {
 Json::Value ProgramToJson(const FCESGProgramInfo& program, const Service& service,
                           const Clock& clock);
 
-/// What the fragments of a programme and of its service add.
+/// Adds what the fragments of a programme and of its service say.
 void AddFacts(Json::Value& program, const Facts& content, const Facts& service);
 
 /// "number", "alias", "id" and "name", as far as they are known.

@@ -25,16 +25,16 @@ bool OutputIsTerminal();
 /// The columns of the terminal that a descriptor leads to.
 int TerminalWidth(int descriptor);
 
-/// Writes to standard output and hands it on at once. Throws ClosedPipe, or a failure where the
-/// output cannot be written.
+/// Writes to standard output, unbuffered. Throws ClosedPipe, or a Failure if the output cannot be
+/// written.
 void Print(const std::string& text);
 
-/// Makes sure that the three standard descriptors are taken, so that no connection gets one of them
-/// and the output with it. To be called first.
+/// Opens those of the standard descriptors that are closed, so that no connection gets their
+/// numbers. Call it first.
 void ReserveStandardDescriptors();
 
-/// From now on standard output is for Print alone; whatever else is written there goes nowhere. The
-/// descriptor that Print writes to.
+/// Reserves standard output for Print and discards what others write there. Returns the descriptor
+/// that Print writes to.
 int KeepOutput();
 
 }  // namespace esgctl

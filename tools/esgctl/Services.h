@@ -16,15 +16,15 @@ struct Service {
   std::string id;  ///< the global service id
   std::string name;
 
-  /// What tells the id from others: its last part.
+  /// The last part of the id.
   std::string Tail() const;
   /// What a person would call it, in a few letters.
   std::string Label() const;
-  /// What it is named by in a command, in a word if it has an alias.
+  /// A name for the command line: the alias if there is one.
   std::string ShortName() const { return alias.empty() ? Label() : alias; }
   /// The label, with the number in front.
   std::string Channel() const;
-  /// Takes over what is not known yet.
+  /// Fills in what is not known yet.
   void Complete(const Facts& facts);
 };
 
@@ -43,7 +43,7 @@ class Services {
   const std::vector<Service>& All() const { return m_services; }
   std::vector<Service>& All() { return m_services; }
   const std::string& Path() const { return m_path; }
-  /// What is wrong with the file, or with single lines of it.
+  /// Faults of the file and of its lines.
   const std::vector<std::string>& Complaints() const { return m_complaints; }
 
   /// The service that the user means: by number, alias, id or name, by an unambiguous part of an
@@ -59,7 +59,7 @@ class Services {
   std::vector<std::string> m_complaints;
 };
 
-/// What a table shows of a service: the channel, in a few columns.
+/// The channel, cut to fit into a table.
 std::string ChannelCell(const Service& service);
 
 std::vector<std::string> Ids(const std::vector<Service>& services);

@@ -17,7 +17,7 @@ enum Status : int {
   kNotFound = 10,
 };
 
-/// Whoever read our output has gone; there is nobody left to tell.
+/// The reader of the output has gone.
 class ClosedPipe {};
 
 }  // namespace esgctl

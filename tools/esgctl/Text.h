@@ -32,9 +32,9 @@ std::string GuardDirection(const std::string& text);
 /// The words of a text, split at blanks.
 std::vector<std::string> Words(const std::string& text);
 
-/// What two texts have in common that differ in accents only.
+/// The text without accents.
 std::string WithoutAccents(const std::string& text);
-/// ... or in upper and lower case.
+/// The same in one case, to compare texts.
 std::string Folded(const std::string& text);
 
 /// The candidate that `word` is most likely a mistyped form of; empty if none is close.

@@ -20,7 +20,7 @@ enum class Epoch {
 
 /// Turns the 32-bit times of records into Unix time and back.
 ///
-/// NTP seconds in 32 bits begin again in February 2036. A record's time is therefore read as the
+/// NTP seconds in 32 bits start again in February 2036. A record's time is therefore read as the
 /// one nearest to the present of all that it may stand for, at most 68 years off.
 class Clock {
  public:
@@ -48,7 +48,7 @@ struct Moment {
   bool timeOfDay = false;  ///< only a time of day was given; today's was taken
 };
 
-/// Ends in a usage failure for a text that is none.
+/// Raises a usage failure if the text is no time.
 Moment ParseMoment(const std::string& written, Seconds now);
 
 /// "90m", "1h30m", "2d", "1w", or seconds.

@@ -11,11 +11,11 @@
 
 namespace esgctl {
 
-/// Waits for events until SIGINT or SIGTERM arrives, whoever reads the output goes, or the bus goes
-/// (status kAway). A service that goes and comes back is no reason to end.
+/// Waits for events until SIGINT or SIGTERM arrives, the reader of the output goes, or the bus is
+/// lost (status kAway). Continues when the service stops and starts again.
 class Watcher {
  public:
-  /// Called with each event; nothing may leave it but by its return.
+  /// Called for each event. Must not throw.
   using Handler = std::function<void(Watcher& self, int event, const ESGEventData& data)>;
 
   Watcher(esg::tools::Bus& bus, const std::vector<int>& events, Handler handler);
@@ -23,8 +23,7 @@ class Watcher {
   Watcher& operator=(const Watcher&) = delete;
   ~Watcher();
 
-  /// Waits until Wake or End has been called, or so many seconds are over; 0: any. False when
-  /// watching has ended.
+  /// Waits for a call of Wake or End, at most `seconds` unless they are 0. False after End.
   bool Wait(unsigned int seconds);
   void Wake() { m_awake = true; }
   void End(int status);

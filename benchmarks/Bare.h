@@ -8,8 +8,7 @@
 #include "IESGService.h"
 #include "IPCS/internal/Handles.h"
 
-/// The protocol straight on libdbus: what the library is measured against, and the service that
-/// answers.
+/// The protocol directly on libdbus: the baseline for the library, and the service that replies.
 namespace bare {
 
 /// Ends the process with a message when `done` is false.
@@ -28,7 +27,7 @@ std::string_view Payload(DBusMessage* message);
 /// The first argument of a call or a signal.
 const char* Text(DBusMessage* message);
 
-/// One call to the service: sends, blocks, hands out the reply.
+/// Makes one call to the service: sends, blocks, returns the reply.
 esg::internal::MessagePtr Call(DBusConnection* connection, const char* method,
                                std::string_view payload);
 

@@ -52,7 +52,7 @@ void Threads(benchmark::State& state) {
 }
 BENCHMARK(Threads)->Arg(1)->Arg(2)->Arg(4)->Arg(8)->Iterations(9)->UseRealTime();
 
-/// Keeps a service busy: as many calls on their way as the bus allows without a stall.
+/// Keeps a service busy: as many outstanding calls as the bus allows without a stall.
 void Saturate(DBusConnection* connection, const char* service, int calls) {
   constexpr int kWindow = 32;
   int sent = 0;

@@ -20,7 +20,7 @@ constexpr int kBareEvent = 6;
 
 int received = 0;
 
-/// Runs the default main context until that many events are there.
+/// Runs the default main context until that many events have arrived.
 void Receive(int events) {
   while (received < events) {
     g_main_context_iteration(nullptr, TRUE);
@@ -44,7 +44,7 @@ DBusHandlerResult OnMessage(DBusConnection* /*connection*/, DBusMessage* message
   return DBUS_HANDLER_RESULT_HANDLED;
 }
 
-/// Both receivers on the one main context, each with a subscription of its own.
+/// Both receivers on the same main context, each with its own subscription.
 DBusConnection* Subscribe() {
   static DBusConnection* connection = [] {
     ESGEMSProxy::GetInstance(EIIPCConnection::GetInstance(), [](int, const ESGEventData&) {

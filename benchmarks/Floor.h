@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-/// The least program that keeps the protocol, straight on libdbus and JsonCpp.
+/// The smallest program that follows the protocol, directly on libdbus and JsonCpp.
 namespace hand {
 
 struct Icon {
@@ -55,7 +55,7 @@ Programmes ReadList(const Json::Value& reply);
 
 Programmes GetProgramList(DBusConnection* connection, unsigned int programmes);
 Programme GetPresentProgram(DBusConnection* connection);
-/// So many calls sent at once, and their answers.
+/// Sends that many calls at once, and receives their replies.
 std::vector<Programme> GetPresentPrograms(DBusConnection* connection, int count);
 
 }  // namespace hand

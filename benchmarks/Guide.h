@@ -3,15 +3,15 @@
 
 #include <string>
 
-/// Guides of any size, always the same.
+/// Guides of any size, the same in every run.
 namespace guide {
 
 inline constexpr char kServiceId[] = "urn:example:service:7";
 
-/// The answer to GetProgramList with that many programmes, each with an icon, a preview and texts
+/// The reply to GetProgramList with that many programmes, each with an icon, a preview and texts
 /// of 200 characters.
 std::string List(unsigned int programmes);
-/// The answer to GetPresentProgram.
+/// The reply to GetPresentProgram.
 std::string Present();
 
 }  // namespace guide

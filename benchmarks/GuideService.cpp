@@ -82,7 +82,7 @@ struct Writer {
   long begin = (std::time(nullptr) / kDay) * kDay + 2208988800L;
 };
 
-/// One content for each programme. A new guide has all Schedules anew and one day's contents.
+/// One content for each programme. A new guide has all schedules and the contents of one day anew.
 void WriteGuide(const std::string& folder, bool isNew) {
   const Writer writer{folder, isNew ? "2" : "1"};
   for (int service = 0; service < kServices; ++service) {
@@ -114,7 +114,7 @@ esg::internal::MessagePtr Ask(DBusConnection* connection, const char* method,
   return answer;
 }
 
-/// The most that a process has had resident so far, in MiB.
+/// The peak resident size of a process so far, in MiB.
 double PeakMemory(GPid service) {
   std::ifstream status("/proc/" + std::to_string(service) + "/status");
   for (std::string name; status >> name && name != "VmHWM:";) {
@@ -125,7 +125,7 @@ double PeakMemory(GPid service) {
   return kilobytes / kMebibyte;
 }
 
-/// A list of the guide service against a service that answers the same bytes.
+/// A list of the guide service against a service that replies with the same bytes.
 void GuideList(benchmark::State& state) {
   static DBusConnection* connection = bare::Open();
   const auto programmes = static_cast<int>(state.range(0));

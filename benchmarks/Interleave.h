@@ -7,20 +7,20 @@
 #include <string>
 #include <vector>
 
-/// One way to do what is measured.
+/// One way to perform the measured operation.
 struct Contender {
   std::string name;
   std::function<void()> run;
 };
 
-/// How much is measured at a time: enough to be long against what a clock costs.
+/// How much is measured at a time: enough to make the cost of reading a clock negligible.
 struct Sample {
   int runs;
   int operations;  ///< in one run
 };
 
-/// Measures the contenders in turn, in another order in each of the benchmark's iterations, so that
-/// what slows the machine down for a while slows all of them.
+/// Measures the contenders in turn, in a different order in each iteration of the benchmark, so
+/// that anything that slows the machine down for a while affects all of them.
 ///
 /// The counters get, per operation, "NAME wall" and "NAME cpu"
 /// (of the whole process) in seconds, and of each round's own quotients "FIRST/NAME wall" and

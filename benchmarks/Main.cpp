@@ -11,7 +11,7 @@
 
 namespace {
 
-/// The largest resident size of this process so far, in kilobytes.
+/// The peak resident size of this process so far, in kilobytes.
 void PrintPeak() {
   std::ifstream status("/proc/self/status");
   for (std::string name; status >> name && name != "VmHWM:";) {

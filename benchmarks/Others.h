@@ -14,7 +14,7 @@ namespace others {
 using Taker = std::function<void(std::string_view payload)>;
 
 GDBusConnection* OpenGDBus();
-/// `take` gets the payload in place.
+/// Passes the payload to `take` without a copy.
 void CallGDBus(GDBusConnection* connection, const char* method, const std::string& request,
                const Taker& take);
 

@@ -24,7 +24,7 @@ ESGProgramMap LibraryList(unsigned int programmes) {
   return list;
 }
 
-/// So many queries that do not block, each made with a callback, and their answers.
+/// Makes that many queries that do not block, and receives their replies.
 template <typename Ask>
 void LibraryLater(int count, Ask ask) {
   int found = 0;
@@ -57,7 +57,7 @@ void LibraryPresent() {
                 "the library found nothing");
 }
 
-/// Whether both have read all of the answer: nobody is faster by doing less.
+/// Checks that both have read the complete reply: none is faster by doing less.
 bool Agree(const ESGProgramMap& library, const hand::Programmes& floor) {
   return std::equal(library.begin(), library.end(), floor.begin(), floor.end(),
                     [](const auto& left, const auto& right) {
@@ -110,7 +110,7 @@ BENCHMARK(Query)->Arg(1)->Arg(100)->Iterations(11)->UseRealTime();
 BENCHMARK(Query)->Arg(1000)->Iterations(7)->UseRealTime();
 BENCHMARK(Query)->Arg(10000)->Iterations(5)->UseRealTime();
 
-/// The same without blocking, which is free to read the answer in another way.
+/// The same without blocking, which may read the reply in another way.
 void QueryLater(benchmark::State& state) {
   const auto programmes = static_cast<unsigned int>(state.range(0));
   const Connections& on = Open();

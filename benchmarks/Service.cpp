@@ -18,7 +18,7 @@
 namespace service {
 namespace {
 
-/// Texts are made when they are first asked for, which is before anything is measured.
+/// Creates a text on its first use, which is before any measurement.
 const std::string& Prepared(const std::string& method, std::string_view request) {
   static std::map<unsigned long, std::string> texts;
   constexpr std::string_view kCount = "\"duration\" : ";

@@ -6,11 +6,11 @@ namespace service {
 
 inline constexpr char kListener[] = "com.velmora.ESGCallListener.Listener";
 
-/// Answers from prepared texts, straight on libdbus: GetPresentProgram, GetProgramList ("duration"
-/// is the number of programmes), Echo, and Flood (event number and count), which has no answer but
-/// events.
+/// Replies with prepared texts, directly on libdbus: GetPresentProgram, GetProgramList ("duration"
+/// is the number of programmes), Echo, and Flood (event number and count), which emits events
+/// instead of a reply.
 [[noreturn]] void RunBare();
-/// Answers Echo through the library's listener, as kListener.
+/// Replies to Echo through the library's listener, as kListener.
 [[noreturn]] void RunListener();
 
 }  // namespace service

@@ -27,7 +27,7 @@ void Pop(ESGMessageBuffer& buffer) {
   }
 }
 
-/// At the end of a buffer that holds a million integers, against one that is nearly empty.
+/// Operations at the end of a buffer with a million integers, against one that is nearly empty.
 void BufferPush(benchmark::State& state) {
   ESGMessageBuffer full;
   int moves = 0;

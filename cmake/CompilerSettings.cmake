@@ -1,4 +1,4 @@
-# Language level for everything; warnings and sanitizers for what is compiled here.
+# The language level for all targets; warnings and sanitizers for the targets of this project.
 
 set(CMAKE_C_STANDARD 99)
 set(CMAKE_C_STANDARD_REQUIRED ON)

@@ -1,4 +1,4 @@
-# What the library itself stands on. Tools and tests look for theirs where they are built.
+# The dependencies of the library itself. Tools and tests find theirs in their own folders.
 
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)

@@ -1,5 +1,5 @@
-# Library, headers, CMake package, pkg-config file and Python module. All paths in them are relative to where they lie,
-# so that the installed tree can be moved. A component has the name of the Debian package with its files.
+# Library, headers, CMake package, pkg-config file and Python module. All paths in them are relative to their own
+# location, so that the installed tree can be moved. A component has the name of the Debian package with its files.
 
 include(CMakePackageConfigHelpers)
 
@@ -15,7 +15,7 @@ install(FILES platform/ESGExport.h
 install(FILES ${ESG_IPCS_HEADERS}
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/esg-client/IPCS COMPONENT libesg-client-dev)
 
-# Where Debian's interpreters look; it is the same for all of them.
+# The path that all of Debian's interpreters search.
 set(ESG_PYTHON_DIR "lib/python3/dist-packages" CACHE STRING
   "The folder of the Python module, below the prefix")
 install(FILES python/esg_client.py DESTINATION ${ESG_PYTHON_DIR} COMPONENT python3-esg-client)
@@ -30,7 +30,7 @@ install(FILES
   ${PROJECT_BINARY_DIR}/esg-client-config.cmake ${PROJECT_BINARY_DIR}/esg-client-config-version.cmake
   DESTINATION ${ESG_CMAKE_DIR} COMPONENT libesg-client-dev)
 
-# Both folders relative to the one of the .pc file.
+# Both folders, relative to that of the .pc file.
 set(ESG_PC_DIR "/${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 file(RELATIVE_PATH ESG_PC_PREFIX "${ESG_PC_DIR}" "/")
 string(REGEX REPLACE "/$" "" ESG_PC_PREFIX "${ESG_PC_PREFIX}")

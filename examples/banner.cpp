@@ -1,7 +1,7 @@
-// Keeps showing what is on: banner SERVICE-ID EVENT
+// Continuously shows the programme that is on: banner SERVICE-ID EVENT
 //
-// Asks again when the programme ends and at each EVENT, and prints what has changed. Nothing here
-// blocks the main loop: the answer comes as a callback.
+// Queries again when the programme ends and at each EVENT, and prints what has changed. Nothing
+// here blocks the main loop: a callback gets the result.
 
 #include <ESGAsync.h>
 #include <ESGEMSProxy.h>
@@ -19,27 +19,27 @@ namespace {
 
 constexpr std::uint32_t kUnixToNtp = 2208988800;
 
-/// How long a programme goes on, in milliseconds; negative when it is over.
+/// The remaining time of a programme in milliseconds; negative after its end.
 std::int64_t MillisecondsLeft(const FCESGProgramInfo& program) {
   const std::int64_t now = g_get_real_time() / 1000;
   const auto ntpNow = static_cast<std::uint32_t>(now / 1000 + kUnixToNtp);
-  // The difference in 32 bits is right also when the count of seconds begins again.
+  // The 32-bit difference is correct also when the count of seconds restarts at 0.
   const auto seconds =
       static_cast<std::int32_t>(program.GetStartTime() + program.Duration() - ntpNow);
   return std::int64_t{seconds} * 1000 - now % 1000;
 }
 
-/// All of it runs on the thread of the main loop.
+/// Runs entirely on the thread of the main loop.
 class Banner {
  public:
   explicit Banner(std::string serviceId) : m_serviceId(std::move(serviceId)) {}
 
   void Refresh() {
     if (m_isAsking) {
-      m_asksAgain = true;  // the answer under way may be older than the event
+      m_asksAgain = true;  // the reply may be older than the event
       return;
     }
-    m_isAsking = true;  // one at a time, however many events come
+    m_isAsking = true;  // one query at a time, however many events arrive
     ESGAsync::GetPresentProgram(
         m_serviceId, [this](const ESGFailure& failure, const FCESGProgramInfo& program) {
           m_isAsking = false;
@@ -53,10 +53,11 @@ class Banner {
   }
 
  private:
-  // A gap, an overlap and a change of the clock come without an end that could be waited for.
+  // A gap, an overlap or a change of the clock gives no end to wait for.
   static constexpr std::int64_t kAtMost = 30'000;
-  static constexpr std::int64_t kAtLeast = 1'000;  // a service that repeats itself is not flooded
-  static constexpr std::int64_t kBehind = 50;      // the service's clock may be a little slow
+  static constexpr std::int64_t kAtLeast =
+      1'000;  // limits the rate of queries if the reply does not change
+  static constexpr std::int64_t kBehind = 50;  // the clock of the service may be slightly slow
 
   void Show(const std::string& text) {
     if (text != m_shown) {
@@ -102,7 +103,7 @@ int main(int argc, char** argv) {
   if (events->SubscribeSignal(std::atoi(argv[2])) != 0) {
     return 1;
   }
-  banner.Refresh();  // after subscribing, so that no change falls between the two
+  banner.Refresh();  // after subscribing, so that no change is missed
 
   g_main_loop_run(g_main_loop_new(nullptr, FALSE));  // until the program is interrupted
 }

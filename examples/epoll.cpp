@@ -1,7 +1,7 @@
-// Shows what is on from a loop without GLib's: epoll SERVICE-ID EVENT
+// Shows the programme that is on, with an epoll loop instead of GLib's: epoll SERVICE-ID EVENT
 //
-// The loop waits in epoll_wait. It asks at the start, at each EVENT, and at each line on standard
-// input, which names another service. The end of the input ends it.
+// The loop waits in epoll_wait. It queries at the start, at each EVENT, and at each line on
+// standard input, which names another broadcast service. The end of the input ends the program.
 
 #include <ESGAsync.h>
 #include <ESGEMSProxy.h>
@@ -21,8 +21,8 @@
 
 namespace {
 
-/// GLib's default main context as one descriptor and a time limit, for any loop that can wait for
-/// those. It belongs to the thread of that loop.
+/// GLib's default main context as one descriptor and a timeout, for any loop that can wait for
+/// these. Use it only on the thread of that loop.
 class MainContext {
  public:
   MainContext() { g_main_context_acquire(m_context); }
@@ -33,10 +33,10 @@ class MainContext {
   MainContext(const MainContext&) = delete;
   MainContext& operator=(const MainContext&) = delete;
 
-  /// Readable when something is to be done.
+  /// Readable when the context has something to dispatch.
   int Descriptor() const { return m_epoll; }
 
-  /// To be called last before the loop waits: how long it may wait, in milliseconds; -1: for ever.
+  /// Call this immediately before the loop waits. Returns the timeout in milliseconds, -1 for none.
   int Prepare() {
     int priority = 0;
     int timeout = -1;
@@ -50,7 +50,7 @@ class MainContext {
     std::map<int, std::uint32_t> wanted;
     for (int i = 0; i < size; ++i) {
       const GPollFD& each = m_polled[static_cast<std::size_t>(i)];
-      wanted[each.fd] |= each.events;  // GLib's bits are those of poll, and those are epoll's
+      wanted[each.fd] |= each.events;  // GLib uses the bits of poll, which are those of epoll
     }
     for (const auto& [file, events] : m_watched) {
       if (wanted.count(file) == 0) {
@@ -60,7 +60,7 @@ class MainContext {
     for (const auto& [file, events] : wanted) {
       epoll_event event = {};
       event.events = events;
-      // One that was closed has left the set by itself, and its number may be in use again.
+      // A closed descriptor has left the set by itself, and its number may have been reused.
       if (epoll_ctl(m_epoll, EPOLL_CTL_MOD, file, &event) != 0) {
         epoll_ctl(m_epoll, EPOLL_CTL_ADD, file, &event);
       }
@@ -69,7 +69,7 @@ class MainContext {
     return timeout;
   }
 
-  /// To be called when the descriptor is readable or the time is over; does nothing otherwise.
+  /// Call this when the descriptor is readable or the timeout has expired; does nothing otherwise.
   void Dispatch() { g_main_context_iteration(m_context, FALSE); }
 
  private:
@@ -94,7 +94,7 @@ void Watch(int epoll, int file) {
   epoll_ctl(epoll, EPOLL_CTL_ADD, file, &event);
 }
 
-/// Asks for the services that the input names; false at its end.
+/// Queries the broadcast services that the input names. Returns false at the end of the input.
 bool ReadInput(std::string& pending) {
   char bytes[4096];
   const ssize_t size = read(STDIN_FILENO, bytes, sizeof bytes);

@@ -1,7 +1,7 @@
-// The least that can answer: minimal_service SECONDS
+// A minimal guide service: minimal_service SECONDS
 //
-// Answers GetPresentProgram for every service with a programme that changes every SECONDS seconds,
-// and emits event 5 at each change.
+// Replies to GetPresentProgram for every broadcast service with a programme that changes every
+// SECONDS seconds, and emits event 5 at each change.
 
 #include <ESGMarshal.h>
 #include <FCESGProgramInfo.h>
@@ -28,7 +28,7 @@ class Guide : public IESGCallListener {
  public:
   explicit Guide(unsigned int seconds) { m_program.SetDuration(seconds); }
 
-  /// Puts the next programme on air.
+  /// Starts the next programme.
   void Advance() {
     ++m_count;
     m_program.SetTitle("Programme " + std::to_string(m_count));
@@ -53,7 +53,7 @@ class Guide : public IESGCallListener {
   }
 
  private:
-  /// The members of the answer, "ret" only when there is one.
+  /// Returns the members of the reply; "ret" only if the query was successful.
   Json::Value Answer(const std::string& method, std::string request) const {
     Json::Value arguments;
     Json::Value reply(Json::objectValue);

@@ -1,12 +1,12 @@
-/* Prints when the programme on air now began and when it ends: now SERVICE-ID */
+/* Prints when the programme that is on now started and when it ends: now SERVICE-ID */
 
 #include <FCESGProgramAPI.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <time.h>
 
-/* The broadcast counts seconds from 1900, Unix from 1970. In 32 bits the subtraction wraps, so it
- * is right beyond 2036 as well, where the broadcast's count starts again. */
+/* The broadcast counts seconds from 1900, Unix from 1970. The 32-bit subtraction wraps, so it is also
+ * correct after 2036, when the count of the broadcast restarts at 0. */
 static time_t unix_time(unsigned int ntp) { return (time_t)(uint32_t)(ntp - 2208988800U); }
 
 static void print_time(const char* label, time_t when) {

@@ -3,8 +3,8 @@
     from esg_client import guide
     print(guide.present("tag:example.com,2026:pebblecove").title)
 
-Queries block until the service has answered, at most 25 seconds; any thread may ask. The first one
-of a process waits for the bus, about a minute at most, and ends the process when there is none.
+Queries block until the service has replied, at most 25 seconds. Any thread may query. The first
+query of a process waits for the bus, about a minute at most, and ends the process if there is none.
 """
 
 import collections
@@ -22,7 +22,7 @@ class _PollFD(ctypes.Structure):
     _fields_ = [("fd", ctypes.c_int), ("events", ctypes.c_ushort), ("revents", ctypes.c_ushort)]
 
 
-class _Handle(ctypes.c_void_p):  # with room for an owner
+class _Handle(ctypes.c_void_p):  # may have an owner as an attribute
     pass
 
 
@@ -33,7 +33,7 @@ _types = {"v": None, "i": ctypes.c_int, "u": ctypes.c_uint, "U": ctypes.c_uint64
 
 
 def _load(library, prefix, signatures):
-    """Declares functions of a library by their types, of the result first."""
+    """Declares functions of a library by their types, that of the result first."""
     for types, names in signatures.items():
         for name in names.split():
             function = getattr(library, prefix + name)
@@ -60,7 +60,7 @@ _esg = _load(ctypes.CDLL(os.environ.get("ESG_CLIENT_LIBRARY", "libesg-client.so.
 
 class GuideError(Exception):
     """Why an operation failed. `reason` is its number in FCESGGuide.h; `error_name` and
-    `error_text` are those of the D-Bus error, empty where there was none."""
+    `error_text` are those of the D-Bus error, empty if there was none."""
     reason, error_name, error_text = 0, "", ""
 
 
@@ -90,13 +90,13 @@ def _call(name, *arguments):
     _check(getattr(_esg, "FCESGGuide" + name)(*arguments))
 
 
-# Times are NTP seconds in 32 bits on the wire, which begin again in 2036.
+# Times on the bus are NTP seconds in 32 bits, which restart at 0 in 2036.
 _EPOCH = datetime.datetime(1970, 1, 1, tzinfo=datetime.timezone.utc)
 _SECOND, _NTP, _WRAP = datetime.timedelta(seconds=1), 2208988800, 1 << 32
 
 
 def _to_range(start, end):
-    """Start and seconds of what covers both times."""
+    """Start and duration of the range that covers both times."""
     if None in (start.utcoffset(), end.utcoffset()):
         raise ValueError("a time without a time zone")
     first, behind = (start - _EPOCH) // _SECOND, -((_EPOCH - end) // _SECOND)
@@ -105,7 +105,7 @@ def _to_range(start, end):
     return (first + _NTP) % _WRAP, behind - first
 
 
-# One picture of a programme; the numbers are pixels and bytes.
+# One picture of a programme. Sizes are in pixels and bytes.
 Icon = collections.namedtuple("Icon", "uri mime_type width height data_size")
 
 
@@ -124,7 +124,7 @@ class Program:
 
     @property
     def end(self):
-        """The moment at which it is over."""
+        """The time at which the programme ends."""
         return self.start + self.duration
 
 
@@ -160,15 +160,15 @@ def _ask_fragment(name, *arguments):
 
 
 def iterate():
-    """One turn of the default GLib main context: waits until there is something to do, and does it.
-    For a program without a main loop of its own, on one thread; a signal ends the wait."""
+    """Runs one iteration of the default GLib main context: waits for something to dispatch, and
+    dispatches it. For a program without its own main loop, on one thread. A signal ends the wait."""
     if threading.current_thread() is not threading.main_thread():
         return _glib.g_main_context_iteration(None, True)
     if not _pipe:
         _pipe[:] = os.pipe2(os.O_NONBLOCK | os.O_CLOEXEC)
     _woken.fd, _woken.revents = _pipe[0], 0
     before = signal.set_wakeup_fd(_pipe[1], warn_on_full_buffer=False)
-    try:  # a signal may end this anywhere, so what GLib polls has to stay
+    try:  # a signal may end this anywhere, so the descriptors that GLib polls must stay valid
         _glib.g_main_context_add_poll(None, _woken, 0)
         return _glib.g_main_context_iteration(None, True)
     finally:
@@ -179,9 +179,9 @@ def iterate():
 
 
 _woken, _pipe = _PollFD(-1, select.POLLIN), []
-# An event of the service. Its three integers are all -1 where it carries nothing.
+# An event of the service. Its three integers are all -1 if it carries none.
 Event = collections.namedtuple("Event", "number params")
-_handlers = {}  # by the key of Events: who takes an event, and who is kept for it
+_handlers = {}  # by the key of Events: the receiver of an event, and what it keeps alive
 
 
 @_EventFunction
@@ -191,8 +191,8 @@ def _on_event(number, param1, param2, param3, key):
 
 
 class Events:
-    """A subscription; see Guide.events(). It ends with close(), with the `with` that it is used in,
-    and without a callback also with a `for` over it, or when nothing refers to it any more."""
+    """A subscription; see Guide.events(). It ends with close() or at the end of its `with` block.
+    Without a callback, it also ends with a `for` loop over it, or when nothing refers to it."""
 
     def __init__(self, numbers, callback=None):
         self._identifiers = []
@@ -210,7 +210,7 @@ class Events:
             raise
 
     def close(self):
-        """Ends it; a `for` over it ends as well."""
+        """Ends the subscription, and a `for` loop over it."""
         _handlers.pop(id(self), None)
         self._waiting.clear()
         while self._identifiers:
@@ -236,11 +236,11 @@ class Events:
 
 
 class Guide:
-    """The guide. A failure raises a GuideError, "nothing found" included. Times are datetimes with
+    """The guide. Every failure raises a GuideError, also "nothing found". Times are datetimes with
     a time zone; a fragment is its XML text as bytes; `bb` is passed on to the service."""
 
     def present(self, service_id):
-        """The programme on air now on a service."""
+        """The programme that is on now on a broadcast service."""
         return _ask_program("PresentProgram", service_id)
 
     def next(self, program):
@@ -252,11 +252,11 @@ class Guide:
         return _ask_program("Program", program._record, -1)
 
     def item(self, service_id, content_id, time):
-        """The programme that shows a content on a service at a time."""
+        """The programme that shows a content on a broadcast service at a time."""
         return _ask_program("ProgramItem", service_id, content_id, _to_range(time, time)[0])
 
     def list(self, service_id, start, end):
-        """The programmes of a service that touch the time from `start` to `end`, by their start."""
+        """The programmes of a broadcast service that overlap `start` to `end`, in order of start."""
         programs = _ask("ProgramList", _esg.FCESGProgramListDispose, service_id,
                         *_to_range(start, end))
         elements = [_Handle(_esg.FCESGProgramListElement(programs, index))
@@ -266,33 +266,34 @@ class Guide:
         return sorted(map(_to_program, elements), key=lambda program: program.start)
 
     def schedule(self, service_id, start, end, bb=False):
-        """The schedule fragment of a service for a time range."""
+        """The schedule fragment of a broadcast service for a time range."""
         return _ask_fragment("Schedule", service_id, *_to_range(start, end), bb)
 
     def service(self, service_id, bb=False):
-        """The service fragment of a service."""
+        """The service fragment of a broadcast service."""
         return _ask_fragment("Service", service_id, bb)
 
     def content(self, service_id, start, end, bb=False):
-        """The content fragment that a service shows in a time range."""
+        """The content fragment that a broadcast service shows in a time range."""
         return _ask_fragment("Content", service_id, *_to_range(start, end), bb)
 
     def save_schedule(self, path, service_id, bb=False):
-        """Has the service, which opens the path, save the schedule fragment of a service."""
+        """Asks the guide service, which opens the path, to save a schedule fragment."""
         _call("SaveScheduleFragment", os.fsencode(path), service_id, bb)
 
     def save_service(self, path, service_id, bb=False):
-        """Has it save the service fragment of a service."""
+        """Asks the guide service to save a service fragment."""
         _call("SaveServiceFragment", os.fsencode(path), service_id, bb)
 
     def save_content(self, path, service_id, bb=False):
-        """Has it save the content fragment of a service."""
+        """Asks the guide service to save a content fragment."""
         _call("SaveContentFragment", os.fsencode(path), service_id, bb)
 
     def events(self, *numbers, callback=None):
-        """Subscribes to numbered events. Without a callback, a `for` over the result waits for them
-        and runs the default GLib main context meanwhile. With one, callback(event) is called when
-        that context runs, on its thread, until close(); an exception of it is shown and dropped."""
+        """Subscribes to numbered events. Without a callback, a `for` loop over the result waits for
+        them and runs the default GLib main context while it waits. With one, callback(event) is
+        called when that context runs, on its thread, until close(). An exception that leaves the
+        callback is printed and ignored."""
         return Events(numbers, callback)
 
 

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Functions that the scripts share. Sourced, from a script that has set -euo pipefail.
+# Functions that the scripts share. Source it from a script that has set -euo pipefail.
 
 ESG_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
@@ -8,13 +8,13 @@ esg_fail() {
   exit 1
 }
 
-# Runs a command silently; shows what it said only when it fails.
+# Runs a command silently; shows its output only if it fails.
 esg_quietly() {
   local said
   said=$("$@" 2>&1) || { printf '%s\n' "$said" >&2; return 1; }
 }
 
-# The packages of the list's groups that are not installed, one a line.
+# Prints the packages of some groups of the list that are not installed, one per line.
 esg_missing_packages() {
   comm -23 \
     <(awk -v groups=" $* " '
@@ -24,7 +24,7 @@ esg_missing_packages() {
     <(dpkg-query -W -f '${Package} ${db:Status-Status}\n' | awk '$2 == "installed" { print $1 }' | sort -u)
 }
 
-# Installs what is missing of some groups of the list; says nothing when nothing is.
+# Installs the missing packages of some groups of the list; prints nothing if none is missing.
 esg_install_packages() {
   if ! command -v apt-get dpkg-query >/dev/null; then
     printf 'No Debian packages here; scripts/packages.txt says what is needed.\n' >&2
@@ -51,7 +51,7 @@ esg_configure() {
   cmake --preset "$1" --log-level=WARNING >/dev/null
 }
 
-# Makes ESG_STATE, a folder that goes when the script ends, as does what esg_start has started.
+# Creates the folder ESG_STATE. At the end of the script, it is removed and all programs of esg_start are stopped.
 esg_start_session() {
   ESG_STATE=$(mktemp -d)
   ESG_STARTED=()
@@ -64,20 +64,20 @@ esg_end_session() {
   local pid
   for pid in "${ESG_STARTED[@]}"; do
     kill "$pid" 2>/dev/null || continue
-    # One after the other, so that no program loses its bus before it ends.
+    # In reverse order, one after the other, so that no program loses its bus before it ends.
     timeout 10 tail --pid="$pid" -f /dev/null || true
   done
   rm -rf "$ESG_STATE"
 }
 
-# Starts a program in the background and waits for the first line it prints, which is left in ESG_LINE.
+# Starts a program in the background and waits for its first line of output, which it stores in ESG_LINE.
 esg_start() {
   exec {ESG_OUTPUT}< <(exec setpriv --pdeathsig TERM "$@")
   ESG_STARTED=("$!" "${ESG_STARTED[@]}")
   IFS= read -r -t 30 ESG_LINE <&"$ESG_OUTPUT" || esg_fail "did not start: $*"
 }
 
-# Starts a private bus of type system, and points this process to it.
+# Starts a private bus of type system, and makes this process use it.
 esg_start_bus() {
   cat >"$ESG_STATE/bus.conf" <<CONFIG
 <!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
@@ -94,31 +94,31 @@ esg_start_bus() {
   </policy>
 </busconfig>
 CONFIG
-  # Without the privilege to raise its limits, the daemon complains and goes on; nobody needs to see it.
+  # Without the privilege to raise its limits, the daemon prints a warning and continues; the warning is hidden.
   esg_start sh -c 'exec dbus-daemon "$@" 2>/dev/null' sh \
     --config-file="$ESG_STATE/bus.conf" --nofork --nopidfile --nosyslog --print-address=1
   export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$ESG_STATE/bus
 }
 
-# Makes a Debian root: esg_make_root FOLDER RELEASE ARCH [OPTION...], with options for debootstrap.
+# Creates a Debian root: esg_make_root FOLDER RELEASE ARCH [OPTION...], with options for debootstrap.
 esg_make_root() {
   local root=$1 release=$2 arch=$3 mirror
   shift 3
-  # From where this machine takes its own packages, whichever release that is.
+  # Uses the package source of this machine, whatever its release.
   mirror=$(apt-get indextargets --format '$(REPO_URI)' \
     'Created-By: Packages' 'Origin: Debian' 'Label: Debian' 'Component: main' | head -n 1)
   [[ -n $mirror ]] || esg_fail 'apt has no Debian archive to take a root from'
   printf 'Making a root of %s for %s\n' "$release" "$arch" >&2
-  # The log of a failure lies inside.
+  # The log of a failure is inside.
   esg_quietly debootstrap --variant=minbase --arch="$arch" "$@" "$release" "$root" "$mirror" ||
     { tail -n 20 "$root/debootstrap/debootstrap.log" >&2 || true; esg_fail 'debootstrap failed'; }
   apt-config dump | grep -E '^Acquire::(Check|Retries|http|https)' >"$root/etc/apt/apt.conf.d/90machine" || true
-  # So that nothing of the system is started by an installation.
+  # Prevents an installation from starting services.
   printf '#!/bin/sh\nexit 101\n' >"$root/usr/sbin/policy-rc.d"
   chmod +x "$root/usr/sbin/policy-rc.d"
 }
 
-# A command in a root, in namespaces of its own, so that nothing stays mounted or running.
+# Runs a command in a root, in separate namespaces, so that nothing stays mounted or running.
 esg_inside() {
   unshare --mount --pid --fork --kill-child --mount-proc="$1/proc" bash -c '
     set -e
@@ -129,7 +129,7 @@ esg_inside() {
   ' "$@"
 }
 
-# Puts a copy of the project, without what was built, into a root at /src.
+# Copies the project, without build results, to /src in a root.
 esg_copy_project() {
   mkdir -p "$1/src"
   tar -C "$ESG_ROOT" --exclude=./build --exclude=./.git -cf - . | tar -C "$1/src" -xf -

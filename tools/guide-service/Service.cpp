@@ -67,7 +67,8 @@ void Service::Run() {
       },
       this);
   WatchFolder();
-  ReadFirst();
+  // Two threads: there are many small files, and the kernel's work on them takes the most time.
+  Take(Read(std::min(std::thread::hardware_concurrency(), 2U)));
   TakeName();
   m_bus->OnLost([this] {
     m_busLost = true;
@@ -96,15 +97,17 @@ void Service::Run() {
   }
 }
 
-// Two threads: the files of a guide are many and small, so the system's calls are what takes time.
-void Service::ReadFirst() {
+Service::Reading Service::Read(unsigned int threads) {
   Reading reading;
   try {
-    reading.guide = m_source.Read(std::min(std::thread::hardware_concurrency(), 2U));
+    reading.guide = m_source.Read(threads);
+    if (reading.guide != nullptr) {
+      WriteAliases(*reading.guide);
+    }
   } catch (const std::exception& fault) {
     reading.fault = fault.what();
   }
-  Take(std::move(reading));
+  return reading;
 }
 
 void Service::ReadAgain() {
@@ -113,12 +116,7 @@ void Service::ReadAgain() {
     return;
   }
   m_reading = std::async(std::launch::async, [this] {
-    Reading reading;
-    try {
-      reading.guide = m_source.Read(1);
-    } catch (const std::exception& fault) {
-      reading.fault = fault.what();
-    }
+    Reading reading = Read(1);
     g_idle_add_full(
         G_PRIORITY_DEFAULT,
         [](gpointer service) -> gboolean {
@@ -159,7 +157,6 @@ void Service::Take(Reading reading) {
   }
   ++m_generation;
   const Guide& guide = *reading.guide;
-  WriteAliases(guide);
   if (!isFirst) {
     m_report("a new guide: " + Counts(guide));
     m_emitter->Send(kGuideChanged, m_generation, static_cast<int>(guide.Services().size()),

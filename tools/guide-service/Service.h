@@ -59,7 +59,7 @@ class Service {
     std::string fault;
   };
 
-  void ReadFirst();
+  Reading Read(unsigned int threads);
   void ReadAgain();
   void Take(Reading reading);
   void WriteAliases(const Guide& guide);

@@ -97,6 +97,7 @@ void Query(benchmark::State& state) {
   const char* method = "GetProgramList";
   Interleave(state, {std::clamp(500 / static_cast<int>(programmes), 1, 100), 1},
              {{"library", [&] { LibraryList(programmes); }},
+              {"later", [&] { LibraryListLater(programmes); }},
               {"floor", [&] { hand::GetProgramList(on.libdbus, programmes); }},
               {"GDBus", [&] { others::CallGDBus(on.gdbus, method, request, &Ignore); }},
               {"sd-bus", [&] { others::CallSdBus(on.sdbus, method, request, &Ignore); }},

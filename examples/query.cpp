@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
       std::cout << program.Title() << '\n';
       return 0;
     }
-  } catch (const std::exception&) {  // an answer that cannot be read; its reason says so
+  } catch (const std::exception&) {  // an unreadable reply; the reason is then Unreadable
   }
   std::cerr << "query: " << ESGFailureText(ESGLastFailure().reason) << '\n';
   return 1;

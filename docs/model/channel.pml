@@ -1,4 +1,4 @@
-/* How the callers of a channel pass the reading on. README.md says what stands for what.
+/* How the callers of a channel pass the reading on. README.md maps the model to the code.
 
    A step is atomic where no other thread can tell the difference: a stretch that holds m_mutex is
    cut only between two uses of what m_mutex does not guard. */
@@ -7,20 +7,20 @@
 #define CALLERS 3
 #endif
 #ifndef LEAVERS
-#define LEAVERS 0 /* so many of them may leave early, and may never be answered */
+#define LEAVERS 0 /* the number of callers that may leave early, and may never get a reply */
 #endif
 #ifndef MAIL
-#define MAIL 0 /* so many events arrive as well, two at most */
+#define MAIL 0 /* the number of events that also arrive, at most two */
 #endif
 #ifndef LIMIT
-#define LIMIT 1 /* so many messages alive stop libdbus from reading */
+#define LIMIT 1 /* the number of messages alive at which libdbus stops reading */
 #endif
-#define MIN_LIVE 1 /* so many more than are given up, in any case */
+#define MIN_LIVE 1 /* always allowed in addition to those given up */
 #ifndef PLACES
-#define PLACES CALLERS /* so many calls may be outstanding */
+#define PLACES CALLERS /* the number of calls that may be outstanding */
 #endif
 
-/* Row m is the request of caller m, then its answer. Mail follows; the last is libdbus's own. */
+/* Row m is the call of caller m, then its reply. Mail follows; the last row is libdbus's own message. */
 #define ROWS 5
 #define DISCONNECTED 4
 #define NOBODY ROWS
@@ -38,7 +38,7 @@ bool readWatch = true, writeWatch;
 
 /* The channel */
 bool mutex;
-bool epollIn = true, epollOut; /* what the kernel watches the socket for */
+bool epollIn = true, epollOut; /* the socket events that the kernel watches */
 bool toggled, wakeUp;          /* event descriptors */
 bool hasToggled;               /* toggled may be set */
 bool isLost, isPolling, isScheduled;
@@ -46,7 +46,7 @@ byte reader = NOBODY;
 bool queued[ROWS], sent[ROWS], asleep[ROWS], isDone[ROWS];
 byte outstanding, givenUp;
 
-byte polls; /* so many callers poll */
+byte polls; /* the number of callers that poll */
 byte it;    /* scratch; zero between steps */
 
 #define IS_LEFT_OVER(m) (at[m] == LEFT_OVER)

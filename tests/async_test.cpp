@@ -57,14 +57,14 @@ TEST_F(Async, CallersThatBlockAndNestedLoopsGoOnBesideRequests) {
   for (int i = 0; i < 1000; ++i) {
     EXPECT_EQ(results[static_cast<std::size_t>(i)], std::to_string(i));
   }
-  // The caller that reads for all finds answers that the main loop is asked for.
+  // The caller that reads for all finds replies to requests, which the main loop delivers.
   Ask("held");
   guide.Release();
   AskAndWait("blocking");
   IterateUntil(1001);
   isDone = true;
   Join(callers);
-  // So do answers that libdbus would stop reading for.
+  // So do replies that are large enough to make libdbus stop reading.
   for (int i = 0; i < 4; ++i) {
     Ask("large");
   }

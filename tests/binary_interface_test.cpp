@@ -77,7 +77,7 @@ static_assert(sizeof(ECIPCClient) == sizeof(ECIPCManager), "ECIPCClient adds no 
 
 namespace {
 
-/// The places of virtual operations in their class's table: a pointer to one begins with the offset
+/// The places of virtual operations in their class's table: a pointer to one starts with the offset
 /// in the table, plus 1.
 template <class... Operations>
 std::vector<std::size_t> Slots(Operations... operations) {

@@ -25,7 +25,7 @@ class Echo : public IESGCallListener {
   std::atomic<int> calls{0};
 };
 
-/// An answer as a text: its number, length and bytes, or the name of its error.
+/// A reply as text: its number, length and bytes, or the name of its error.
 std::string Said(const MessagePtr& answer) {
   if (answer == nullptr) {
     return "nothing";
@@ -91,7 +91,7 @@ TEST_F(Listener, AnswersEachCallAndOutlivesTheWrongOnes) {
     EXPECT_EQ(log_capture::Count(line), 1) << line;
     EXPECT_EQ(log_capture::Lines().size(), 1U) << line;
   }
-  // What wants no answer gets none.
+  // A call that wants no reply gets none.
   const int before = listener.calls;
   for (const char* method : {"x", "large"}) {
     MessagePtr unanswered = MakeCall(kService, method, tooLarge);

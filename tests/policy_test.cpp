@@ -68,7 +68,7 @@ std::vector<std::string> Received(DBusConnection* connection) {
   return received;
 }
 
-/// Sends it; the name of the error that the bus answers with, if it does.
+/// Sends it. Returns the name of the error that the bus replies with, if any.
 std::string Send(DBusConnection* connection, const MessagePtr& message) {
   dbus_connection_send(connection, message.get(), nullptr);
   const std::vector<std::string> received = Received(connection);

@@ -233,7 +233,7 @@ void ExpectNoConnection() {
 }
 
 /// Each call after the end of the process-wide connection fails: in an atexit handler, in the
-/// destructor of a static object, and in a thread that goes on.
+/// destructor of a static object, and in a thread that continues.
 void CallAfterTheEnd() {
   static auto& late = NewPromise();
   static auto& done = NewPromise();

@@ -20,8 +20,8 @@ int CountIn(const std::string& text, const std::string& part) {
   return count;
 }
 
-/// Runs a program that ends in some way while this process answers its calls and sends it events.
-/// The program ends with status 0 where all went as it must.
+/// Runs a program that ends in some way while this process replies to its calls and sends it
+/// events. The program ends with status 0 where all went as it must.
 class ProcessEnd : public OnBus, public testing::WithParamInterface<Way> {
  protected:
   ~ProcessEnd() override {

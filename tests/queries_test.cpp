@@ -290,7 +290,7 @@ TEST_F(Queries, TellErrorsApart) {
   EXPECT_EQ(ESGLastFailure().reason, Reason::TooLarge);
 }
 
-/// An application's connection, which answers calls itself.
+/// A connection of the application, which replies to calls itself.
 struct OwnConnection : EIIPCConnection {
   bool Connect() override { return true; }
   bool AddMatchRule(int) override { return true; }
@@ -339,7 +339,7 @@ TEST_F(Queries, SucceedWithAnyResultButMinusOneAndAnyTrueVerdict) {
 }
 
 TEST_F(Queries, TakeHostileTextForWhatItSays) {
-  // The last member of a name counts, and nothing behind the end of the object.
+  // The last member of a name counts, and nothing after the end of the object.
   Variables variables;
   const std::string title("a\0\xff\x1b\u00e9", 6);
   const std::string twice = R"({"title":[],"ret":false,"title":")" + title + R"(","ret":true})";

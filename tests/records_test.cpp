@@ -75,7 +75,7 @@ void Check(const std::vector<Conversion>& conversions) {
   }
 }
 
-/// Which members are reset, kept, added to, replaced, and left behind in the source.
+/// Which members are reset, kept, added to, replaced, and left in the source.
 TEST(Records, AreReadAsTheProtocolPrescribes) {
   const char* program = R"({"Start":1,"duration":2,"eventID":"e","title":"t","synopsis":"s",
       "genre":"g","globalServiceId":"i","privateExt":{"contentIcons":[{"uri":"u"}]}})";

@@ -13,7 +13,7 @@
 #include "IPCS/ECNativeConnection.h"
 #include "Requests.h"
 
-// What waits for a time limit: 25 seconds for an answer, 60 for a bus.
+// Tests that wait for a time limit: 25 seconds for a reply, 60 for a bus.
 
 namespace {
 
@@ -113,7 +113,7 @@ TEST_F(TimeLimit, CallsThatGaveUpEndTogetherAndKeepTheirPlacesUntilALateAnswer) 
   EXPECT_TRUE(service.Peer().WaitForCalls(sent + 4));
   EXPECT_NE(other.Call(MakeCall(kService, "echo", "sentinel")), nullptr);
   EXPECT_EQ(service.Peer().Calls(), sent + 5);
-  // Late answers, which reach nobody, make room.
+  // Late replies, which have no receiver, make room.
   for (int i = 0; i < sent; ++i) {
     EXPECT_NE(service.Release(), "own");
   }

@@ -19,7 +19,7 @@ internal::ConnectionPtr OpenBus(internal::Error& error);
 /// A peer straight on libdbus, on a private connection and a thread of its own.
 class RawPeer {
  public:
-  /// Answers a method call, on the peer's thread; null leaves the caller without an answer.
+  /// Replies to a method call, on the peer's thread; null leaves the caller without a reply.
   using Handler = std::function<MessagePtr(DBusMessage* call)>;
 
   /// Returns when it is on the bus and owns `name`, if it is to have one; throws when it does not.
@@ -39,9 +39,9 @@ class RawPeer {
 
   /// Sends any message, from any thread; its serial number.
   dbus_uint32_t Send(MessagePtr message);
-  /// Sends a call and waits for its answer; null after ten seconds.
+  /// Sends a call and waits for its reply; null after ten seconds.
   MessagePtr Call(MessagePtr call);
-  /// The answer to the message of this serial number, if it is there.
+  /// The reply to the message with this serial number, if it has arrived.
   MessagePtr Answer(dbus_uint32_t serial);
 
   /// Returns when the bus has taken all that was sent before.

@@ -13,7 +13,7 @@ namespace esg::test {
 /// How many requests may be with the service at once.
 inline constexpr int kMaxOutstanding = 120;
 
-/// In this service's answers each programme has the id that was asked for as its title; for "large"
+/// In the replies of this service, the title of each programme is the requested id; for "large"
 /// it is 20 MiB.
 struct GuideService : Service {
   GuideService() : Service(&ShowId, kESGServiceName) {}

@@ -12,7 +12,7 @@ namespace esg::test {
 
 inline constexpr char kService[] = "com.velmora.Test";
 
-/// A service that answers with what it is sent, or as it is told. A call that has "held" in its
+/// A service that replies with what it receives, or as it is told. A call that has "held" in its
 /// method or payload waits for the test.
 class Service {
  public:
@@ -45,7 +45,7 @@ class Service {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_last;
   }
-  /// The call that has been held longest, for the test to answer.
+  /// The call that has been held longest, for the test to reply to.
   MessagePtr NextCall() { return m_held.Next(); }
   /// Answers that one; its payload.
   std::string Release() {

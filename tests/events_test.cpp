@@ -83,6 +83,40 @@ TEST_F(Signals, GoOnWhileTheConnectionMovesBetweenRunningContexts) {
   EXPECT_LE(OpenDescriptors(), before);
 }
 
+GMainContext* otherContext = nullptr;
+RawPeer* sender = nullptr;
+
+/// Moves to another context with the next signal there, and lets that context run.
+void OnSignalThatMoves(int number, ESGMessageBuffer& /*payload*/) {
+  if (number == 1) {
+    sender->Send(MakeSignal("Event", 2, "", Connection().GetConnectionId()));
+    sender->Sync();
+    Connection().SetGMainLoop(otherContext);
+    for (int i = 0; i < 20; ++i) {
+      std::promise<void> turn;
+      const GSourceFunc onTurn = [](gpointer promise) -> gboolean {
+        static_cast<std::promise<void>*>(promise)->set_value();
+        return G_SOURCE_REMOVE;
+      };
+      g_main_context_invoke_full(otherContext, G_PRIORITY_LOW, onTurn, &turn, nullptr);
+      turn.get_future().wait();
+    }
+  }
+  Inbound().Put({'E', number, ""});
+}
+
+TEST_F(Signals, ComeOneAtATimeThoughTheContextChangesMeanwhile) {
+  Receiver().SetEventCallbackFunction(&OnSignalThatMoves);
+  RawPeer peer;
+  sender = &peer;
+  otherContext = g_main_context_new();
+  const MainLoopThread otherLoop(otherContext);
+  const MainLoopThread defaultLoop;
+  peer.Send(MakeSignal("Event", 1, "", Connection().GetConnectionId()));
+  EXPECT_EQ(Inbound().Next(), Received('E', 1, ""));
+  EXPECT_EQ(Inbound().Next(), Received('E', 2, ""));
+}
+
 TEST_F(Signals, WithoutArgumentsEndTheProcess) {
   for (const char* member : {"Event", "Data"}) {
     EXPECT_DEATH(

@@ -132,6 +132,7 @@ bool ReadElements(ondemand::array& array, ESGProgramMap& programs) {
     auto node = fresh.extract(place);
     node.key() = read.key;
     const auto found = programs.insert(programs.end(), std::move(node));
+    // NOLINTNEXTLINE(bugprone-use-after-move): it keeps what is not inserted
     if (!node.empty()) {
       found->second = std::move(node.mapped());
     }

@@ -53,7 +53,8 @@ Value Carried(const Value& value) {
   plain["emitUTF8"] = true;
   Value carried = value;
   if (dbus_validate_utf8(Json::writeString(plain, value).c_str(), nullptr) != FALSE) {
-    assert(json::Parse(json::ToText(value), carried));
+    std::string text = json::ToText(value);
+    assert(ESGMarshal::ParseToJson(text, carried));
   }
   return carried;
 }

@@ -5,8 +5,8 @@
 #include <stdio.h>
 #include <time.h>
 
-/* The broadcast counts seconds from 1900, Unix from 1970. The 32-bit subtraction wraps, so it is also
- * correct after 2036, when the count of the broadcast restarts at 0. */
+/* The broadcast counts seconds from 1900, Unix from 1970. The 32-bit subtraction wraps, so it is
+ * also correct after 2036, when the count of the broadcast restarts at 0. */
 static time_t unix_time(unsigned int ntp) { return (time_t)(uint32_t)(ntp - 2208988800U); }
 
 static void print_time(const char* label, time_t when) {

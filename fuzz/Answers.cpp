@@ -8,6 +8,9 @@
 #include "Fuzz.h"
 #include "JsonText.h"
 
+namespace json = esg::json;
+namespace direct = esg::direct;
+
 namespace {
 
 fuzz::Goal programme{"a programme read directly"};

@@ -11,6 +11,8 @@
 #include "JsonText.h"
 #include "RecordMembers.h"
 
+namespace json = esg::json;
+
 namespace {
 
 using Json::Value;

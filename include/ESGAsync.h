@@ -14,11 +14,12 @@
 ///
 /// **Callbacks.** Each operation calls its callback once, on the thread that runs the default GLib
 /// main context, in the order in which the replies arrive. On that thread, no callback runs before
-/// its operation has returned; an operation on another thread may return after its callback has run.
-/// After a failure the result is empty. The callback is copied, and the copy is destroyed on that
-/// thread as well. It may make queries, cancel queries, and run a nested main loop, in which the
-/// callbacks of other queries run. It must not throw: an exception ends the process. A reply that
-/// cannot be converted gives the reason Unreadable, never an exception. A callback may be empty.
+/// its operation has returned; an operation on another thread may return after its callback has
+/// run. After a failure the result is empty. The callback is copied, and the copy is destroyed on
+/// that thread as well. It may make queries, cancel queries, and run a nested main loop, in which
+/// the callbacks of other queries run. It must not throw: an exception ends the process. A reply
+/// that cannot be converted gives the reason Unreadable, never an exception. A callback may be
+/// empty.
 ///
 /// **Blocking.** No operation waits for the service. The first operation of a process connects to
 /// the bus, exactly like the first query of IESGService. Call Connect() ahead of time to choose the

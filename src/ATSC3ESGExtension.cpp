@@ -2,6 +2,8 @@
 
 #include "RecordMembers.h"
 
+namespace json = esg::json;
+
 // NOLINTBEGIN(bugprone-macro-parentheses): the argument is a class
 // The constructors leave numbers uninitialised.
 #define ESG_DEFINE_RECORD(Record)                                  \

@@ -15,7 +15,7 @@
 
 #include "RecordMembers.h"
 
-namespace direct {
+namespace esg::direct {
 namespace {
 
 namespace ondemand = simdjson::ondemand;
@@ -202,9 +202,9 @@ class MemberReader {
 };
 
 }  // namespace
-}  // namespace direct
+}  // namespace esg::direct
 
-namespace json {
+namespace esg::json {
 
 template <>
 struct Members<direct::Element> {
@@ -242,9 +242,9 @@ struct Members<direct::Answer<std::string>> {
   }
 };
 
-}  // namespace json
+}  // namespace esg::json
 
-namespace direct {
+namespace esg::direct {
 namespace {
 
 template <class Record>
@@ -405,15 +405,15 @@ bool ReadInPieces(std::string_view text, ESGProgramMap& result, std::size_t piec
   return ReadListInPieces(text, std::clamp(piece, kBrackets, kPiece), result);
 }
 
-}  // namespace direct
+}  // namespace esg::direct
 
 #else
 
-bool direct::Read(std::string_view /*text*/, FCESGProgramInfo& /*result*/) { return false; }
-bool direct::Read(std::string_view /*text*/, ESGProgramMap& /*result*/) { return false; }
-bool direct::Read(std::string_view /*text*/, std::string& /*xmlFragment*/) { return false; }
-bool direct::ReadInPieces(std::string_view /*text*/, ESGProgramMap& /*result*/,
-                          std::size_t /*piece*/) {
+bool esg::direct::Read(std::string_view /*text*/, FCESGProgramInfo& /*result*/) { return false; }
+bool esg::direct::Read(std::string_view /*text*/, ESGProgramMap& /*result*/) { return false; }
+bool esg::direct::Read(std::string_view /*text*/, std::string& /*xmlFragment*/) { return false; }
+bool esg::direct::ReadInPieces(std::string_view /*text*/, ESGProgramMap& /*result*/,
+                               std::size_t /*piece*/) {
   return false;
 }
 

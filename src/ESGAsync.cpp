@@ -7,6 +7,10 @@
 #include "IPCS/internal/Calls.h"
 #include "Operations.h"
 
+namespace json = esg::json;
+namespace failure = esg::failure;
+namespace operations = esg::operations;
+
 namespace {
 
 namespace internal = esg::internal;

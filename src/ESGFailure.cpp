@@ -6,6 +6,8 @@
 
 #include "Failure.h"
 
+namespace failure = esg::failure;
+
 namespace {
 
 using Reason = ESGFailureReason;
@@ -48,7 +50,7 @@ Reason ReasonOfError(const CallFailure& call) {
 
 }  // namespace
 
-namespace failure {
+namespace esg::failure {
 
 Note& Last() {
   thread_local Note note{Reason::None, {}};
@@ -76,7 +78,7 @@ ESGFailureReason ReasonOf(const CallFailure& call) {
 
 ESGFailure ToFailure(const Note& note) { return {note.reason, note.call.name, note.call.text}; }
 
-}  // namespace failure
+}  // namespace esg::failure
 
 ESGFailure ESGLastFailure() { return failure::ToFailure(failure::Last()); }
 

@@ -3,6 +3,8 @@
 #include "JsonText.h"
 #include "RecordMembers.h"
 
+namespace json = esg::json;
+
 namespace {
 
 template <class Field>

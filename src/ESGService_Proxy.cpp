@@ -6,6 +6,10 @@
 #include "Log.h"
 #include "Operations.h"
 
+namespace json = esg::json;
+namespace failure = esg::failure;
+namespace operations = esg::operations;
+
 namespace {
 
 Json::Value WholeOf(const std::string& globalServiceId, bool bb) {
@@ -33,7 +37,7 @@ bool NoOutput(Json::Value& /*reply*/, operations::Nothing& /*result*/) { return 
 
 }  // namespace
 
-namespace operations {
+namespace esg::operations {
 
 Operation<FCESGProgramInfo> GetPresentProgram(const std::string& globalServiceId) {
   ESG_LOGI("Invoked: globalServiceId=%s \n", globalServiceId.c_str());
@@ -170,7 +174,7 @@ int Call(EIIPCConnection* connection, const char* method, const std::string& arg
   return called;
 }
 
-}  // namespace operations
+}  // namespace esg::operations
 
 std::atomic<ESGService_Proxy*> ESGService_Proxy::m_Instance{nullptr};
 

@@ -11,7 +11,7 @@
 #include "IESGService.h"
 
 class EIIPCConnection;
-namespace operations {
+namespace esg::operations {
 template <typename Result>
 struct Operation;
 }
@@ -58,7 +58,7 @@ class ESG_API ESGService_Proxy : public IESGService {
 
  private:
   template <typename Result>
-  ESG_LOCAL bool m_Perform(const operations::Operation<Result>& operation, Result& result);
+  ESG_LOCAL bool m_Perform(const esg::operations::Operation<Result>& operation, Result& result);
 
   EIIPCConnection* m_pConnection;
 

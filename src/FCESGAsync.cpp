@@ -9,6 +9,9 @@
 #include "FCESGGuide.h"
 #include "FlatInterface.h"
 
+namespace failure = esg::failure;
+namespace flat = esg::flat;
+
 namespace {
 
 using flat::Guarded;

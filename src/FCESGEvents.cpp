@@ -13,6 +13,9 @@
 #include "FlatInterface.h"
 #include "IPCS/EIIPCConnection.h"
 
+namespace failure = esg::failure;
+namespace flat = esg::flat;
+
 namespace {
 
 using flat::UserData;

@@ -8,6 +8,10 @@
 #include "FlatInterface.h"
 #include "Operations.h"
 
+namespace failure = esg::failure;
+namespace operations = esg::operations;
+namespace flat = esg::flat;
+
 namespace {
 
 using flat::AreGiven;

@@ -2,6 +2,8 @@
 
 #include "RecordMembers.h"
 
+namespace json = esg::json;
+
 FCESGProgramInfo::~FCESGProgramInfo() = default;
 
 void FCESGProgramInfo::SetStartTime(unsigned int startTime) { m_startTime = startTime; }

@@ -4,7 +4,7 @@
 #include "ESGFailure.h"
 #include "IPCS/internal/Calls.h"
 
-namespace failure {
+namespace esg::failure {
 
 /// What an operation stores about its failure. It has no destructor: see CallFailure.
 struct Note {
@@ -18,6 +18,6 @@ Note& Last();
 ESGFailureReason ReasonOf(const esg::internal::CallFailure& call);
 ESGFailure ToFailure(const Note& note);
 
-}  // namespace failure
+}  // namespace esg::failure
 
 #endif

@@ -21,7 +21,7 @@ struct FCESGProgramList {
 };
 
 /// Functions that the files of the C interface share.
-namespace flat {
+namespace esg::flat {
 
 inline constexpr char kNull[] = "an argument is null";
 
@@ -87,6 +87,6 @@ inline UserData Keep(void* userData, FCESGDestroy destroy) {
           }};
 }
 
-}  // namespace flat
+}  // namespace esg::flat
 
 #endif

@@ -23,7 +23,7 @@
 /// looking up an absent list or nested record adds it as null. Over a constant value, it reads the
 /// same fields and raises the same exceptions, but does not change the value and copies nothing.
 /// The library uses the second form if nothing can see the value afterwards.
-namespace json {
+namespace esg::json {
 
 template <class Record>
 struct Members;
@@ -170,6 +170,6 @@ void Read(Source& source, Record& record) {
   Members<Record>::Each(reader, record);
 }
 
-}  // namespace json
+}  // namespace esg::json
 
 #endif

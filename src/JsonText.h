@@ -11,7 +11,7 @@
 /// Every call has its own writer and reader. The factories are shared: filling in their default
 /// settings costs as much as a small reply, and after that they are only read. They are never
 /// destroyed, because other threads may still call while the process ends.
-namespace json {
+namespace esg::json {
 
 inline std::string ToText(const Json::Value& value) {
   static const auto* const factory = new Json::StreamWriterBuilder();
@@ -28,6 +28,6 @@ inline bool Parse(Json::CharReader& reader, const std::string& text, Json::Value
   return reader.parse(text.data(), text.data() + text.size(), &result, &errors);
 }
 
-}  // namespace json
+}  // namespace esg::json
 
 #endif

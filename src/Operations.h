@@ -18,7 +18,7 @@ class EIIPCConnection;
 
 /// The ten operations of the service, each defined once for blocking and non-blocking queries.
 /// Creating one writes its log line.
-namespace operations {
+namespace esg::operations {
 
 /// The result of an operation without an output.
 struct Nothing {};
@@ -109,6 +109,6 @@ bool AskDirectly(const Operation<Result>& operation, Result& result) {
   return TakeDirectly(operation.read, called, PayloadOf(response), result, failure::Last());
 }
 
-}  // namespace operations
+}  // namespace esg::operations
 
 #endif

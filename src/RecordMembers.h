@@ -22,7 +22,7 @@ struct FCESGProgramInfoMembers {
   }
 };
 
-namespace json {
+namespace esg::json {
 
 template <>
 struct Members<FCESGProgramInfo> : FCESGProgramInfoMembers {};
@@ -118,6 +118,6 @@ struct Members<ATSC3ESGExtension::PrivateExt> {
   }
 };
 
-}  // namespace json
+}  // namespace esg::json
 
 #endif

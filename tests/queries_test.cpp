@@ -159,7 +159,7 @@ class Queries : public OnBus {
     SCOPED_TRACE(operation.name);
     m_service.Set(respond);
     Variables later = variables;
-    const ESGFailure failure = RunLater(operation, later);
+    ESGFailure failure = RunLater(operation, later);
     const std::string request = m_service.LastCall().bytes;
     const std::vector<std::string> lines[] = {Logged(4), Logged(6)};
     log_capture::Clear();

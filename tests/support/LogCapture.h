@@ -5,10 +5,8 @@
 #include <string_view>
 #include <vector>
 
-namespace esg::test {
-
 /// The platform's log and assertion routine in a test: they remember what they are told.
-namespace log_capture {
+namespace esg::test::log_capture {
 
 struct Line {
   int priority;
@@ -34,8 +32,6 @@ void Clear();
 /// Writes what comes from now on to standard error as well, for a test of a process that ends.
 void Echo();
 
-}  // namespace log_capture
-
-}  // namespace esg::test
+}  // namespace esg::test::log_capture
 
 #endif

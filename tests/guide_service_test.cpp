@@ -9,6 +9,7 @@
 #include "BusTest.h"
 #include "ChildProgram.h"
 #include "RawPeer.h"
+#include "Sanitizers.h"
 #include "TemporaryFolder.h"
 
 namespace {
@@ -149,18 +150,19 @@ TEST_F(ServiceOnBus, EndsWithinASecondWhenTheBusTakesNothingMore) {
   const auto start = std::chrono::steady_clock::now();
   flood.service->Signal(SIGTERM);
   EXPECT_EQ(flood.service->Wait(), 0);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(kSanitized ? 5 : 1));
 }
 
 TEST(ServiceWithoutBus, AnswersOthersOnABusWithTheLimits) {
   PrivateBus bus("", "<include>" LIMITS_FILE "</include>");
   bus.Start();
   Flood flood;
-  int waits = 0;
-  while (!flood.Answers()) {
-    ASSERT_LT(++waits, 20);
+  // At first it is busy.
+  int answered = 0;
+  for (int i = 0; i < 40 && answered < 2; ++i) {
+    answered = flood.Answers() ? answered + 1 : 0;
   }
-  EXPECT_TRUE(flood.Answers());
+  EXPECT_EQ(answered, 2);
 }
 
 TEST_F(ServiceOnBus, SaysWhyItCannotServe) {

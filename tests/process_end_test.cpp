@@ -24,7 +24,7 @@ int CountIn(const std::string& text, const std::string& part) {
 /// events. The program ends with status 0 where all went as it must.
 class ProcessEnd : public OnBus, public testing::WithParamInterface<Way> {
  protected:
-  ~ProcessEnd() override {
+  void TearDown() override {
     m_isDone = true;
     Join(m_sender);
   }

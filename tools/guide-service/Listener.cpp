@@ -221,14 +221,16 @@ std::string GuideListener::SaveScheduleFragment(Json::Value& request) {
   const std::string id = ServiceId(request);
   const Guide::Service* service = m_guide->Find(id);
   const Kept* present = m_guide->Schedule(id, {m_now(), 1});
-  return service == nullptr ? "" : Save(request, present ? present : service->firstSchedule);
+  return service == nullptr ? ""
+                            : Save(request, present != nullptr ? present : service->firstSchedule);
 }
 
 std::string GuideListener::SaveContentFragment(Json::Value& request) {
   const std::string id = ServiceId(request);
   const Guide::Service* service = m_guide->Find(id);
   const Kept* present = m_guide->Content(id, {m_now(), 1});
-  return service == nullptr ? "" : Save(request, present ? present : service->firstContent);
+  return service == nullptr ? ""
+                            : Save(request, present != nullptr ? present : service->firstContent);
 }
 
 std::string GuideListener::SaveServiceFragment(Json::Value& request) {

@@ -50,7 +50,7 @@ class GuideListener : public IESGCallListener {
   std::string SaveServiceFragment(Json::Value& request);
   std::string SaveContentFragment(Json::Value& request);
 
-  std::string Answer(const std::string& method, const std::string& text);
+  std::string Answer(const std::string& name, const std::string& text);
   bool Load(const Kept* fragment, std::string& bytes) const;
   std::string Read(const Kept* fragment) const;
   std::string Save(Json::Value& request, const Kept* fragment) const;

@@ -36,6 +36,8 @@ std::atomic<int> largeCalls{0};
 std::atomic<int> calls{0};
 std::atomic<int> failures{0};
 std::atomic<int> ownEvents{0};
+auto& ownEventMutex = *new std::mutex;
+auto& ownEventCame = *new std::condition_variable;
 
 void Sleep(int milliseconds) {
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
@@ -236,7 +238,11 @@ void OnEvent(int number, ESGMessageBuffer& payload) {
     thread.join();
   }
   isInside = false;
-  ownEvents += isOwn ? 1 : 0;
+  {
+    const std::lock_guard<std::mutex> lock(ownEventMutex);
+    ownEvents += isOwn ? 1 : 0;
+  }
+  ownEventCame.notify_all();
 }
 
 void PrintWork() {
@@ -289,11 +295,14 @@ int main(int /*argc*/, char** argv) {
   stopping = true;
   Join(threads);
   const Task task("the events posted", Limit());
-  while (!round.losesBus && ownEvents < posted) {
-    Sleep(20);
+  std::unique_lock<std::mutex> lock(ownEventMutex);
+  while (!round.losesBus && !ownEventCame.wait_for(lock, std::chrono::milliseconds(20),
+                                                   [&] { return ownEvents >= posted; })) {
+    lock.unlock();
     Post(++posted);  // the rest of one goes out with the next
-    Sleep(20);
+    lock.lock();
   }
+  lock.unlock();
   delete loop;
   PrintWork();
   return EXIT_SUCCESS;

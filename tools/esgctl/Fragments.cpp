@@ -7,35 +7,19 @@
 #include <regex>
 #include <string_view>
 
-#include "Text.h"
+#include "common/Xml.h"
 
 namespace esgctl {
 namespace {
 
-std::string_view LocalName(std::string_view name) { return name.substr(name.find(':') + 1); }
-
-std::string Clean(std::string_view text) {
-  text = Trimmed(text);
-  if (text.empty()) {
-    return {};
-  }
-  g_autofree char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
-  return valid;
-}
-
-std::string Attribute(const pugi::xml_node& node, std::string_view name) {
-  for (const pugi::xml_attribute& attribute : node.attributes()) {
-    if (LocalName(attribute.name()) == name) {
-      return Clean(attribute.value());
-    }
-  }
-  return {};
-}
+using esg::tools::Attribute;
+using esg::tools::CleanText;
+using esg::tools::LocalName;
 
 /// <Name text="Title"/> or <Name>Title</Name>.
 std::string Text(const pugi::xml_node& node) {
   std::string text = Attribute(node, "text");
-  return text.empty() ? Clean(node.child_value()) : text;
+  return text.empty() ? CleanText(node.child_value()) : text;
 }
 
 void Add(std::vector<std::string>& list, std::string text) {

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "Genre.h"
-#include "common/Text.h"
+#include "common/Xml.h"
 
 namespace esg::guide {
 namespace {
@@ -19,34 +19,13 @@ using ATSC3ESGExtension::CESGDescription;
 using ATSC3ESGExtension::CESGIcon;
 using ATSC3ESGExtension::CESGPreview;
 using ATSC3ESGExtension::CESGPrivateExt;
+using tools::Attribute;
+using tools::CleanText;
+using tools::LocalName;
 
 // Longer than any programme, to tell a window across the end of the NTP era from one that ends
 // before it begins.
 constexpr std::uint32_t kLongestWindow = 7 * 24 * 3600;
-
-std::string_view LocalName(const char* name) {
-  const char* colon = std::strchr(name, ':');
-  return colon != nullptr ? colon + 1 : name;
-}
-
-std::string Clean(std::string_view text) {
-  text = tools::Trimmed(text);
-  const auto size = static_cast<gssize>(text.size());
-  if (g_utf8_validate(text.data(), size, nullptr) != FALSE) {
-    return std::string(text);
-  }
-  g_autofree char* valid = g_utf8_make_valid(text.data(), size);
-  return valid;
-}
-
-std::string Attribute(const pugi::xml_node& node, std::string_view name) {
-  for (const pugi::xml_attribute& attribute : node.attributes()) {
-    if (LocalName(attribute.name()) == name) {
-      return Clean(attribute.value());
-    }
-  }
-  return {};
-}
 
 std::string Content(const pugi::xml_node& node) {
   std::string text;
@@ -55,7 +34,7 @@ std::string Content(const pugi::xml_node& node) {
       text += child.value();
     }
   }
-  return Clean(text);
+  return CleanText(text);
 }
 
 // <Name text="Title"/> or <Name>Title</Name>.
@@ -353,7 +332,7 @@ std::shared_ptr<const Fragment> FragmentParser::Parse(char* bytes, std::size_t s
     }
     fragment->body = std::move(content);
   } else {
-    report("not a fragment of a guide, left out: its root is " + Clean(root.name()));
+    report("not a fragment of a guide, left out: its root is " + CleanText(root.name()));
     return nullptr;
   }
   if (rawAmpersand) {

@@ -27,7 +27,7 @@ void Append(DBusMessage* message, int headType, const void* head, std::string_vi
 
 void Require(bool done, const char* what) {
   if (!done) {
-    std::fprintf(stderr, "esg-bench: %s\n", what);
+    std::fprintf(stderr, "esg-client-bench: %s\n", what);
     std::exit(1);
   }
 }

@@ -82,7 +82,8 @@ struct Writer {
   long begin = (std::time(nullptr) / kDay) * kDay + 2208988800L;
 };
 
-/// One content for each programme. A new guide has all schedules and the contents of one day anew.
+/// One content for each programme. A new guide has new versions of all schedules, and of the
+/// contents of one day.
 void WriteGuide(const std::string& folder, bool isNew) {
   const Writer writer{folder, isNew ? "2" : "1"};
   for (int service = 0; service < kServices; ++service) {
@@ -96,7 +97,7 @@ void WriteGuide(const std::string& folder, bool isNew) {
     }
   }
   if (isNew) {
-    writer.Service(kServices);  // tells it from what it was while it was being written
+    writer.Service(kServices);  // the number of services then shows that the guide is complete
   }
 }
 

@@ -22,10 +22,10 @@ struct Sample {
 /// Measures the contenders in turn, in a different order in each iteration of the benchmark, so
 /// that anything that slows the machine down for a while affects all of them.
 ///
-/// The counters get, per operation, "NAME wall" and "NAME cpu"
-/// (of the whole process) in seconds, and of each round's own quotients "FIRST/NAME wall" and
-/// "FIRST/NAME cpu". Each is a median and has a counter "... spread" beside it, half the distance
-/// between the quartiles.
+/// The counters "NAME wall" and "NAME cpu" are the times of one operation in seconds; the CPU time
+/// is that of the whole process. "FIRST/NAME wall" and "FIRST/NAME cpu" are the ratios within a
+/// round. Each counter is a median. A counter whose name ends in "spread" is half the interquartile
+/// range.
 void Interleave(benchmark::State& state, Sample sample, const std::vector<Contender>& contenders);
 
 #endif

@@ -23,10 +23,11 @@ void PrintPeak() {
 
 }  // namespace
 
-/// esg-bench --serve bare|listener: a service. esg-bench --peak library|floor: the memory that one
-/// list of 10,000 programmes takes. esg-bench --guide DIR: the guide for the benchmark of the guide
-/// service. esg-bench --scale PROGRAM DIR: that service with a large guide. Otherwise the
-/// benchmarks, with Google Benchmark's own options.
+/// esg-client-bench --serve bare|listener: a service.
+/// esg-client-bench --peak library|floor: the memory that one list of 10,000 programmes takes.
+/// esg-client-bench --guide DIR: the guide for the benchmark of the guide service.
+/// esg-client-bench --scale PROGRAM DIR: that service with a large guide.
+/// Otherwise the benchmarks, with Google Benchmark's own options.
 int main(int argc, char** argv) {
   const std::string command = argc >= 3 ? argv[1] : "";
   if (command == "--serve") {

@@ -1,8 +1,8 @@
-"""Turns what the benchmarks measured into a table, a JSON file and a plot.
+"""Makes a table, a JSON file and a plot of the measurements: report.py FOLDER [--check]
 
-report.py FOLDER [--check], where FOLDER holds benchmarks-*.json, as Google Benchmark wrote them, one
-for each process, peaks.txt, lines "library|floor KILOBYTES", and scale.txt, of the guide service with a
-large guide. Writes results.json and queries.svg there.
+FOLDER contains benchmarks-*.json, which Google Benchmark has written, one for each process; peaks.txt,
+with lines "CONTENDER KILOBYTES"; and scale.txt, for the guide service with a large guide. The results
+go to results.json and queries.svg in FOLDER.
 """
 
 import json
@@ -23,7 +23,7 @@ CONTENDERS = {  # in the plot: label, colour, dashes, width
 
 
 class Ratio:
-    """A median with its spread, half the distance between the quartiles."""
+    """A median with its spread, which is half the interquartile range."""
 
     def __init__(self, value, spread):
         self.value = value
@@ -35,7 +35,7 @@ class Ratio:
 
 class Measured:
     def __init__(self, folder):
-        self.runs = {}  # of each benchmark, one of every process
+        self.runs = {}  # for each benchmark, one from every process
         for file in sorted(folder.glob("benchmarks-*.json")):
             for run in json.loads(file.read_text())["benchmarks"]:
                 self.runs.setdefault(run["name"].split("/iterations:")[0], []).append(run)
@@ -97,7 +97,7 @@ def rows(measured):
     yield "one small call: wall time, bare libdbus", of("Threads/1", "library/libdbus wall"), "<=", 1.05
     yield "one small call: CPU time, bare libdbus", of("Threads/1", "library/libdbus cpu"), None, None
     yield "answers per second, bare libdbus loop", of("Answers", "library/libdbus wall").inverse(), None, None
-    # Constant time, give or take what caches do.
+    # Constant time, apart from the effects of caches.
     yield "push one integer behind a million : few", of("BufferPush", "million/empty cpu"), "<=", 1.5
     yield "pop one integer of a million : few", of("BufferPop", "million/empty cpu"), "<=", 1.5
     moves = Ratio(measured.median("BufferPush", "reallocations") / 1e6, 0)

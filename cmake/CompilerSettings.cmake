@@ -8,8 +8,8 @@ set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 
 # Link it privately to get the project's warnings.
-add_library(esg-compiler-settings INTERFACE)
-target_compile_options(esg-compiler-settings INTERFACE
+add_library(esg-client-compiler-settings INTERFACE)
+target_compile_options(esg-client-compiler-settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<BOOL:${ESG_WARNINGS_AS_ERRORS}>:-Werror>)
 

@@ -47,17 +47,18 @@ class Banner {
           if (std::exchange(m_asksAgain, false)) {
             Refresh();
           } else {
-            RefreshIn(failure ? kAtMost : MillisecondsLeft(program) + kBehind);
+            RefreshIn(failure ? kMaxWait : MillisecondsLeft(program) + kMargin);
           }
         });
   }
 
  private:
   // A gap, an overlap or a change of the clock gives no end to wait for.
-  static constexpr std::int64_t kAtMost = 30'000;
-  static constexpr std::int64_t kAtLeast =
-      1'000;  // limits the rate of queries if the reply does not change
-  static constexpr std::int64_t kBehind = 50;  // the clock of the service may be slightly slow
+  static constexpr std::int64_t kMaxWait = 30'000;
+  // Limits the rate of queries if the reply does not change.
+  static constexpr std::int64_t kMinWait = 1'000;
+  // The clock of the service may be slightly slow.
+  static constexpr std::int64_t kMargin = 50;
 
   void Show(const std::string& text) {
     if (text != m_shown) {
@@ -75,7 +76,7 @@ class Banner {
     if (m_timer != 0) {
       g_source_remove(m_timer);
     }
-    milliseconds = milliseconds < 0 ? kAtLeast : std::min(milliseconds, kAtMost);
+    milliseconds = milliseconds < 0 ? kMinWait : std::min(milliseconds, kMaxWait);
     m_timer = g_timeout_add(static_cast<guint>(milliseconds), refresh, this);
   }
 

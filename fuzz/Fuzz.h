@@ -1,7 +1,7 @@
 #ifndef FUZZ_FUZZ_H
 #define FUZZ_FUZZ_H
 
-// A failed check is a finding, in every build type.
+// A failed check is a finding in every type of build.
 #undef NDEBUG
 #include <cassert>
 #include <cstdint>
@@ -17,19 +17,19 @@ namespace fuzz {
 
 inline unsigned long inputs = 0;
 
-/// What the fuzzer offers, taken off its front.
+/// The input of the fuzzer, which is taken from its front.
 struct Input {
   Input(const std::uint8_t* data, std::size_t size)
       : rest(reinterpret_cast<const char*>(data), size) {
     ++inputs;
   }
-  /// That many bytes, or as many as there are.
+  /// The next bytes, or as many as are left.
   std::string Bytes(std::size_t size = std::string::npos) {
     std::string bytes(rest.substr(0, size));
     rest.remove_prefix(bytes.size());
     return bytes;
   }
-  /// A number; 0 where nothing is left.
+  /// The next number. Bytes that are missing are 0.
   template <class Number>
   Number Take() {
     Number number = 0;
@@ -41,13 +41,13 @@ struct Input {
   std::string_view rest;
 };
 
-/// A static object for a place that a target is there to get to: a run that did not fails when the
-/// process ends. Not so one over a single input, which is how a finding is looked into; libFuzzer
-/// puts an empty input in front of it.
+/// A static object for a case that a target must reach with some of its inputs. If none reaches it,
+/// the process fails when it ends. A run over one input does not: that is how a finding is
+/// examined. libFuzzer precedes it by an empty input.
 struct Goal {
   ~Goal() {
     if (!reached && inputs > 2) {
-      std::fprintf(stderr, "None of %lu inputs got to: %s\n", inputs, name);
+      std::fprintf(stderr, "None of %lu inputs reached: %s\n", inputs, name);
       std::_Exit(EXIT_FAILURE);
     }
   }

@@ -1,23 +1,25 @@
-// JSON text to every record, by both readers, and back.
+// JSON text to every record and to the result of every query. All readers agree, and records
+// survive the way to JSON and back.
 
 #include <dbus/dbus.h>
 
-#include <type_traits>
 #include <typeinfo>
 
 #include "ATSC3ESGExtension.h"
+#include "DirectReader.h"
 #include "ESGMarshal.h"
 #include "Fuzz.h"
 #include "JsonText.h"
 #include "RecordMembers.h"
 
 namespace json = esg::json;
+namespace direct = esg::direct;
 
 namespace {
 
 using Json::Value;
 
-/// The map in the manner of a record; it has no reader of constant values.
+/// The other results in the manner of a record. They have no reader of constant values.
 struct Programs : ESGProgramMap {
   static bool ToJson(Programs programs, Value& target) {
     return ESGMarshal::ESGProgramMapToJson(programs, target);
@@ -26,12 +28,22 @@ struct Programs : ESGProgramMap {
     return ESGMarshal::JsonToESGProgramMap(source, programs);
   }
 };
+struct Xml : std::string {
+  static bool ToJson(Xml xml, Value& target) { return ESGMarshal::XmlToJson(xml, target); }
+  static bool FromJson(Value& source, Xml& xml) { return ESGMarshal::JsonToXml(source, xml); }
+};
+template <class Record>
+constexpr bool kHasMembers = !std::is_same_v<Record, Programs> && !std::is_same_v<Record, Xml>;
 
 template <class Record>
 fuzz::Goal withContent{typeid(Record).name()};
-fuzz::Goal tooDeep{"more levels than the JSON library takes"};
+template <class Result>
+fuzz::Goal readDirectly{typeid(Result).name()};
+fuzz::Goal readInPieces{"a list read in two pieces"};
+fuzz::Goal declined{"declined directly, and read by the JSON library"};
+fuzz::Goal tooDeep{"more levels than the JSON library accepts"};
 
-/// What is raised; empty when nothing is.
+/// The text of the exception that is raised; empty if there is none.
 template <class Work>
 std::string Raised(Work work) {
   try {
@@ -49,7 +61,7 @@ Value Written(const Record& record) {
   return target;
 }
 
-/// Through text where it can be: the JSON library does not keep what is not UTF-8.
+/// Goes through text if it can: the JSON library does not keep what is not UTF-8.
 Value Carried(const Value& value) {
   Json::StreamWriterBuilder plain;
   plain["emitUTF8"] = true;
@@ -62,22 +74,19 @@ Value Carried(const Value& value) {
 }
 
 template <class Record>
-void Run(const Value& value) {
+void CheckRecord(const Value& value) {
   Record record;
   Value source = value;
   const std::string raised = Raised([&] { assert(Record::FromJson(source, record)); });
-  if constexpr (!std::is_same_v<Record, Programs>) {
+  if constexpr (kHasMembers<Record>) {
     Record other;
     assert(Raised([&] { json::Read(value, other); }) == raised);
     assert(!raised.empty() || Written(other) == Written(record));
   }
-  static const Value empty = [] {
-    Value nothing;
-    Record blank;
-    Record::FromJson(nothing, blank);
-    return Written(blank);
-  }();
-  if (raised.empty() && Written(record) != empty) {
+  Value nothing;
+  Record empty;
+  Record::FromJson(nothing, empty);
+  if (raised.empty() && Written(record) != Written(empty)) {
     withContent<Record>.reached = true;
     Value carried = Carried(Written(record));
     Record again;
@@ -86,8 +95,30 @@ void Run(const Value& value) {
 }
 
 template <class... Records>
-void RunAll(const Value& value) {
-  (Run<Records>(value), ...);
+void CheckRecords(const Value& value) {
+  (CheckRecord<Records>(value), ...);
+}
+
+/// Reads an answer as a blocking query of C++ does.
+template <class Result>
+bool ReadAnswer(Value answer, Result& result) {
+  bool isRead = false;
+  const std::string raised =
+      Raised([&] { isRead = answer["ret"].asBool() && Result::FromJson(answer, result); });
+  return raised.empty() && isRead;
+}
+
+/// The direct reader reads the same, or declines.
+template <class Result, class Reader>
+void CheckAnswer(const std::string& text, const Value& value, Reader readDirectly,
+                 fuzz::Goal& goal) {
+  Result result;
+  Result expected;
+  const bool isRead = readDirectly(text, result);
+  const bool isReadable = ReadAnswer(value, expected);
+  assert(!isRead || (isReadable && Written(result) == Written(expected)));
+  goal.reached |= isRead;
+  declined.reached |= isReadable && !isRead;
 }
 
 }  // namespace
@@ -96,11 +127,22 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace ATSC3ESGExtension;  // NOLINT(google-build-using-namespace)
   std::string text = fuzz::Input(data, size).Bytes();
   Value value;
-  bool parsed = false;
-  tooDeep.reached |= !Raised([&] { parsed = ESGMarshal::ParseToJson(text, value); }).empty();
-  if (parsed) {
-    RunAll<CESGIcon, CESGDescription, CESGPreview, CESGPrivateExt, Link, Icon, PreviewDescription,
-           PreviewData, PrivateExt, FCESGProgramInfo, Programs>(value);
+  bool isParsed = false;
+  tooDeep.reached |= !Raised([&] { isParsed = ESGMarshal::ParseToJson(text, value); }).empty();
+  if (isParsed) {
+    CheckRecords<CESGIcon, CESGDescription, CESGPreview, CESGPrivateExt, Link, Icon,
+                 PreviewDescription, PreviewData, PrivateExt, FCESGProgramInfo, Programs, Xml>(
+        value);
   }
+  const auto read = [](const std::string& answer, auto& result) {
+    return direct::Read(answer, result);
+  };
+  const auto readPieces = [](const std::string& answer, ESGProgramMap& programs) {
+    return direct::ReadInPieces(answer, programs, answer.size() - answer.size() / 4);
+  };
+  CheckAnswer<FCESGProgramInfo>(text, value, read, readDirectly<FCESGProgramInfo>);
+  CheckAnswer<Programs>(text, value, read, readDirectly<Programs>);
+  CheckAnswer<Programs>(text, value, readPieces, readInPieces);
+  CheckAnswer<Xml>(text, value, read, readDirectly<Xml>);
   return 0;
 }

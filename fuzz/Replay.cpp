@@ -1,4 +1,4 @@
-// Gives every file of a folder to the target.
+// Gives every file of a folder to a target.
 
 #include <filesystem>
 #include <fstream>

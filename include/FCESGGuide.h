@@ -32,8 +32,7 @@
  * 9. Any thread may call. Several threads may use different records and lists at once, and may read
  *    the same one. Do not dispose of one while another thread reads it.
  * 10. The first operation of a process connects to the bus and waits for it, for about a minute at
- *     most; if there is still no bus, the process ends. Call FCESGGuideConnect to choose the
- * moment.
+ *     most; if there is still no bus, the process ends. FCESGGuideConnect does this ahead of time.
  * 11. Times are NTP seconds for a broadcast guide (Unix time plus 2208988800, in 32 bits);
  *     durations are seconds.
  */
@@ -124,8 +123,8 @@ ESG_API void FCESGTextDispose(char* text);
 
 /** The programme that is on now on the broadcast service `globalServiceId`. */
 ESG_API int FCESGGuideGetPresentProgram(const char* globalServiceId, FCESGProgramInfo** program);
-/** The programme before or after `program`, or the same one, on its broadcast service; `position`
- * is one of FCESGPosition. */
+/** The programme before or after `program`, or the same one, on its broadcast service. `position`
+ *  is one of FCESGPosition. */
 ESG_API int FCESGGuideGetProgram(const FCESGProgramInfo* program, int position,
                                  FCESGProgramInfo** result);
 /** The programme that shows the content `contentId` on a broadcast service at `startTime`. */
@@ -162,7 +161,7 @@ ESG_API FCESGReason FCESGGuideLastReason(void);
  *  its end; in a callback, until that returns. */
 ESG_API const char* FCESGGuideLastErrorName(void);
 /** The text of the D-Bus error, or what went wrong in this process; empty if there is neither.
- * Valid for the same time as the name. Very long texts are truncated. */
+ *  Valid as long as the name. Very long texts are truncated. */
 ESG_API const char* FCESGGuideLastErrorText(void);
 /** An English sentence for a reason, without a line end. Valid for ever. */
 ESG_API const char* FCESGReasonText(FCESGReason reason);
@@ -251,8 +250,8 @@ ESG_API uint64_t FCESGAsyncSaveServiceFragment(const char* path, const char* glo
                                                FCESGDestroy destroy);
 
 /** Makes sure that a callback is not called later. Returns 1 if it had not been called, else 0. If
- *  another thread than that of the main context cancels, the callback may be running at that
- * moment. Does not block and does not change the last failure. */
+ *  another thread than that of the main context cancels, the callback may be running then. Does not
+ *  block and does not change the last failure. */
 ESG_API int FCESGAsyncCancel(uint64_t identifier);
 /** @} */
 
@@ -278,9 +277,9 @@ typedef void (*FCESGEventCallback)(int event, int32_t param1, int32_t param2, in
                                    void* userData);
 
 /** Subscribes to the events of one number; a number may have several subscriptions. Returns an
- *  identifier for FCESGEventsUnsubscribe, or 0 on failure. Events may arrive before it has
- * returned. Blocks for one round trip to the bus, at most 25 seconds, and for other threads that
- * subscribe or unsubscribe.
+ *  identifier for FCESGEventsUnsubscribe, or 0 on failure. Events may arrive before the function
+ *  has returned. Blocks for one round trip to the bus, at most 25 seconds, and while other threads
+ *  subscribe or unsubscribe.
  *
  *  `destroy`, which may be null, is called with `userData` exactly once, when the callback will not
  *  be called again: by the thread that unsubscribes or, if the callback is running at that moment,

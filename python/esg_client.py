@@ -86,7 +86,7 @@ def _call(name, *arguments):
     arguments = [each.encode("utf-8", "surrogateescape") if isinstance(each, str) else each
                  for each in arguments]
     if any(isinstance(each, bytes) and b"\0" in each for each in arguments):
-        raise ValueError("a text with a zero byte")
+        raise ValueError("The text contains a zero byte.")
     _check(getattr(_esg, "FCESGGuide" + name)(*arguments))
 
 
@@ -98,11 +98,11 @@ _SECOND, _NTP, _WRAP = datetime.timedelta(seconds=1), 2208988800, 1 << 32
 def _to_range(start, end):
     """Start and duration of the range that covers both times."""
     if None in (start.utcoffset(), end.utcoffset()):
-        raise ValueError("a time without a time zone")
-    first, behind = (start - _EPOCH) // _SECOND, -((_EPOCH - end) // _SECOND)
-    if not 0 <= first <= behind < _WRAP:
-        raise ValueError("times in the wrong order, or before 1970 or after 2105")
-    return (first + _NTP) % _WRAP, behind - first
+        raise ValueError("The time has no time zone.")
+    first, after = (start - _EPOCH) // _SECOND, -((_EPOCH - end) // _SECOND)
+    if not 0 <= first <= after < _WRAP:
+        raise ValueError("The times are in the wrong order, before 1970 or after 2105.")
+    return (first + _NTP) % _WRAP, after - first
 
 
 # One picture of a programme. Sizes are in pixels and bytes.
@@ -198,7 +198,7 @@ class Events:
         self._identifiers = []
         self._waiting = collections.deque()
         if not numbers:
-            raise ValueError("no number of an event")
+            raise ValueError("Pass at least one number of an event.")
         _handlers[id(self)] = (callback, self) if callback else (self._waiting.append, None)
         try:
             for number in dict.fromkeys(numbers):

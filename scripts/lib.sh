@@ -27,7 +27,7 @@ esg_missing_packages() {
 # Installs the missing packages of some groups of the list; prints nothing if none is missing.
 esg_install_packages() {
   if ! command -v apt-get dpkg-query >/dev/null; then
-    printf 'No Debian packages here; scripts/packages.txt says what is needed.\n' >&2
+    printf 'This is no Debian system; install what scripts/packages.txt lists.\n' >&2
     return
   fi
   local missing as_root=()
@@ -74,7 +74,7 @@ esg_end_session() {
 esg_start() {
   exec {ESG_OUTPUT}< <(exec setpriv --pdeathsig TERM "$@")
   ESG_STARTED=("$!" "${ESG_STARTED[@]}")
-  IFS= read -r -t 30 ESG_LINE <&"$ESG_OUTPUT" || esg_fail "did not start: $*"
+  IFS= read -r -t 30 ESG_LINE <&"$ESG_OUTPUT" || esg_fail "this did not start within 30 s: $*"
 }
 
 # Starts a private bus of type system, and makes this process use it.
@@ -107,9 +107,9 @@ esg_make_root() {
   # Uses the package source of this machine, whatever its release.
   mirror=$(apt-get indextargets --format '$(REPO_URI)' \
     'Created-By: Packages' 'Origin: Debian' 'Label: Debian' 'Component: main' | head -n 1)
-  [[ -n $mirror ]] || esg_fail 'apt has no Debian archive to take a root from'
+  [[ -n $mirror ]] || esg_fail 'no Debian archive to make a root from; add one to the sources of apt'
   printf 'Making a root of %s for %s\n' "$release" "$arch" >&2
-  # The log of a failure is inside.
+  # After a failure, its log is in the root.
   esg_quietly debootstrap --variant=minbase --arch="$arch" "$@" "$release" "$root" "$mirror" ||
     { tail -n 20 "$root/debootstrap/debootstrap.log" >&2 || true; esg_fail 'debootstrap failed'; }
   apt-config dump | grep -E '^Acquire::(Check|Retries|http|https)' >"$root/etc/apt/apt.conf.d/90machine" || true

@@ -20,10 +20,11 @@ namespace {
 
 namespace ondemand = simdjson::ondemand;
 
-/// The size of text to read at a time, if possible, so that it stays in the processor's cache.
-constexpr std::size_t kPiece = 64 * 1024;
+/// Long text is read in pieces of this size, if possible, so that a piece stays in the processor's
+/// cache.
+constexpr std::size_t kPieceSize = 64 * 1024;
 
-/// A piece of a list gets its own.
+/// The brackets that are put around a piece of a list.
 constexpr std::size_t kBrackets = 2;
 
 constexpr char kSpaces[] = " \t\n\r";
@@ -35,7 +36,7 @@ struct Element {
 };
 
 template <class Result>
-struct Answer {
+struct Reply {
   bool isSuccess = false;
   Result& result;
 };
@@ -216,29 +217,29 @@ struct Members<direct::Element> {
 };
 
 template <>
-struct Members<direct::Answer<FCESGProgramInfo>> {
+struct Members<direct::Reply<FCESGProgramInfo>> {
   template <class Converter>
-  static void Each(Converter& json, direct::Answer<FCESGProgramInfo>& answer) {
-    json.Scalar("ret", answer.isSuccess);
-    Members<FCESGProgramInfo>::Each(json, answer.result);
+  static void Each(Converter& json, direct::Reply<FCESGProgramInfo>& reply) {
+    json.Scalar("ret", reply.isSuccess);
+    Members<FCESGProgramInfo>::Each(json, reply.result);
   }
 };
 
 template <>
-struct Members<direct::Answer<ESGProgramMap>> {
+struct Members<direct::Reply<ESGProgramMap>> {
   template <class Converter>
-  static void Each(Converter& json, direct::Answer<ESGProgramMap>& answer) {
-    json.Scalar("ret", answer.isSuccess);
-    json.List("ESGProgramMap", answer.result);
+  static void Each(Converter& json, direct::Reply<ESGProgramMap>& reply) {
+    json.Scalar("ret", reply.isSuccess);
+    json.List("ESGProgramMap", reply.result);
   }
 };
 
 template <>
-struct Members<direct::Answer<std::string>> {
+struct Members<direct::Reply<std::string>> {
   template <class Converter>
-  static void Each(Converter& json, direct::Answer<std::string>& answer) {
-    json.Scalar("ret", answer.isSuccess);
-    json.Scalar("xmlFragment", answer.result);
+  static void Each(Converter& json, direct::Reply<std::string>& reply) {
+    json.Scalar("ret", reply.isSuccess);
+    json.Scalar("xmlFragment", reply.result);
   }
 };
 
@@ -270,17 +271,17 @@ bool ReadObject(ondemand::value& value, Record& record) {
   return value.get_object().get(object) == simdjson::SUCCESS && ReadMembers(object, record);
 }
 
-/// The state for all replies. Never destroyed, because replies may arrive after simdjson's static
-/// objects are destroyed.
-struct Desk {
+/// What all replies share, one at a time. Never destroyed, because replies may arrive after
+/// simdjson's static objects are destroyed.
+struct Workspace {
   std::mutex mutex;
   ondemand::parser parser;
-  char text[kPiece + simdjson::SIMDJSON_PADDING];
+  char text[kPieceSize + simdjson::SIMDJSON_PADDING];
 };
 
-Desk& Kept() {
-  static auto& desk = *new Desk;
-  return desk;
+Workspace& SharedWorkspace() {
+  static auto& workspace = *new Workspace;
+  return workspace;
 }
 
 /// `read` gets the document and must read all of it. The parser reads beyond the end of the text,
@@ -288,33 +289,34 @@ Desk& Kept() {
 template <class Reader>
 bool ReadText(simdjson::padded_string_view text, Reader read) {
   ondemand::document document;
-  return Kept().parser.iterate(text).get(document) == simdjson::SUCCESS && read(document) &&
-         document.current_location().error() == simdjson::OUT_OF_BOUNDS;
+  return SharedWorkspace().parser.iterate(text).get(document) == simdjson::SUCCESS &&
+         read(document) && document.current_location().error() == simdjson::OUT_OF_BOUNDS;
 }
 
 /// Parts of a text, together no longer than a piece.
 template <class Reader>
 bool ReadParts(std::initializer_list<std::string_view> parts, Reader read) {
-  char* end = Kept().text;
+  char* end = SharedWorkspace().text;
   for (const std::string_view part : parts) {
     end = std::copy(part.begin(), part.end(), end);
   }
-  const auto size = static_cast<std::size_t>(end - Kept().text);
-  return ReadText(simdjson::padded_string_view(Kept().text, size, sizeof(Desk::text)), read);
+  const auto size = static_cast<std::size_t>(end - SharedWorkspace().text);
+  return ReadText(
+      simdjson::padded_string_view(SharedWorkspace().text, size, sizeof(Workspace::text)), read);
 }
 
 template <class Result>
-auto AnswerReader(Result& result) {
+auto ReplyReader(Result& result) {
   return [&result](ondemand::document& document) {
     ondemand::object object;
-    Answer<Result> answer{false, result};
-    return document.get_object().get(object) == simdjson::SUCCESS && ReadMembers(object, answer) &&
-           answer.isSuccess;
+    Reply<Result> reply{false, result};
+    return document.get_object().get(object) == simdjson::SUCCESS && ReadMembers(object, reply) &&
+           reply.isSuccess;
   };
 }
 
-/// Removes spaces and a token from the start of a text.
-bool Take(std::string_view token, std::string_view& text) {
+/// Removes spaces and a token from the start of a text. Returns whether the token was there.
+bool SkipToken(std::string_view token, std::string_view& text) {
   text.remove_prefix(std::min(text.find_first_not_of(kSpaces), text.size()));
   const bool isThere = text.substr(0, token.size()) == token;
   text.remove_prefix(isThere ? token.size() : 0);
@@ -323,7 +325,7 @@ bool Take(std::string_view token, std::string_view& text) {
 
 /// Returns the first programmes of a list, without the comma after them, and removes both from the
 /// list. Every programme must start with `mark`. Returns an empty text if there is no such piece.
-std::string_view TakePiece(std::string_view mark, std::size_t size, std::string_view& list) {
+std::string_view ExtractPiece(std::string_view mark, std::size_t size, std::string_view& list) {
   std::string_view piece = list.substr(0, size);
   std::size_t next = piece.size();
   if (next < list.size()) {
@@ -345,19 +347,19 @@ std::string_view TakePiece(std::string_view mark, std::size_t size, std::string_
 /// unreadable.
 bool ReadListInPieces(std::string_view text, std::size_t size, ESGProgramMap& programs) {
   std::string_view list = text;
-  const bool isList =
-      Take("{", list) && Take("\"ESGProgramMap\"", list) && Take(":", list) && Take("[", list);
+  const bool isList = SkipToken("{", list) && SkipToken("\"ESGProgramMap\"", list) &&
+                      SkipToken(":", list) && SkipToken("[", list);
   const std::string_view head = text.substr(0, text.size() - list.size());
   list = list.substr(0, list.rfind(']'));
   const std::string_view tail = text.substr(head.size() + list.size());
   if (!isList || head.size() + tail.size() > size ||
-      !ReadParts({head, tail}, AnswerReader(programs))) {
+      !ReadParts({head, tail}, ReplyReader(programs))) {
     return false;
   }
   std::string_view mark = list.substr(std::min(list.find('{'), list.size()));
   mark = mark.substr(0, mark.find('"', mark.find('"') + 1) + 1);  // up to its first member's name
   while (!list.empty()) {
-    const std::string_view piece = TakePiece(mark, size - kBrackets, list);
+    const std::string_view piece = ExtractPiece(mark, size - kBrackets, list);
     const bool isRead = piece.find_first_not_of(kSpaces) != std::string_view::npos &&
                         ReadParts({"[", piece, "]"}, [&programs](ondemand::document& document) {
                           ondemand::array array;
@@ -372,16 +374,16 @@ bool ReadListInPieces(std::string_view text, std::size_t size, ESGProgramMap& pr
 }
 
 template <class Result>
-bool ReadAnswer(std::string_view text, Result& result) {
+bool ReadReply(std::string_view text, Result& result) {
   if (text.empty() || text.front() != '{') {  // no leading spaces or byte order mark
     return false;
   }
-  const std::lock_guard<std::mutex> lock(Kept().mutex);
-  if (text.size() <= kPiece) {
-    return ReadParts({text}, AnswerReader(result));
+  const std::lock_guard<std::mutex> lock(SharedWorkspace().mutex);
+  if (text.size() <= kPieceSize) {
+    return ReadParts({text}, ReplyReader(result));
   }
   if constexpr (std::is_same_v<Result, ESGProgramMap>) {
-    if (ReadListInPieces(text, kPiece, result)) {
+    if (ReadListInPieces(text, kPieceSize, result)) {
       return true;
     }
     result.clear();
@@ -389,20 +391,21 @@ bool ReadAnswer(std::string_view text, Result& result) {
   std::string padded;
   padded.reserve(text.size() + simdjson::SIMDJSON_PADDING);
   padded.assign(text);
-  const bool isRead = ReadText(simdjson::padded_string_view(padded), AnswerReader(result));
-  [[maybe_unused]] const simdjson::error_code shrunk = Kept().parser.allocate(kPiece);
+  const bool isRead = ReadText(simdjson::padded_string_view(padded), ReplyReader(result));
+  [[maybe_unused]] const simdjson::error_code shrunk =
+      SharedWorkspace().parser.allocate(kPieceSize);
   return isRead;
 }
 
 }  // namespace
 
-bool Read(std::string_view text, FCESGProgramInfo& result) { return ReadAnswer(text, result); }
-bool Read(std::string_view text, ESGProgramMap& result) { return ReadAnswer(text, result); }
-bool Read(std::string_view text, std::string& xmlFragment) { return ReadAnswer(text, xmlFragment); }
+bool Read(std::string_view text, FCESGProgramInfo& result) { return ReadReply(text, result); }
+bool Read(std::string_view text, ESGProgramMap& result) { return ReadReply(text, result); }
+bool Read(std::string_view text, std::string& xmlFragment) { return ReadReply(text, xmlFragment); }
 
 bool ReadInPieces(std::string_view text, ESGProgramMap& result, std::size_t piece) {
-  const std::lock_guard<std::mutex> lock(Kept().mutex);
-  return ReadListInPieces(text, std::clamp(piece, kBrackets, kPiece), result);
+  const std::lock_guard<std::mutex> lock(SharedWorkspace().mutex);
+  return ReadListInPieces(text, std::clamp(piece, kBrackets, kPieceSize), result);
 }
 
 }  // namespace esg::direct

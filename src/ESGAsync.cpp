@@ -28,7 +28,7 @@ ESGAsync::Identifier Perform(const operations::Operation<Result>& operation, Del
     Result result;
     bool isRead = false;
     try {
-      isRead = operations::TakeDirectly(read, called, payload.bytes, result, note);
+      isRead = operations::ReadReply(read, called, payload.bytes, result, note);
     } catch (const std::exception&) {  // from the JSON library, for a member of the wrong type
     }
     payload.owner.reset();  // the callback may take long

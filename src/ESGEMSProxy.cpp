@@ -96,9 +96,9 @@ int ESGEMSProxy::UnsubscribeSignal(int event) {
 void ESGEMSProxy::OnEventReceived(int event, ESGMessageBuffer& data) {
   ESGEventData eventData;
   // One integer more than an event carries is allowed.
-  constexpr unsigned int kMaximumPayload = 4 * sizeof(int);
-  ESG_ASSERT(kMaximumPayload >= data.GetFullBufferSize(),
-             "sizeof(params) >= data.GetFullBufferSize()", "src/ESGEMSProxy");
+  constexpr unsigned int kMaxPayload = 4 * sizeof(int);
+  ESG_ASSERT(kMaxPayload >= data.GetFullBufferSize(), "sizeof(params) >= data.GetFullBufferSize()",
+             "src/ESGEMSProxy");
   ESG_LOGI("event = %d\n", event);
   if (data.GetFullBufferSize() != 0) {
     eventData.m_param1 = data.PopInt();

@@ -212,7 +212,7 @@ template <typename Result>
 bool ESGService_Proxy::m_Perform(const operations::Operation<Result>& operation, Result& result) {
   Json::Value reply;  // the bytes of the reply have been freed when it is complete
   return RemoteCallWithJsonArguments(operation.name, operation.arguments, reply) &&
-         operations::TakeOutput(operation.read, reply, result, failure::Last());
+         operations::ReadOutput(operation.read, reply, result, failure::Last());
 }
 
 bool ESGService_Proxy::GetPresentProgram(const std::string& globalServiceId,

@@ -66,7 +66,7 @@ bool IsSuccess(Json::Value& reply, failure::Note& note);
 
 /// Reads `ret` and the output of a parsed reply. Does not catch exceptions of the JSON library.
 template <typename Result>
-bool TakeOutput(bool (*read)(Json::Value& reply, Result& result), Json::Value& reply,
+bool ReadOutput(bool (*read)(Json::Value& reply, Result& result), Json::Value& reply,
                 Result& result, failure::Note& note) {
   if (!ParseReturnValue(json::ToText(reply), note) || !read(reply, result)) {
     return false;
@@ -77,8 +77,8 @@ bool TakeOutput(bool (*read)(Json::Value& reply, Result& result), Json::Value& r
 
 /// Reads a reply in one pass, for queries that may do so.
 template <typename Result>
-bool TakeDirectly(bool (*read)(Json::Value& reply, Result& result), int called,
-                  std::string_view payload, Result& result, failure::Note& note) {
+bool ReadReply(bool (*read)(Json::Value& reply, Result& result), int called,
+               std::string_view payload, Result& result, failure::Note& note) {
   if constexpr (!std::is_same_v<Result, Nothing>) {
     if (called != -1 && direct::Read(payload, result)) {
       note.reason = ESGFailureReason::None;
@@ -106,7 +106,7 @@ template <typename Result>
 bool AskDirectly(const Operation<Result>& operation, Result& result) {
   ESGMessageBuffer response;
   const int called = Call(nullptr, operation.name, json::ToText(operation.arguments), response);
-  return TakeDirectly(operation.read, called, PayloadOf(response), result, failure::Last());
+  return ReadReply(operation.read, called, PayloadOf(response), result, failure::Last());
 }
 
 }  // namespace esg::operations

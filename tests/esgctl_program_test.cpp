@@ -49,14 +49,6 @@ RawPeer::Handler Answers(const std::string& text) {
   return [text](DBusMessage* call) { return MakeReply(call, 1, text); };
 }
 
-/// ... or with an error.
-RawPeer::Handler Fails(const std::string& name) {
-  return [name](DBusMessage* call) {
-    return MessagePtr(dbus_message_new_error(call, ("org.freedesktop.DBus.Error." + name).c_str(),
-                                             "because\x1b[2J"));
-  };
-}
-
 Json::Value Parse(const std::string& text) {
   Json::Value value;
   EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
@@ -84,23 +76,14 @@ constexpr char kFilm[] =
     R"({"ret":true,"Start":3986640000,"duration":5400,"eventID":"c1","title":"日本 \u001b[31mFilm"})";
 
 TEST_F(Esgctl, ExitStatusTellsWhatHappened) {
-  const auto wrongBody = [](DBusMessage* call) {
-    MessagePtr reply(dbus_message_new_method_return(call));
-    const char* text = "text";
-    dbus_message_append_args(reply.get(), DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
-    return reply;
-  };
   const std::tuple<RawPeer::Handler, int, const char*> cases[] = {
       {Answers(kFilm), 0, ""},
       {Answers(R"({"ret":false})"), 10, "The guide service does not know s1"},
-      {Answers("{}"), 9, "cannot be read"},
-      {Answers("no JSON"), 9, "cannot be read"},
-      {Answers(""), 9, "cannot be read"},
-      {Answers("[1]"), 9, "cannot be read"},
       {Answers(R"({"ret":true,"title":["x"]})"), 9, "cannot be read"},
-      {Fails("Failed"), 1, "The bus says: "},
-      {Fails("NoReply"), 8, "The bus says: "},
-      {wrongBody, 9, "cannot be read"},
+      {[](DBusMessage* call) {
+         return MessagePtr(dbus_message_new_error(call, DBUS_ERROR_FAILED, "because\x1b[2J"));
+       },
+       1, "The bus says: "},
   };
   for (const auto& [handler, status, says] : cases) {
     RawPeer service(kESGServiceName, handler);
@@ -109,90 +92,27 @@ TEST_F(Esgctl, ExitStatusTellsWhatHappened) {
     EXPECT_THAT(result.errors,
                 AllOf(HasSubstr(says), Not(HasSubstr("terminate")), Not(HasSubstr("\x1b"))));
     EXPECT_EQ(result.errors.empty(), status == 0) << result.errors;
-    EXPECT_EQ(result.output.empty(), status != 0) << result.output;
+    EXPECT_EQ(result.output, status == 0 ? "START             END    LENGTH  TITLE\n"
+                                           "2026-05-01 16:00  17:30  1:30    日本 \ufffd[31mFilm\n"
+                                         : "");
   }
   EXPECT_EQ(RunProgram("now s1").status, 8);  // nobody has the name any more
-}
-
-TEST_F(Esgctl, ServiceAndBusThatGoWhileAsked) {
-  for (const bool bus : {false, true}) {
-    RawPeer service(kESGServiceName, [](DBusMessage*) { return nullptr; });
-    Program program("now s1");
-    ASSERT_TRUE(service.WaitForCalls(1));
-    bus ? TestBus().Kill() : service.Stop();
-    const Result result = program.End();
-    EXPECT_EQ(result.status, 8);
-    EXPECT_THAT(result.errors, HasSubstr(bus ? "DBUS_SYSTEM_BUS_ADDRESS" : "it has just gone"));
-  }
 }
 
 TEST_F(EsgctlWithoutBus, WrongUsageAndNoBusAtAll) {
   m_folder.Write("esg-client/services", "1.1 one id-1 The One\n- other id-2\nbroken\n");
   TestBus();  // its address, without a daemon
-  for (const char* line :
-       {"", "what", "nwo", "now s --json --raw", "list s --from soon", "list s --from 1800-01-01",
-        "now o", "now \xff", "xml film s", "emit 5 1 2 3 4", "emit 2147483648", "watch",
-        "save service s", "search --regex ( --for 1h", "show s 25:00 x"}) {
+  for (const char* line : {"", "now s --json --raw", "list s --from 1800-01-01", "now o",
+                           "xml film s", "emit 5 1 2 3 4", "save service s", "search --regex ("}) {
     const Result result = RunProgram(line);
     EXPECT_EQ(result.status, 2) << line;
     EXPECT_NE(result.errors, "") << line;
   }
-  for (const char* line : {"now s1", "xml service s1", "watch 5", "emit 5"}) {
-    const Result result = RunProgram(line);
-    EXPECT_EQ(result.status, 8) << line;
-    EXPECT_THAT(result.errors, HasSubstr("The system bus cannot be reached")) << line;
-  }
+  EXPECT_THAT(RunProgram("now s1").errors, HasSubstr("The system bus cannot be reached"));
   EXPECT_THAT(RunProgram("now o").errors,
               AllOf(HasSubstr("1.1 The One  id-1"), HasSubstr("line 3")));
   EXPECT_EQ(RunProgram("services --names").output, "one\nother\n");
-  EXPECT_EQ(Parse(RunProgram("services --json").output),
-            Parse(R"([{"alias":"one","id":"id-1","name":"The One","number":"1.1"},)"
-                  R"({"alias":"other","id":"id-2"}])"));
   EXPECT_THAT(RunProgram("nwo").errors, HasSubstr("Did you mean now?"));
-  EXPECT_EQ(RunProgram("complete -- xml content ").status, 0);
-}
-
-TEST_F(EsgctlWithoutBus, HelpCompletionAndManualAgree) {
-  std::ifstream file(ESGCTL_MANUAL);
-  const std::string manual{std::istreambuf_iterator<char>(file), {}};
-  const std::string common = RunProgram("--help").output;
-  const std::vector<std::string> commands = Words(RunProgram("complete -- ''").output);
-  EXPECT_GT(commands.size(), 10U);
-  for (const std::string& command : commands) {
-    const std::string help = RunProgram(command + " --help").output;
-    EXPECT_THAT(common, HasSubstr("\n  " + command + ' '));
-    const std::string usage = "Usage: esgctl ";
-    const std::size_t at = help.find(usage) + usage.size();
-    EXPECT_THAT(manual, HasSubstr("### `" + help.substr(at, help.find('\n', at) - at) + "`\n"));
-    for (const std::string& option : Words(RunProgram("complete -- " + command + " --").output)) {
-      EXPECT_THAT(help + common, HasSubstr(option)) << command;
-      EXPECT_THAT(manual, HasSubstr(option)) << command;
-    }
-  }
-}
-
-TEST_F(EsgctlWithoutBus, TheBusStartsTheService) {
-  m_folder.Write("guide.service",
-                 std::string("[D-BUS Service]\nUser=root\nName=") + kESGServiceName +
-                     "\nExec=" ESG_GUIDE_SERVICE " --guide " SHIPPED_GUIDE " --today\n");
-  PrivateBus bus(
-      "<policy context=\"default\"><allow user=\"*\"/><allow own=\"*\"/><allow eavesdrop=\"true\"/>"
-      "<allow send_destination=\"*\" eavesdrop=\"true\"/></policy><servicedir>" +
-      m_folder.path.string() + "</servicedir>");
-  bus.Start();
-  const Result result = RunProgram("list brindlemoor-5 --from today --for 2d --json");
-  EXPECT_EQ(result.status, 0) << result.errors;
-  EXPECT_GT(Parse(result.output).size(), 40U);
-}
-
-TEST_F(Esgctl, ShowsAProgramme) {
-  RawPeer service(kESGServiceName, Answers(kFilm));
-  EXPECT_EQ(RunProgram("now s1").output,
-            "START             END    LENGTH  TITLE\n"
-            "2026-05-01 16:00  17:30  1:30    日本 \ufffd[31mFilm\n");
-  EXPECT_THAT(RunProgram("show s1 c1 2026-05-01T16:00 --raw").output,
-              AllOf(HasSubstr("\"Start\" : 3986640000"), HasSubstr("\"eventID\" : \"c1\"")));
-  EXPECT_THAT(RunProgram("show s1 --epoch unix").output, HasSubstr("Mon 2096-04-30 16:00"));
 }
 
 TEST_F(Esgctl, SendsWhatWasAsked) {
@@ -212,15 +132,9 @@ TEST_F(Esgctl, SendsWhatWasAsked) {
        R"(GetScheduleFragment {"BB":false,"duration":172800,"global_service_id":"s1",)"
        R"("start_time":3986640000})",
        "<a>\x1b&é\r\n"},
-      {"xml content s1 --from 1777651200 --for 1h --bb",
-       R"(GetContentFragment {"BB":true,"duration":3600,"global_service_id":"s1",)"
-       R"("start_time":3986640000})",
-       "<a>\x1b&é\r\n"},
-      {"save content s1 some/path --bb",
-       R"(SaveContentFragment {"BB":true,"global_service_id":"s1","path":"some/path"})", ""},
-      {"show s1 c1 1777651200 --epoch unix --raw",
-       R"(GetProgramItem {"ContentId":"c1","global_service_id":"s1","start_time":1777651200})",
-       R"("Start" : 0)"},
+      {"save content s1 some/path --bb --json",
+       R"(SaveContentFragment {"BB":true,"global_service_id":"s1","path":"some/path"})",
+       R"("path" : "some/path")"},
       {"prev s1 --of 1777651200 --json",
        R"(GetProgram {"Start":3986640000,"duration":0,"eRelative_Position":-1,"eventID":"",)"
        R"("genre":"","globalServiceId":"s1","privateExt":null,"synopsis":"","title":""})",
@@ -235,7 +149,7 @@ TEST_F(Esgctl, SendsWhatWasAsked) {
 
 /// One service, S, with a programme from 16:00 to 17:30 whose texts mean harm.
 // NOLINTNEXTLINE(misc-misleading-bidirectional): that is the harm
-constexpr char kHarm[] = "</b><script>alert(1)</script>\"&\u202e{GUIDE}";
+constexpr char kHarm[] = "</b><script>alert(1)</script>\"&\u202e";
 RawPeer::Handler HarmfulGuide() {
   return [](DBusMessage* call) {
     const std::string method = ReadBody(call).text;
@@ -249,7 +163,9 @@ RawPeer::Handler HarmfulGuide() {
     } else if (method == "GetContentFragment") {
       reply["xmlFragment"] =
           "<Content id='EP012345670089'><Name xml:lang='de' text='Anders'/><ContentAdvisoryRatings>"
-          "<RatingDimVal><RatingValueString>TV-G</RatingValueString></RatingDimVal>"
+          "<RegionIdentifier>1</RegionIdentifier><RatingDimVal><RatingValueString>TV-G"
+          "</RatingValueString></RatingDimVal><RatingDimVal><RatingDimension>2</RatingDimension>"
+          "<RatingValueString>L</RatingValueString></RatingDimVal>"
           "</ContentAdvisoryRatings><AudioLanguage languageSDPTag='fr'/></Content>";
     } else {
       Json::Value program;
@@ -280,16 +196,18 @@ TEST_F(Esgctl, ExportsHarmlessly) {
   std::string texts;
   for (const pugi::xml_node node : programme.children()) {
     texts += std::string(node.name()) + '=' + node.text().get() + node.child("value").text().get() +
-             node.attribute("lang").value() + '\n';
+             node.attribute("lang").value() + node.attribute("system").value() + '\n';
   }
-  const std::string harm = "</b><script>alert(1)</script>\"&{GUIDE}";
+  const std::string harm = "</b><script>alert(1)</script>\"&";
   EXPECT_EQ(texts, "title=" + harm + "\ntitle=Andersde\ndesc=" + harm +
                        "\ncategory=Drama\ncategory=Crime\nlanguage=fr\n"
-                       "episode-num=EP01234567.0089\nrating=TV-G\n");
-  const std::string page = RunProgram("export html" + range).output;
-  EXPECT_THAT(page, AllOf(HasSubstr("<bdi>S &lt;i&gt;</bdi>"), HasSubstr("alert(1)&lt;/script&gt;"),
-                          // NOLINTNEXTLINE(misc-misleading-bidirectional)
-                          Not(HasSubstr("<script>alert")), Not(HasSubstr("\u202e"))));
+                       "episode-num=EP01234567.0089dd_progid\nrating=TV-GVCHIP\n"
+                       "rating=Ladvisory\n");
+  const Json::Value json = Parse(RunProgram("export json" + range).output);
+  EXPECT_EQ(json[0]["programmes"][0]["titles"][0]["text"], "Anders");
+  const std::string longId(100000, 'x');
+  EXPECT_THAT(RunProgram("export xmltv =" + longId + " --from 2026-05-01T16:00Z --for 2h").output,
+              HasSubstr("channel id=\"" + longId + ".esg\""));
 }
 
 TEST_F(Esgctl, FindsAndFollows) {
@@ -299,17 +217,13 @@ TEST_F(Esgctl, FindsAndFollows) {
     return (changed ? Answers(kFilm) : HarmfulGuide())(call);
   });
   const std::string range = " --from 1777651200 --for 1h";
-  for (const char* found : {"search ALÉRT", "search --regex ^..b --title", "search --word script",
-                            "search alert --genre crime", "search alert"}) {
-    EXPECT_THAT(RunProgram(found + range).output, HasSubstr("5 S <i>  </b><script>")) << found;
+  for (const char* found : {"search ALÉRT --genre crime", "search --regex ^..b --title"}) {
+    EXPECT_THAT(RunProgram(found + range).output, HasSubstr("5 S <i>  2026-05-01 16:00")) << found;
   }
-  for (const char* absent : {"search --word scrip", "search --regex ^script",
-                             "search alert --genre news", "search alert nothing"}) {
-    EXPECT_EQ(RunProgram(absent + range).status, 10) << absent;
-  }
-  EXPECT_EQ(Parse(RunProgram("grid --json" + range).output)[0]["programmes"].size(), 1U);
-  EXPECT_THAT(RunProgram("show s1 EP012345670089 1777651200").output,
-              AllOf(HasSubstr("Rating      TV-G"), HasSubstr("Audio       fr"),
+  EXPECT_EQ(RunProgram("search --word scrip" + range).status, 10);
+  // The next showing, or else the last one, is found without a time.
+  EXPECT_THAT(RunProgram("show s1 EP012345670089").output,
+              AllOf(HasSubstr("Rating      TV-G L [VCHIP]"), HasSubstr("Audio       fr"),
                     HasSubstr("Episode     0089"), HasSubstr("Title       Anders [de]")));
 
   Program follow("now --follow --json");
@@ -341,19 +255,15 @@ TEST_F(Esgctl, LongRangesComeInPieces) {
   }
   EXPECT_EQ(service.Calls(), 1 + 3);  // the name, and a question a day
   EXPECT_THAT(starts, ElementsAre(0, 60, 86400 + 60, 2 * 86400 + 60));
-  // Whoever reads only the first lines is no fault.
-  Program cut("list s1 --from 2026-05-01T16:00 --for 900d");
-  cut.CloseOutput();
-  EXPECT_EQ(cut.End().status, 0);
   const Result full = Program("list s1", open("/dev/full", O_WRONLY)).End();
   EXPECT_EQ(full.status, 1);
   EXPECT_THAT(full.errors, HasSubstr("No space left"));
 }
 
 TEST_F(Esgctl, WatchPrintsEvents) {
-  Program program("watch 5 -6 --json --count 5");
+  Program program("watch 5 -6 --json --count 3");
   EXPECT_EQ(program.Line(kErrors), "esgctl: watching");
-  EXPECT_THAT(program.Line(kErrors), HasSubstr("is not there; watching goes on"));
+  EXPECT_THAT(program.Line(kErrors), HasSubstr("is not running; still watching"));
   {
     RawPeer service(kESGServiceName);
     service.Send(MakeSignal("Event", 7, ""));  // not asked for
@@ -361,33 +271,21 @@ TEST_F(Esgctl, WatchPrintsEvents) {
     EXPECT_THAT(program.Line(), StartsWith(R"({"event":5,"params":[-1,-1,-1],"time":)"));
     service.Send(MakeSignal("Event", -6, Integers({1})));
     EXPECT_THAT(program.Line(), StartsWith(R"({"event":-6,"params":[1,0,0],)"));
-    EXPECT_THAT(program.Line(kErrors), HasSubstr("is there"));
+    EXPECT_THAT(program.Line(kErrors), HasSubstr("is running"));
   }
-  EXPECT_THAT(program.Line(kErrors), HasSubstr("is not there"));
-  RawPeer again(kESGServiceName);
-  again.Send(MakeSignal("Event", 5, Integers({1, 2, 3, 4})));
-  EXPECT_THAT(program.Line(), StartsWith(R"({"event":5,"params":[1,2,3],)"));
+  EXPECT_THAT(program.Line(kErrors), HasSubstr("is not running"));
   EXPECT_EQ(RunProgram("emit 5 -1 2147483647 -2147483648").status, 0);
   EXPECT_THAT(program.Line(), StartsWith(R"({"event":5,"params":[-1,2147483647,-2147483648],)"));
-  EXPECT_EQ(RunProgram("emit -6").status, 0);
-  EXPECT_THAT(program.Line(), StartsWith(R"({"event":-6,"params":[-1,-1,-1],)"));
   EXPECT_EQ(program.Wait(), 0);
 }
 
-TEST_F(Esgctl, WatchEnds) {
-  const std::tuple<std::function<void(Program&)>, int, const char*> causes[] = {
-      {[](Program& program) { program.Signal(SIGINT); }, 0, ""},
-      {[](Program& program) { program.Signal(SIGTERM); }, 0, ""},
-      {[](Program& program) { program.CloseOutput(); }, 0, ""},
-      {[](Program&) { TestBus().Kill(); }, 8, "bus has gone"}};
-  for (const auto& [cause, status, says] : causes) {
-    Program program("watch 5");
-    EXPECT_EQ(program.Line(kErrors), "esgctl: watching");
-    cause(program);
-    const Result end = program.End();
-    EXPECT_EQ(end.status, status) << end.errors;
-    EXPECT_THAT(end.errors, HasSubstr(says));
-  }
+TEST_F(Esgctl, WatchEndsWithTheBus) {
+  Program program("watch 5");
+  EXPECT_EQ(program.Line(kErrors), "esgctl: watching");
+  TestBus().Kill();
+  const Result end = program.End();
+  EXPECT_EQ(end.status, 8);
+  EXPECT_THAT(end.errors, HasSubstr("closed the connection"));
 }
 
 }  // namespace

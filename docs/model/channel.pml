@@ -1,7 +1,7 @@
 /* How the callers of a channel pass the reading on. README.md maps the model to the code.
 
-   A step is atomic where no other thread can tell the difference: a stretch that holds m_mutex is
-   cut only between two uses of what m_mutex does not guard. */
+   A step is atomic if no other thread can tell the difference. A section that holds m_mutex is
+   therefore split only between two uses of something that m_mutex does not guard. */
 
 #ifndef CALLERS
 #define CALLERS 3
@@ -177,12 +177,12 @@ inline SetLost() {
   wakeUp = true
 }
 
-inline TakeAnswer(message) {
+inline TakeReply(message) {
   outstanding--;
   if
   :: sent[message] ->
      sent[message] = false; isDone[message] = true; asleep[message] = false; references[message]++;
-#ifndef NO_WAKE_ON_FOREIGN_ANSWER
+#ifndef NO_WAKE_ON_FOREIGN_REPLY
      if
      :: reader == message && isPolling -> wakeUp = true
      :: else
@@ -237,7 +237,7 @@ inline ReadAndWrite() {
      :: atomic { mine < DISCONNECTED && !mutex ->
           references[mine] = 1;
           if
-          :: mine < CALLERS -> TakeAnswer(mine)
+          :: mine < CALLERS -> TakeReply(mine)
           :: else -> TakeMail(mine)
           fi;
           dispatching = false };

@@ -137,7 +137,7 @@ void ChangeMatchRule(ECIPCConnection& connection, DBusConnection* const& field, 
                                                      DBUS_TYPE_INVALID) == FALSE) {
     request.reset();
   }
-  channel->AskBus(request, error);
+  channel->CallBus(request, error);
 }
 
 }  // namespace
@@ -267,7 +267,7 @@ std::uint64_t internal::CallLater(const std::string& destination, const char* me
   CallFailure unsent;
   MessagePtr message = ::Call(destination, method, in, unsent);
   const bool isSent = message != nullptr;
-  return channel->LateCalls().Ask(
+  return channel->LateCalls().Start(
       std::move(message), [=, done = std::move(done)](Channel::Outcome outcome, MessagePtr& reply) {
         CallFailure failure = unsent;
         Payload payload;

@@ -97,7 +97,7 @@ bool ECNativeConnection::Start(const std::string& name, IESGCallListener* listen
   // Calls that arrive before this function ends wait in the channel.
   internal::Error error;
   if (internal::IsBusName(name, &error)) {
-    channel->AskBus(NewNameRequest(name.c_str()), &error);
+    channel->CallBus(NewNameRequest(name.c_str()), &error);
   }
   if (error.IsSet()) {
     ESG_LOGE("Naming Error (%s)\n\n", error.message);

@@ -38,14 +38,16 @@ void Insert(std::vector<char>& bytes, std::size_t offset, unsigned long size, co
   }
 }
 
-void Take(ESGMessageBuffer& buffer, unsigned int& readPosition, unsigned long size, void* out) {
+void Extract(ESGMessageBuffer& buffer, unsigned int& readPosition, unsigned long size, void* out) {
   buffer.CopyData(out, static_cast<int>(size), static_cast<int>(readPosition));
   readPosition += static_cast<unsigned int>(size);
 }
 
 }  // namespace
 
-ESGMessageBuffer::ESGMessageBuffer() = default;
+// The reserved field is used once, here: GCC 10 ignores an attribute that calls it unused, and
+// warns.
+ESGMessageBuffer::ESGMessageBuffer() { static_cast<void>(m_reserved); }
 
 ESGMessageBuffer::~ESGMessageBuffer() = default;
 
@@ -110,7 +112,7 @@ char ESGMessageBuffer::PopChar() {
     std::printf("Data buffer is smaller than 1 byte");
     return 0;
   }
-  Take(*this, m_readPosition, sizeof(c), &c);
+  Extract(*this, m_readPosition, sizeof(c), &c);
   return c;
 }
 
@@ -120,7 +122,7 @@ int ESGMessageBuffer::PopInt() {
     std::printf("Data buffer is smaller than 4 bytes");
     return 0;
   }
-  Take(*this, m_readPosition, sizeof(value), &value);
+  Extract(*this, m_readPosition, sizeof(value), &value);
   return value;
 }
 
@@ -130,7 +132,7 @@ char* ESGMessageBuffer::PopConcatenated(unsigned long size) {
     return nullptr;
   }
   char* bytes = new char[size];
-  Take(*this, m_readPosition, size, bytes);
+  Extract(*this, m_readPosition, size, bytes);
   return bytes;
 }
 

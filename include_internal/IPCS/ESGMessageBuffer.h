@@ -66,7 +66,7 @@ class ESG_API ESGMessageBuffer {
  private:
   std::vector<char> m_bufferData;
   unsigned int m_readPosition = 0;
-  [[maybe_unused]] bool m_reserved = false;
+  bool m_reserved = false;
 };
 
 #endif

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# What the trials on an installed system share.
+# Functions that the trials on an installed system share.
 
 say() { printf '\n== %s\n' "$*"; }
 
@@ -8,13 +8,16 @@ fail() {
   exit 1
 }
 
-# A command as a user of no consequence, or in one more group: as_nobody, as_member GROUP.
+# Run a command as the user nobody: as_nobody COMMAND...; also with a group: as_member GROUP COMMAND...
 as_nobody() { HOME=/nonexistent setpriv --reuid=nobody --regid=nogroup --clear-groups "$@"; }
-as_member() { HOME=/nonexistent setpriv --reuid=nobody --regid=nogroup --groups "$(getent group "$1" | cut -d: -f3)" "${@:2}"; }
+as_member() {
+  HOME=/nonexistent setpriv --reuid=nobody --regid=nogroup \
+    --groups "$(getent group "$1" | cut -d: -f3)" "${@:2}"
+}
 
 service=tag:example.com,2026:pebblecove
 
-# What nobody gets for the name in the service's fragment, and how long that takes: answers SECONDS NAME.
+# Has nobody ask for the service's fragment. Fails if it lacks the name, or takes too long: answers SECONDS NAME.
 answers() {
   local begin end
   begin=$(date +%s%N)
@@ -25,7 +28,7 @@ answers() {
   ((end - begin < $1 * 1000000000)) || fail "that took longer than $1 s"
 }
 
-# The processes of the guide service.
+# Prints the processes of the guide service.
 service_processes() {
   local exe
   for exe in /proc/[0-9]*/exe; do

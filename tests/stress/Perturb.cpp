@@ -1,3 +1,4 @@
+#include <dbus/dbus.h>
 #include <dlfcn.h>
 #include <poll.h>
 #include <pthread.h>
@@ -11,58 +12,64 @@
 #include <atomic>
 #include <chrono>
 #include <ctime>
+#include <random>
 #include <thread>
 
 #include "Stress.h"
 
-// Functions of the C library, and one of libdbus, that stand in for the real ones, in the whole
-// process. A race detector has its own as well, which it has to see called; they exist there alone.
+// These functions replace those of the C library, and one of libdbus, in the whole process. The
+// thread sanitizer has its own versions of most of them, which must see the calls.
 
 namespace {
 
-std::atomic<std::uint64_t> threadSeed{0};
+std::atomic<unsigned int> threadSeed{0};
 std::atomic<unsigned int> inverseRate{0};
-thread_local std::uint64_t state = 0;
 thread_local int readingTime = 0;
 
-/// Never a point of cancellation, which std::this_thread would be.
+/// Is never a point of cancellation. std::this_thread::sleep_for() would be one.
 void Delay() {
   const unsigned int rate = inverseRate.load(std::memory_order_relaxed);
   if (rate == 0) {
     return;
   }
-  if (state == 0) {
-    state = threadSeed.fetch_add(0x9E3779B97F4A7C15U, std::memory_order_relaxed) | 1U;
-  }
-  state ^= state << 13U;
-  state ^= state >> 7U;
-  state ^= state << 17U;
-  if ((state >> 32U) % rate != 0) {
+  thread_local std::minstd_rand random(threadSeed.fetch_add(1));
+  if (random() % rate != 0) {
     return;
   }
-  const auto kind = state % 64;
+  const auto kind = random() % 64;
   if (kind < 40) {
     sched_yield();
     return;
   }
-  const auto most = kind < 63 ? 300'000U : 5'000'000U;
-  const timespec pause{0, static_cast<long>((state >> 8U) % most)};
+  const timespec pause{0, static_cast<long>(random() % (kind < 63 ? 300'000U : 5'000'000U))};
   syscall(SYS_nanosleep, &pause, nullptr);
 }
 
 }  // namespace
 
-void stress::Perturb(std::uint64_t seed, int rate) {
-  threadSeed = seed;
+void esg::test::stress::Perturb(std::uint64_t seed, int rate) {
+  threadSeed = static_cast<unsigned int>(seed * 1000);
   inverseRate = static_cast<unsigned int>(rate);
 }
 
-void stress::ReadSlowly(int milliseconds) { readingTime = milliseconds; }
+void esg::test::stress::ReadSlowly(int milliseconds) { readingTime = milliseconds; }
 
 // NOLINTBEGIN(bugprone-macro-parentheses,bugprone-reserved-identifier,readability-inconsistent-declaration-parameter-name)
 #define NEXT(name) \
   static const auto next = reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
-/// A function of the C library that is delayed; `after` is what follows it.
+#define DECLARE(name)
+#define REAL(name) NEXT(name)
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#undef DECLARE
+#define DECLARE(name) extern "C" decltype(name) __interceptor_##name;
+#undef REAL
+#define REAL(name) constexpr auto next = &__interceptor_##name
+/// A process that exits in the middle of its calls leaves threads that nobody has joined.
+extern "C" const char* __tsan_default_options() { return "report_thread_leaks=0"; }
+#endif
+#endif
+/// A function with a delay before it, and with `after` following it.
 #define STEP(Result, name, parameters, arguments, after) \
   DECLARE(name)                                          \
   extern "C" Result name parameters {                    \
@@ -72,18 +79,6 @@ void stress::ReadSlowly(int milliseconds) { readingTime = milliseconds; }
     after;                                               \
     return result;                                       \
   }
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define DECLARE(name) extern "C" decltype(name) __interceptor_##name;
-#define REAL(name) constexpr auto next = &__interceptor_##name
-/// A process that exits in the middle leaves threads that nobody has joined.
-extern "C" const char* __tsan_default_options() { return "report_thread_leaks=0"; }
-#endif
-#endif
-#ifndef REAL
-#define DECLARE(name)
-#define REAL(name) NEXT(name)
-#endif
 #define NOTHING static_cast<void>(0)
 
 STEP(int, pthread_mutex_lock, (pthread_mutex_t * mutex) noexcept, (mutex), NOTHING)
@@ -99,13 +94,15 @@ STEP(ssize_t, sendmsg, (int socket, const msghdr* message, int flags), (socket, 
 STEP(ssize_t, recvmsg, (int socket, msghdr* message, int flags), (socket, message, flags), NOTHING)
 STEP(int, epoll_ctl, (int set, int operation, int descriptor, epoll_event* event) noexcept,
      (set, operation, descriptor, event), NOTHING)
-#undef REAL
-#undef DECLARE
-#define DECLARE(name)
-#define REAL(name) NEXT(name)
-STEP(int, eventfd_write, (int descriptor, eventfd_t value), (descriptor, value), Delay())
 
-/// What the library asks an answer first.
+extern "C" int eventfd_write(int descriptor, eventfd_t value) {
+  NEXT(eventfd_write);
+  const int result = next(descriptor, value);
+  Delay();
+  return result;
+}
+
+/// What the library asks a reply first.
 extern "C" const char* dbus_message_get_signature(DBusMessage* message) {
   NEXT(dbus_message_get_signature);
   std::this_thread::sleep_for(std::chrono::milliseconds(readingTime));

@@ -1,23 +1,15 @@
 #ifndef TESTS_STRESS_H
 #define TESTS_STRESS_H
 
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <random>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "Client.h"
-#include "Sanitizers.h"
-
-/// What the programs of the stress run have in common: each makes the same choices from a seed.
-namespace stress {
-
-using namespace esg::test;
+/// What the programs of the stress run share. Each makes the same choices from a seed.
+namespace esg::test::stress {
 
 class Choices {
  public:
@@ -36,7 +28,7 @@ constexpr const char* kKinds[] = {"pause bus", "pause service", "restart service
                                   "kill bus"};
 struct Disturbance {
   Kind kind;
-  int after;   ///< Milliseconds since the one before.
+  int after;   ///< Milliseconds since the previous one.
   int length;  ///< How long it lasts.
 };
 
@@ -49,7 +41,7 @@ struct Round {
     const int perturbations[] = {0, 1000, 100, 10};
     perturbation = perturbations[choices.Between(0, 3)];
     inStep = choices.OneIn(3);
-    muteCalls = !inStep && choices.OneIn(20) ? choices.Between(1, 20) : 0;
+    silentCalls = !inStep && choices.OneIn(20) ? choices.Between(1, 20) : 0;
     cancels = !inStep && choices.OneIn(3);
     forks = choices.OneIn(3);
     exits = choices.OneIn(3);
@@ -67,32 +59,20 @@ struct Round {
     }
   }
 
-  /// With many delays they would take longer than a call may.
+  /// With many delays, large calls would exceed the time limit.
   bool HasLargeCalls() const { return perturbation == 0 || perturbation >= 100; }
-
-  std::string Text() const {
-    std::string text = "seed " + std::to_string(seed) + ": " + std::to_string(callers) +
-                       " callers, " + std::to_string(milliseconds) + " ms, perturbed 1/" +
-                       std::to_string(perturbation) + (inStep ? ", in step" : "") +
-                       (cancels ? ", cancels" : "") + (forks ? ", forks" : "") +
-                       (exits ? ", exits" : "");
-    for (const Disturbance& each : disturbances) {
-      text += std::string(", ") + kKinds[each.kind];
-    }
-    return text;
-  }
 
   const std::uint64_t seed;
   int callers;
   int milliseconds;  ///< How long callers start calls.
-  int perturbation;  ///< One step in so many is delayed; 0: none.
-  bool inStep;       ///< All callers call at once, and only when all have their answers again.
-  int muteCalls;     ///< Calls that nobody answers.
+  int perturbation;  ///< One step in so many is delayed. 0: none.
+  bool inStep;       ///< All callers call at once, and again only when all have their replies.
+  int silentCalls;   ///< Calls without a reply.
   bool cancels;
   bool forks;
   bool exits;  ///< In the middle of the calls.
   std::vector<Disturbance> disturbances;
-  int paused = 0;  ///< How long bus and service may stand still, in milliseconds.
+  int paused = 0;  ///< How long bus and service may be stopped, in milliseconds.
   bool losesBus = false;
   bool losesService = false;
 };
@@ -108,51 +88,19 @@ inline std::string BytesOf(std::uint64_t number, std::size_t size) {
   return bytes;
 }
 
-/// What the service answers. `method` is the size of the answer, the milliseconds before it, below
-/// 0 for no answer, and the number of the call.
-inline std::string AnswerTo(const std::string& method, const std::string& request) {
+/// What the service replies. `method` is the size of the reply, the milliseconds before it, below 0
+/// for no reply, and the number of the call.
+inline std::string ReplyTo(const std::string& method, const std::string& request) {
   const std::hash<std::string> hash;
   return BytesOf(hash(method) ^ hash(request), std::stoul(method));
 }
 
-/// From now on threads are delayed at random, at one in `rate` steps that they take with locks,
-/// conditions and descriptors; at none where it is 0.
+/// From now on, one in `rate` steps that threads take with locks, conditions and descriptors is
+/// delayed at random. 0: none.
 void Perturb(std::uint64_t seed, int rate);
-/// From now on this thread takes so long to read an answer, which libdbus keeps meanwhile.
+/// From now on, this thread takes so long to read a reply. libdbus keeps the reply meanwhile.
 void ReadSlowly(int milliseconds);
 
-/// From now on a crash and a task that takes too long are faults.
-void StartWatch();
-/// Tells the supervisor, and leaves the process as it is for it to look at `process`.
-[[noreturn]] void Fault(const std::string& text, pid_t process = getpid());
-
-/// The error that this thread has logged last; and forgets it.
-std::string_view LastError();
-void ForgetError();
-
-/// What has to be over within a time, on this thread or in another process.
-class Task {
- public:
-  Task(std::string what, long limitMilliseconds, pid_t process = getpid());
-  ~Task();
-  Task(const Task&) = delete;
-  Task& operator=(const Task&) = delete;
-
-  long Milliseconds() const { return m_stopwatch.Milliseconds(); }
-  long Rest() const { return m_limit - Milliseconds(); }
-  std::string Text() const {
-    return m_what + ", after " + std::to_string(Milliseconds()) + " ms of " +
-           std::to_string(m_limit);
-  }
-  pid_t Process() const { return m_process; }
-
- private:
-  const std::string m_what;
-  const long m_limit;
-  const pid_t m_process;
-  const Stopwatch m_stopwatch;
-};
-
-}  // namespace stress
+}  // namespace esg::test::stress
 
 #endif

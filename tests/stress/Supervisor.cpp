@@ -1,167 +1,115 @@
-// Puts the library under stress for so many seconds: esg-stress SECONDS SEED. Each round has a
-// service and a worker process of its own; the first fault ends the run with the stacks of all
-// threads.
+// Puts the library under stress for so many seconds: esg-client-stress SECONDS SEED. Each round has
+// its own service and worker processes. The first fault ends the run.
 
-#include <poll.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
+#include <future>
 #include <memory>
 #include <sstream>
 
-#include "ChildProgram.h"
 #include "PrivateBus.h"
+#include "Service.h"
 #include "Stress.h"
 
 namespace {
 
-using namespace stress;
+using namespace esg::test;
+using namespace esg::test::stress;
 using std::chrono::milliseconds;
 
-/// Answers calls, and sends events, until the process is killed.
+/// Replies to calls, and sends events, until the process is killed.
 [[noreturn]] void Serve(std::uint64_t seed) {
-  using Clock = std::chrono::steady_clock;
-  std::mutex mutex;
-  std::condition_variable more;
-  std::multimap<Clock::time_point, MessagePtr> held;  // answers, by the time at which they are due
-  const auto answer = [&](DBusMessage* call) {
+  static std::promise<RawPeer*> started;
+  static const std::shared_future<RawPeer*> self = started.get_future();
+  const auto serve = [](DBusMessage* call) -> MessagePtr {
     const Body body = ReadBody(call);
     std::size_t size = 0;
     int delay = 0;
     std::istringstream(body.text) >> size >> delay;
-    MessagePtr reply = delay >= 0 ? MakeReply(call, 1, AnswerTo(body.text, body.bytes)) : nullptr;
+    MessagePtr reply = MakeReply(call, 1, ReplyTo(body.text, body.bytes));
     if (delay > 0) {
-      const std::lock_guard<std::mutex> lock(mutex);
-      held.emplace(Clock::now() + milliseconds(delay), std::move(reply));
-      more.notify_one();
-      return MessagePtr();
+      std::thread([delay, late = std::move(reply)]() mutable {
+        std::this_thread::sleep_for(milliseconds(delay));
+        self.get()->Send(std::move(late));
+      }).detach();
     }
-    return reply;
+    return delay == 0 ? std::move(reply) : nullptr;
   };
-  // The one before may still own the name for a moment.
-  RawPeer watcher;
   std::unique_ptr<RawPeer> peer;
   while (peer == nullptr) {
     try {
-      peer = std::make_unique<RawPeer>(kService, answer);
-    } catch (const std::runtime_error&) {
-      watcher.Sync();
+      peer = std::make_unique<RawPeer>(kService, serve);
+    } catch (const std::runtime_error&) {  // the previous service may still have the name
     }
   }
+  started.set_value(peer.get());
   std::puts("ready");
   std::fflush(stdout);
   Choices choices(seed);
-  const int rate = choices.Between(1, 100);
-  auto event = Clock::now();
-  for (std::unique_lock<std::mutex> lock(mutex);;) {
-    const auto now = Clock::now();
-    if (event <= now) {
-      peer->Send(MakeSignal("Event", choices.Between(0, 9), Integers({1, 2, 3})));
-      event = now + milliseconds(choices.Between(1, 2 * rate));
-    }
-    const auto due = held.upper_bound(now);
-    for (auto each = held.begin(); each != due; each = held.erase(each)) {
-      peer->Send(std::move(each->second));
-    }
-    more.wait_until(lock, held.empty() ? event : std::min(event, held.begin()->first));
+  for (const int rate = choices.Between(1, 100);;) {
+    peer->Send(MakeSignal("Event", choices.Between(0, 9), Integers({1, 2, 3})));
+    std::this_thread::sleep_for(milliseconds(choices.Between(1, 2 * rate)));
   }
 }
 
-/// The bus and the service, which come and go.
-struct Stage {
-  void StartService(const Round& round) {
-    service = std::make_unique<ChildProgram>(
-        std::vector<std::string>{"/proc/self/exe", "--service", std::to_string(round.seed)});
-    if (!service->ReadLine()) {
-      throw std::runtime_error("the service does not start");
-    }
+std::unique_ptr<ChildProgram> StartService(const Round& round) {
+  const std::vector<std::string> command = {"/proc/self/exe", "--service",
+                                            std::to_string(round.seed)};
+  auto service = std::make_unique<ChildProgram>(command);
+  if (!service->ReadLine()) {
+    throw std::runtime_error("the service does not start");
   }
+  return service;
+}
 
+/// Returns what the worker writes last: the number of its calls. Throws if there is a fault, which
+/// the worker describes.
+long Play(const Round& round) {
   PrivateBus bus;
-  std::unique_ptr<ChildProgram> service;
-};
-
-/// Whether a child ends soon; it stays a zombie.
-bool Ends(pid_t process) {
-  constexpr int kMilliseconds = 10000;
-  pollfd end{static_cast<int>(syscall(SYS_pidfd_open, process, 0)), POLLIN, 0};
-  const bool ends = poll(&end, 1, kMilliseconds) == 1;
-  close(end.fd);
-  return ends;
-}
-
-void ShowStacks(const std::string& process) {
-  const std::string command = "gdb -nx -batch -iex 'set debuginfod enabled off' -p " + process +
-                              " -ex 'thread apply all backtrace' 2>&1";
-  std::fflush(stdout);
-  if (std::system(command.c_str()) != 0) {
-    std::puts("There are no stacks without gdb.");
-  }
-}
-
-/// What the worker says last, or throws what is wrong with it.
-std::string Watch(ChildProgram& worker, const std::string& process) {
-  std::string said = "nothing";
-  while (const auto line = worker.ReadLine()) {
-    said = *line;
-    if (said.rfind("FAULT ", 0) == 0) {
-      const std::string faulty = said.substr(6, said.find(' ', 6) - 6);
-      ShowStacks(faulty);
-      kill(std::stoi(faulty), SIGKILL);  // it may be a child of the worker
-      throw std::runtime_error(said);
+  bus.Start();
+  auto service = StartService(round);
+  ChildProgram worker({STRESS_WORKER, std::to_string(round.seed)});
+  worker.ReadLine();  // it is ready
+  auto watching = std::async(std::launch::async, [&worker] {
+    std::string last;
+    while (const auto line = worker.ReadLine()) {
+      last = *line;
+      std::puts(last.c_str());
+    }
+    return last;
+  });
+  const auto wait = [&](int time) { watching.wait_for(milliseconds(time)); };
+  for (const auto& [kind, after, length] : round.disturbances) {
+    wait(after);
+    if (kind == kPauseBus) {
+      bus.Pause();
+      wait(length);
+      bus.Resume();
+    } else if (kind == kPauseService) {
+      service->Signal(SIGSTOP);
+      wait(length);
+      service->Signal(SIGCONT);
+    } else if (kind == kRestartService) {
+      service.reset();
+      wait(length);
+      service = StartService(round);
+    } else {
+      kind == kStopBus ? bus.Stop() : bus.Kill();
     }
   }
-  if (!Ends(std::stoi(process))) {
-    ShowStacks(process);
-    throw std::runtime_error("the worker does not end");
-  }
+  const std::string last = watching.get();
   if (const int status = worker.Wait()) {
     throw std::runtime_error("the worker ended with " + std::to_string(status));
   }
-  return said;
-}
-
-std::string Play(const Round& round, Stage& stage) {
-  stage.service.reset();
-  stage.bus.Start();
-  stage.StartService(round);
-  ChildProgram worker({STRESS_WORKER, std::to_string(round.seed)});
-  const std::string process = worker.ReadLine().value_or("0");
-  worker.ReadLine();  // it is ready
-  auto watching = std::async(std::launch::async, [&] { return Watch(worker, process); });
-  const auto wait = [&](int time) {
-    return watching.wait_for(milliseconds(time)) == std::future_status::timeout;
-  };
-  for (const auto& [kind, after, length] : round.disturbances) {
-    if (!wait(after)) {
-      break;
-    }
-    if (kind >= kStopBus) {
-      kind == kStopBus ? stage.bus.Stop() : stage.bus.Kill();
-    } else if (kind == kRestartService) {
-      stage.service.reset();
-      wait(length);
-      stage.StartService(round);
-    } else {
-      kind == kPauseBus ? stage.bus.Pause() : stage.service->Signal(SIGSTOP);
-      wait(length);
-      kind == kPauseBus ? stage.bus.Resume() : stage.service->Signal(SIGCONT);
-    }
-  }
-  return watching.get();
+  return std::stol(last);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::fputs("usage: esg-stress SECONDS SEED\n", stderr);
+    std::fputs("usage: esg-client-stress SECONDS SEED\n", stderr);
     return EXIT_FAILURE;
   }
   const std::string first = argv[1];
@@ -170,22 +118,22 @@ int main(int argc, char** argv) {
     Serve(seed);
   }
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(std::stoi(first));
-  Stage stage;
-  int rounds = 0;
+  const Stopwatch stopwatch;
   long calls = 0;
   do {
     const Round round(seed++);
+    std::printf("seed %ju, %d callers", static_cast<std::uintmax_t>(round.seed), round.callers);
+    for (const Disturbance& each : round.disturbances) {
+      std::printf(", %s", kKinds[each.kind]);
+    }
+    std::puts(":");
     try {
-      const std::string work = Play(round, stage);
-      std::printf("%s: %s\n", round.Text().c_str(), work.c_str());
-      calls += std::stol(work);
+      calls += Play(round);
     } catch (const std::exception& fault) {
-      std::printf("Round %d, %s\n%s\n", rounds + 1, round.Text().c_str(), fault.what());
+      std::printf("Fault: %s\n", fault.what());
       return EXIT_FAILURE;
     }
-    ++rounds;
-  } while (std::chrono::steady_clock::now() < end);
-  std::printf("%d rounds, %ld calls, no fault.\n", rounds, calls);
+  } while (stopwatch.Milliseconds() < std::stol(first) * 1000);
+  std::printf("%ld calls, no fault.\n", calls);
   return EXIT_SUCCESS;
 }

@@ -1,23 +1,34 @@
 // The program under stress: one round of everything that an application may do at once. Its
-// argument is the round's seed; the last line that it prints says what it did.
+// argument is the seed of the round. The last line that it writes says what it did.
 
+#include <ESGAsync.h>
 #include <IPCS/ECIPCClient.h>
+#include <Platform.h>
+#include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
+#include "Client.h"
+#include "Sanitizers.h"
 #include "Stress.h"
 
 namespace {
 
-using namespace stress;
+using namespace esg::test;
+using namespace esg::test::stress;
 
-/// What a call without an answer takes, in milliseconds.
+/// What a call without a reply takes, in milliseconds.
 constexpr long kTimeLimit = 25'000;
 constexpr int kLargest = 31 << 20;
-/// More than these at once, and the bus would stop reading.
-constexpr int kLargeCalls = 3;
+/// With more at once, libdbus would stop reading.
+constexpr int kMaxLargeCalls = 3;
 constexpr int kOwnEvent = 1000;
 
 /// Like everything here that threads use, not destroyed: they run to the very end.
@@ -26,7 +37,7 @@ const Round& TheRound(std::uint64_t seed = 0) {
   return round;
 }
 
-/// How long a request may take on a very busy machine. One that is forgotten fails before, without
+/// How long a request may take on a very busy machine. One that is forgotten fails earlier, without
 /// a cause.
 long Limit() { return 40'000 + TheRound().paused; }
 
@@ -35,9 +46,37 @@ std::atomic<bool> exiting{false};
 std::atomic<int> largeCalls{0};
 std::atomic<int> calls{0};
 std::atomic<int> failures{0};
-std::atomic<int> ownEvents{0};
-auto& ownEventMutex = *new std::mutex;
-auto& ownEventCame = *new std::condition_variable;
+Shared<int>& OwnEvents() {
+  static auto& count = *new Shared<int>;
+  return count;
+}
+
+/// The last error that this thread has logged. Trivial, because the library logs to the very end of
+/// a thread.
+thread_local char lastError[512];
+
+/// Writes the fault and the stacks of all threads, and ends the process.
+[[noreturn]] void Fault(const char* text) {
+  static std::atomic<bool> isReported{false};
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  if (isReported.exchange(true)) {
+    for (;;) {
+      pause();
+    }
+  }
+  dprintf(STDOUT_FILENO, "FAULT %s\n", text);
+  char debugger[200];
+  std::snprintf(debugger, sizeof debugger,
+                "gdb -nx -batch -iex 'set debuginfod enabled off' -p %d"
+                " -ex 'thread apply all backtrace' 2>&1 || echo There are no stacks without gdb.",
+                getpid());
+  static_cast<void>(std::system(debugger));
+  _exit(EXIT_FAILURE);
+}
+
+void OnSignal(int signal) {
+  Fault(signal == SIGALRM ? "something has not ended" : strsignal(signal));
+}
 
 void Sleep(int milliseconds) {
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
@@ -47,104 +86,102 @@ Choices ChoicesOf(int thread) {
   return Choices(TheRound().seed * 1000 + static_cast<std::uint64_t>(thread));
 }
 
-/// Every failure has a reason in the log, and the reason a cause in this round.
-void CheckFailure(const Task& task, bool isMute) {
-  ++failures;
-  const std::string error(LastError());
+/// Does `work`, which returns whether it succeeds. Every failure must have a reason in the log, and
+/// the reason a cause in this round.
+template <typename Work>
+void Request(const std::string& what, int delay, Work work) {
+  lastError[0] = '\0';
+  const Stopwatch stopwatch;
+  const bool succeeds = work();
+  const std::string error(lastError);
   const auto says = [&](const char* text) { return error.find(text) != std::string::npos; };
   const bool losesBus = TheRound().losesBus || exiting;
   const bool isFine =
-      says("Did not receive a reply") ? isMute && task.Milliseconds() >= kTimeLimit
+      succeeds                          ? true
+      : says("Did not receive a reply") ? delay < 0 && stopwatch.Milliseconds() >= kTimeLimit
       : says("recipient disconnected") || says("was not provided by any .service")
           ? TheRound().losesService
           : losesBus && (says("Connection was disconnected before") || says("pending == NULL") ||
                          says("Connection is closed") || says("The client connection is closed"));
-  if (!isFine) {
-    Fault("failed without a cause: " + task.Text() + ": " + error);
+  failures += succeeds ? 0 : 1;
+  const bool isLate = stopwatch.Milliseconds() > Limit() + (delay < 0 ? kTimeLimit : delay);
+  if (!isFine || isLate) {
+    Fault((what + (isLate ? " took too long: " : " failed without a cause: ") + error).c_str());
   }
 }
 
-/// One call, compared with what it is to return. `beforehand` runs on its thread just before.
-template <typename Before>
-void CallOnce(int delay, int size, int answerSize, Before beforehand) {
+/// One call, compared with what it must return. `before` runs on its thread just before.
+void CallOnce(
+    int delay, int size, int replySize, const std::function<void()>& before = [] {}) {
   static std::atomic<int> number{0};
   const std::string request = BytesOf(TheRound().seed, static_cast<std::size_t>(size));
   const std::string method =
-      std::to_string(answerSize + 7) + " " + std::to_string(delay) + " " + std::to_string(++number);
-  const std::string expected = AnswerTo(method, request);
-  ForgetError();
-  const Task task("call " + method, Limit() + (delay < 0 ? kTimeLimit : delay));
-  beforehand();
-  const Answer answer = Call(method.c_str(), request);
-  if (answer.first == -1) {
-    CheckFailure(task, delay < 0);
-  } else if (answer != Answer(1, expected)) {
-    Fault("wrong answer: " + task.Text());
-  }
+      std::to_string(replySize + 7) + " " + std::to_string(delay) + " " + std::to_string(++number);
+  const std::string expected = ReplyTo(method, request);
+  Request("call " + method, delay, [&] {
+    before();
+    const Answer answer = Call(method.c_str(), request);
+    if (answer.first != -1 && answer != Answer(1, expected)) {
+      Fault(("wrong reply to " + method).c_str());
+    }
+    return answer.first != -1;
+  });
   ++calls;
 }
 
 int SmallSize(Choices& choices) {
   return choices.OneIn(20) ? choices.Between(1, 200'000) : choices.Between(1, 100);
 }
-void CallOnce(Choices& choices, int delay) {
-  CallOnce(delay, SmallSize(choices), SmallSize(choices), [] {});
+void SmallCall(Choices& choices, int delay) {
+  CallOnce(delay, SmallSize(choices), SmallSize(choices));
 }
-void CallOnce(Choices& choices) {
+void AnyCall(Choices& choices) {
   const int delay = choices.OneIn(20) ? choices.Between(1, choices.OneIn(5) ? 500 : 50) : 0;
-  if (!choices.OneIn(500) || !TheRound().HasLargeCalls() || largeCalls >= kLargeCalls) {
-    CallOnce(choices, delay);
+  if (!choices.OneIn(500) || !TheRound().HasLargeCalls() || largeCalls >= kMaxLargeCalls) {
+    SmallCall(choices, delay);
     return;
   }
   const int large = choices.OneIn(8) ? kLargest : choices.Between(1, 4 << 20);
-  const bool isAnswer = choices.OneIn(2);
   ++largeCalls;
-  CallOnce(delay, isAnswer ? 1 : large, isAnswer ? large : 1, [] {});
+  choices.OneIn(2) ? CallOnce(delay, 1, large) : CallOnce(delay, large, 1);
   --largeCalls;
 }
 
-/// What may fail for the same reasons as a call.
-template <typename Work>
-void Request(const char* what, Work work) {
-  ForgetError();
-  const Task task(what, Limit());
-  if (!work()) {
-    CheckFailure(task, false);
-  }
-}
 void ChangeRules(int event) {
-  Request("AddMatchRule", [event] { return Connection().AddMatchRule(event); });
-  Request("RemoveMatchRule", [event] { return Connection().RemoveMatchRule(event); });
+  Request("AddMatchRule", 0, [event] { return Connection().AddMatchRule(event); });
+  Request("RemoveMatchRule", 0, [event] { return Connection().RemoveMatchRule(event); });
 }
+
+// What threads run, each until the round ends.
 
 void RunCaller(int thread) {
   Choices choices = ChoicesOf(thread);
   while (!stopping) {
     const int failed = failures;
-    choices.OneIn(40) ? ChangeRules(choices.Between(0, 9)) : CallOnce(choices);
+    choices.OneIn(40) ? ChangeRules(choices.Between(0, 9)) : AnyCall(choices);
     if (failures != failed || choices.OneIn(50)) {
       Sleep(choices.Between(0, 10));
     }
   }
 }
 
-/// All callers start together and each makes one request, the next when all have ended: nothing
+/// All callers start together. Each makes one request, and the next when all have ended: nothing
 /// that comes later helps one that is forgotten.
 void RunSteps(int thread) {
   Choices choices = ChoicesOf(thread);
   while (!stopping) {
     const bool changesRules = choices.OneIn(4);
     const int delay = choices.OneIn(2) ? choices.Between(1, 50) : 0;
-    const int largeAnswers = choices.OneIn(3) && TheRound().HasLargeCalls() ? kLargeCalls : 0;
+    const int large = choices.OneIn(3) && TheRound().HasLargeCalls() ? kMaxLargeCalls : 0;
     auto callers = Threads(TheRound().callers, [&](int i) {
       Choices own = ChoicesOf(i);
       if (changesRules) {
         ChangeRules(i);
-      } else if (i < largeAnswers) {
+      } else if (i < large) {
         // Together they reach the 63 MiB at which libdbus stops reading.
         CallOnce(delay, 1, i < 2 ? kLargest : 2 << 20, [&] { ReadSlowly(own.Between(500, 1500)); });
       } else {
-        CallOnce(own, delay);
+        SmallCall(own, delay);
       }
     });
     Join(callers);
@@ -155,33 +192,35 @@ void RunSteps(int thread) {
 void RunCancellations(int thread) {
   Choices choices = ChoicesOf(thread);
   while (!stopping) {
-    std::atomic<bool> isCalling{false};
-    std::thread caller([&, seed = choices.Between(0, 1'000'000)] {
+    std::promise<void> isCalling;
+    std::thread caller([&isCalling, seed = choices.Between(0, 1'000'000)] {
       pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
       Choices own(static_cast<std::uint64_t>(seed));
       CallOnce(own.Between(0, 10), SmallSize(own), SmallSize(own), [&] {
-        isCalling = true;
+        isCalling.set_value();
         pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
       });
       pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     });
-    while (!isCalling) {
-      std::this_thread::yield();
-    }
+    isCalling.get_future().wait();
     std::this_thread::sleep_for(std::chrono::microseconds(choices.Between(0, 5000)));
     pthread_cancel(caller.native_handle());
     caller.join();
   }
 }
 
-[[noreturn]] void EndAsChild(bool isCaller) {
+/// A child may use nothing, and changes nothing for its parent.
+[[noreturn]] void EndAsChild(bool usesLibrary) {
   if (exiting) {
     _exit(EXIT_SUCCESS);  // the library no longer learns of a fork then
   }
-  ForgetError();
-  if (isCaller &&
-      (Call("0 0 0", "") != kFailure || LastError().find("forked") == std::string_view::npos)) {
-    Fault("a child's call does not fail as it has to: " + std::string(LastError()));
+  alarm(static_cast<unsigned int>(Limit() / 1000));
+  ESGMessageBuffer payload;
+  if (usesLibrary &&
+      (Call("0 0 0", "") != kFailure || std::strstr(lastError, "forked") == nullptr ||
+       Connection().AddMatchRule(9) || ECIPCClient::GetInstance()->Send(kOwnEvent, payload) ||
+       ESGAsync::GetServiceFragment("id", true, nullptr) != 0)) {
+    Fault("a child can use the library");
   }
   std::exit(EXIT_SUCCESS);
 }
@@ -189,15 +228,14 @@ void RunCancellations(int thread) {
 void RunForks(int thread) {
   Choices choices = ChoicesOf(thread);
   while (!stopping) {
-    const bool callsThere = choices.OneIn(2);
+    const bool usesLibrary = choices.OneIn(2);
     const pid_t child = fork();
     if (child == 0) {
-      EndAsChild(callsThere);
+      EndAsChild(usesLibrary);
     }
-    const Task task("a child", Limit(), child);
     int status = -1;
     if (waitpid(child, &status, 0) != child || status != 0) {
-      Fault("a child ended with status " + std::to_string(status));
+      Fault("a child did not end well");
     }
     Sleep(choices.Between(0, 100));
   }
@@ -205,7 +243,7 @@ void RunForks(int thread) {
 
 /// Posts numbered events to this process.
 void Post(int number) {
-  Request("post", [number] {
+  Request("post", 0, [number] {
     ESGMessageBuffer payload = Payload(Integers({number}));
     return ECIPCClient::GetInstance()->Send(kOwnEvent, payload);
   });
@@ -214,19 +252,19 @@ void Post(int number) {
 void OnEvent(int number, ESGMessageBuffer& payload) {
   static Choices& choices = *new Choices(TheRound().seed);
   static std::atomic<bool> isInside{false};
+  static int previous = 0;
   if (isInside.exchange(true)) {
     Fault("an event was delivered inside another one");
   }
-  const bool isOwn = number == kOwnEvent;
-  if (isOwn && payload.PopInt() != ownEvents + 1) {
-    Fault("another event came after " + std::to_string(ownEvents));
+  if (number == kOwnEvent && payload.PopInt() != ++previous) {
+    Fault("an event was lost, or came too early");
   }
-  // Now and then something takes long: here, or on a thread that is waited for, in a nested loop.
+  // Now and then something takes long: here, or on a thread that a nested loop waits for.
   const int what = stopping ? 0 : choices.Between(0, 60);
   std::atomic<bool> isDone{false};
   const auto work = [&] {
     Choices own(static_cast<std::uint64_t>(calls));
-    what == 1 ? Sleep(own.Between(0, 20)) : own.OneIn(2) ? CallOnce(own) : ChangeRules(9);
+    what == 1 ? Sleep(own.Between(0, 20)) : own.OneIn(2) ? AnyCall(own) : ChangeRules(9);
     isDone = true;
     g_main_context_wakeup(nullptr);
   };
@@ -238,25 +276,40 @@ void OnEvent(int number, ESGMessageBuffer& payload) {
     thread.join();
   }
   isInside = false;
-  {
-    const std::lock_guard<std::mutex> lock(ownEventMutex);
-    ownEvents += isOwn ? 1 : 0;
-  }
-  ownEventCame.notify_all();
+  OwnEvents().With([](int& count) { count = previous; });
 }
 
-void PrintWork() {
-  std::printf("%d calls, %d failures, %d events\n", calls.load(), failures.load(),
-              ownEvents.load());
-  std::fflush(stdout);
+[[noreturn]] void End() {
+  std::printf("%d calls, %d failures\n", calls.load(), failures.load());
+  std::exit(EXIT_SUCCESS);
 }
 
 }  // namespace
 
+// They replace the platform's.
+
+int __dlog_print(int /*logBuffer*/, int priority, const char* /*tag*/, const char* format, ...) {
+  if (priority >= ESG_LOG_PRIORITY_ERROR) {
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(lastError, sizeof lastError, format, arguments);
+    va_end(arguments);
+  }
+  return 0;
+}
+
+void _FCAssert(const char* expression, const char* /*sourcePath*/, int /*line*/) {
+  Fault(expression);
+}
+
 int main(int /*argc*/, char** argv) {
-  std::printf("%d\n", getpid());
   const Round& round = TheRound(std::strtoull(argv[1], nullptr, 10));
-  StartWatch();
+  prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY);  // for the debugger
+  for (const int signal : {SIGSEGV, SIGBUS, SIGABRT, SIGFPE, SIGILL, SIGALRM}) {
+    std::signal(signal, &OnSignal);
+  }
+  // The last calls start when the round ends, and may all have no reply.
+  alarm(static_cast<unsigned int>((round.milliseconds + Limit() + kTimeLimit) / 1000));
   Perturb(round.seed, round.perturbation);
   Connection().SetEventCallbackFunction(&OnEvent);
   Connection().SetGMainLoop(nullptr);
@@ -272,9 +325,9 @@ int main(int /*argc*/, char** argv) {
   // The sanitizers do not survive a cancellation within poll(), or lose track of its stack.
   start(round.cancels && !kSanitized ? 1 : 0, &RunCancellations);
   start(round.forks && kForksSafely ? 1 : 0, &RunForks);
-  start(round.muteCalls, [](int thread) {
+  start(round.silentCalls, [](int thread) {
     Choices choices = ChoicesOf(thread);
-    CallOnce(choices, -1);
+    SmallCall(choices, -1);
   });
   std::puts("ready");
   std::fflush(stdout);
@@ -289,21 +342,14 @@ int main(int /*argc*/, char** argv) {
   }
   if (round.exits) {
     exiting = true;
-    PrintWork();
-    std::exit(EXIT_SUCCESS);
+    End();
   }
   stopping = true;
   Join(threads);
-  const Task task("the events posted", Limit());
-  std::unique_lock<std::mutex> lock(ownEventMutex);
-  while (!round.losesBus && !ownEventCame.wait_for(lock, std::chrono::milliseconds(20),
-                                                   [&] { return ownEvents >= posted; })) {
-    lock.unlock();
-    Post(++posted);  // the rest of one goes out with the next
-    lock.lock();
+  while (!round.losesBus && !OwnEvents().WaitUntil([posted](int count) { return count >= posted; },
+                                                   std::chrono::milliseconds(20))) {
+    Post(++posted);  // also sends what is left of one
   }
-  lock.unlock();
   delete loop;
-  PrintWork();
-  return EXIT_SUCCESS;
+  End();
 }

@@ -23,8 +23,8 @@
 
 namespace esg::test {
 
-/// The fixture of a test that needs a bus: it is there before the test starts. Without it the
-/// process has no bus, at an address where TestBus() can start one.
+/// The fixture of a test that needs a bus from its start. A test without it may start one later,
+/// with TestBus().
 class OnBus : public testing::Test {
  protected:
   OnBus() { TestBus().Start(); }

@@ -1,13 +1,14 @@
 #include "ChildProgram.h"
 
-#include <fcntl.h>
-#include <poll.h>
+#include <glib.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
 #include <cerrno>
 #include <csignal>
-#include <system_error>
+#include <cstdlib>
+#include <future>
+#include <stdexcept>
 #include <utility>
 
 namespace esg::test {
@@ -19,34 +20,33 @@ ChildProgram::ChildProgram(const std::vector<std::string>& command, int output, 
     arguments.push_back(const_cast<char*>(argument.c_str()));
   }
   arguments.push_back(nullptr);
-  std::array<int, 3> streams = {kPipe, output, errors};
-  for (std::size_t i = 0; i < streams.size(); ++i) {
-    if (streams[i] == kPipe) {
-      int ends[2];
-      if (pipe2(ends, O_CLOEXEC) != 0) {
-        throw std::system_error(errno, std::generic_category(), "pipe2");
-      }
-      streams[i] = ends[i == STDIN_FILENO ? 0 : 1];
-      m_pipes[i] = ends[i == STDIN_FILENO ? 1 : 0];
+  struct Child {
+    const std::array<int, 3> streams;
+    const pid_t parent = getpid();
+  } child{{kPipe, output, errors}};
+  const GSpawnChildSetupFunc setUp = [](gpointer data) {
+    const auto& self = *static_cast<Child*>(data);
+    for (int i = 0; i < 3; ++i) {
+      dup2(self.streams[static_cast<std::size_t>(i)], i);  // does nothing for a pipe
     }
-  }
-  const pid_t parent = getpid();
-  m_pid = fork();
-  if (m_pid == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) {
+    if (getppid() != self.parent) {
       _exit(127);
     }
-    std::signal(SIGPIPE, SIG_DFL);  // which libdbus has this process ignore
-    for (int i = 0; i < 3; ++i) {
-      dup2(streams[static_cast<std::size_t>(i)], i);
-    }
-    execvp(arguments[0], arguments.data());
-    _exit(127);
+  };
+  std::array<int, 3> pipes = {kPipe, kPipe, kPipe};
+  GError* error = nullptr;
+  if (g_spawn_async_with_pipes(nullptr, arguments.data(), nullptr,
+                               GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD), setUp,
+                               &child, &m_pid, &pipes[kInput],
+                               output == kPipe ? &pipes[kOutput] : nullptr,
+                               errors == kPipe ? &pipes[kErrors] : nullptr, &error) == FALSE) {
+    throw std::runtime_error(error->message);
   }
-  for (const int stream : streams) {
-    if (stream > STDERR_FILENO) {
-      close(stream);
+  for (const Stream stream : {kInput, kOutput, kErrors}) {
+    m_streams[stream] = fdopen(pipes[stream], stream == kInput ? "w" : "r");
+    if (child.streams[stream] > STDERR_FILENO) {
+      close(child.streams[stream]);
     }
   }
 }
@@ -56,31 +56,27 @@ ChildProgram::~ChildProgram() {
     Signal(SIGKILL);
     Wait();
   }
-  for (const int pipe : m_pipes) {
-    close(pipe);
+  for (const Stream stream : {kInput, kOutput, kErrors}) {
+    Close(stream);
   }
 }
 
-bool ChildProgram::ReadMore(Stream stream) {
-  pollfd descriptor{m_pipes[stream], POLLIN, 0};
-  char bytes[4096];
-  if (descriptor.fd == kPipe || poll(&descriptor, 1, 30'000) != 1) {
-    return false;
-  }
-  const ssize_t size = read(descriptor.fd, bytes, sizeof bytes);
-  m_pending[stream].append(bytes, size > 0 ? static_cast<std::size_t>(size) : 0);
-  return size > 0;
+std::string ChildProgram::ReadUpTo(char delimiter, Stream stream) {
+  char* bytes = nullptr;
+  std::size_t capacity = 0;
+  const ssize_t size =
+      m_streams[stream] == nullptr ? 0 : getdelim(&bytes, &capacity, delimiter, m_streams[stream]);
+  std::string text(bytes, size > 0 ? static_cast<std::size_t>(size) : 0);
+  std::free(bytes);
+  return text;
 }
 
 std::optional<std::string> ChildProgram::ReadLine(Stream stream) {
-  std::size_t end = 0;
-  while ((end = m_pending[stream].find('\n')) == std::string::npos) {
-    if (!ReadMore(stream)) {
-      return std::nullopt;
-    }
+  std::string line = ReadUpTo('\n', stream);
+  if (line.empty() || line.back() != '\n') {
+    return std::nullopt;
   }
-  std::string line = m_pending[stream].substr(0, end);
-  m_pending[stream].erase(0, end + 1);
+  line.pop_back();
   return line;
 }
 
@@ -93,15 +89,17 @@ bool ChildProgram::WaitForLine(const std::string& part, Stream stream) {
   return false;
 }
 
-void ChildProgram::Write(const std::string& text) const {
-  if (write(m_pipes[STDIN_FILENO], text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-    throw std::system_error(errno, std::generic_category(), "write");
+void ChildProgram::Write(const std::string& text) {
+  if (std::fputs(text.c_str(), m_streams[kInput]) < 0 || std::fflush(m_streams[kInput]) != 0) {
+    throw std::runtime_error("the program does not read");
   }
 }
 
-void ChildProgram::CloseInput() { close(std::exchange(m_pipes[STDIN_FILENO], kPipe)); }
-
-void ChildProgram::CloseOutput() { close(std::exchange(m_pipes[kOutput], kPipe)); }
+void ChildProgram::Close(Stream stream) {
+  if (std::FILE* file = std::exchange(m_streams[stream], nullptr)) {
+    std::fclose(file);
+  }
+}
 
 void ChildProgram::Signal(int signal) const { kill(m_pid, signal); }
 
@@ -114,11 +112,10 @@ int ChildProgram::Wait() {
 }
 
 ChildProgram::Result ChildProgram::End() {
-  for (const Stream stream : {kOutput, kErrors}) {
-    while (ReadMore(stream)) {
-    }
-  }
-  return {Wait(), m_pending[kOutput], m_pending[kErrors]};
+  // Reads both at once: the program would wait if one pipe were full.
+  auto errors = std::async(std::launch::async, [this] { return ReadUpTo('\0', kErrors); });
+  std::string output = ReadUpTo('\0', kOutput);
+  return {Wait(), std::move(output), errors.get()};
 }
 
 }  // namespace esg::test

@@ -5,37 +5,38 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace esg::test {
 
-/// A program that runs beside the test, with pipes on its standard streams. Killed with this object
-/// and with the test.
+/// A program that runs beside the test, with pipes as its standard streams. It is killed with this
+/// object, and with the test.
 class ChildProgram {
  public:
-  enum Stream { kOutput = STDOUT_FILENO, kErrors = STDERR_FILENO };
+  enum Stream { kInput, kOutput, kErrors };
   static constexpr int kPipe = -1;
 
-  /// `output` and `errors` are descriptors that it takes over, instead of a pipe.
+  /// `output` and `errors` are descriptors to use instead of a pipe. This object closes them.
   explicit ChildProgram(const std::vector<std::string>& command, int output = kPipe,
                         int errors = STDERR_FILENO);
   ~ChildProgram();
   ChildProgram(const ChildProgram&) = delete;
   ChildProgram& operator=(const ChildProgram&) = delete;
 
-  /// The next line that it writes; none at its end, or when thirty seconds pass without one.
+  /// The next line that it writes. None at its end.
   std::optional<std::string> ReadLine(Stream stream = kOutput);
-  /// Reads lines up to one with `part` in it; false where none comes.
+  /// Reads lines up to one that contains `part`. Returns false if there is none.
   bool WaitForLine(const std::string& part, Stream stream = kOutput);
 
-  void Write(const std::string& text) const;
-  void CloseInput();
-  void CloseOutput();
+  void Write(const std::string& text);
+  void CloseInput() { Close(kInput); }
+  void CloseOutput() { Close(kOutput); }
   void Signal(int signal) const;
 
-  /// Waits for its end: the exit status, or the signal that ended it, negated.
+  /// Waits for its end. Returns the exit status, or the negated signal that ended it.
   int Wait();
 
   struct Result {
@@ -43,15 +44,15 @@ class ChildProgram {
     std::string output;
     std::string errors;
   };
-  /// The rest of what it writes, and how it ends.
+  /// Returns the rest of what it writes, and how it ends.
   Result End();
 
  private:
-  bool ReadMore(Stream stream);
+  void Close(Stream stream);
+  std::string ReadUpTo(char delimiter, Stream stream);
 
   pid_t m_pid = -1;
-  std::array<int, 3> m_pipes = {kPipe, kPipe, kPipe};
-  std::array<std::string, 3> m_pending;
+  std::array<std::FILE*, 3> m_streams = {};  // null where there is no pipe
 };
 
 }  // namespace esg::test

@@ -3,7 +3,6 @@
 
 #include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
 #include <future>
 #include <string>
@@ -14,7 +13,7 @@
 #include "IPCS/ESGMessageBuffer.h"
 #include "Service.h"
 
-/// The library's ends of the wire in short forms, and what this process uses.
+/// The library's side of the protocol in short forms, and what this process uses.
 namespace esg::test {
 
 inline ESGMessageBuffer Payload(std::string bytes) {
@@ -29,7 +28,7 @@ inline std::string Bytes(const ESGMessageBuffer& buffer) {
 
 inline EIIPCConnection& Connection() { return *EIIPCConnection::GetInstance(); }
 
-/// Result and payload of a call through the process-wide connection.
+/// The result and the payload of a call on the process-wide connection.
 using Answer = std::pair<int, std::string>;
 inline const Answer kFailure{-1, ""};
 
@@ -45,15 +44,10 @@ inline std::future<Answer> CallInThread(const char* method, const std::string& p
   return std::async(std::launch::async, [=] { return Call(method, payload); });
 }
 
-/// An emitter's connection is closed at its end but stays, so there is one for all.
+/// One for all, because an emitter keeps the memory of its connection.
 inline ECIPCBroadcaster& TheEmitter() {
   static ECIPCBroadcaster emitter;
   return emitter;
-}
-
-inline int OpenDescriptors() {
-  const std::filesystem::directory_iterator all("/proc/self/fd");
-  return static_cast<int>(std::distance(begin(all), end(all)));
 }
 
 inline long ResidentKiB() {

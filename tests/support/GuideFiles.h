@@ -17,11 +17,14 @@ struct Reports {
   const Report report = [this](const std::string& line) { lines.push_back(line); };
 };
 
-inline std::shared_ptr<const File> ReadFile(const std::string& name, std::string bytes) {
-  FragmentParser parser;
+/// `before`: the weight of the fragments read before.
+inline std::shared_ptr<const File> ReadFile(const std::string& name, std::string bytes,
+                                            std::size_t before = 0) {
+  pugi::xml_document document;
   auto file = std::make_shared<File>();
   file->name = name;
-  ReadBytes(*file, bytes, parser, nullptr);
+  std::atomic<std::size_t> weight{before};
+  ReadBytes(*file, bytes, document, nullptr, weight);
   return file;
 }
 

@@ -1,77 +1,54 @@
 #include "LogCapture.h"
 
-#include <chrono>
-#include <condition_variable>
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
+#include <cstdlib>
 
 #include "Platform.h"
+#include "Threads.h"
 
 namespace esg::test::log_capture {
 namespace {
 
-struct State {
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::vector<Line> lines;
-  std::vector<Assertion> assertions;
-  bool echo = false;
-
-  int Count(std::string_view part) const {
-    int count = 0;
-    for (const Line& line : lines) {
-      count += line.text.find(part) != std::string::npos ? 1 : 0;
-    }
-    return count;
-  }
-};
-
-/// Never destroyed: the library's own static objects log when they are.
-State& TheState() {
-  static State& state = *new State;
-  return state;
+/// Never destroyed: the destructors of the library's static objects write to the log.
+Shared<std::vector<Line>>& TheLines() {
+  static auto& lines = *new Shared<std::vector<Line>>;
+  return lines;
 }
 
-/// Does `work` with the state, which it returns the result of.
-template <typename Work>
-auto Locked(Work work) {
-  const std::lock_guard<std::mutex> lock(TheState().mutex);
-  return work(TheState());
+int CountIn(const std::vector<Line>& lines, std::string_view part) {
+  return static_cast<int>(std::count_if(lines.begin(), lines.end(), [part](const Line& line) {
+    return line.text.find(part) != std::string::npos;
+  }));
+}
+
+void Add(Line line) {
+  std::fputs(line.text.c_str(), stderr);
+  TheLines().With([&](auto& lines) { lines.push_back(std::move(line)); });
 }
 
 }  // namespace
 
 std::vector<Line> Lines() {
-  return Locked([](State& state) { return state.lines; });
+  return TheLines().With([](auto& lines) { return lines; });
 }
 
 int Count(std::string_view part) {
-  return Locked([part](State& state) { return state.Count(part); });
+  return TheLines().With([part](auto& lines) { return CountIn(lines, part); });
 }
 
 bool WaitFor(std::string_view part, int count) {
-  State& state = TheState();
-  std::unique_lock<std::mutex> lock(state.mutex);
-  return state.changed.wait_for(lock, std::chrono::seconds(20),
-                                [&] { return state.Count(part) >= count; });
-}
-
-std::vector<Assertion> Assertions() {
-  return Locked([](State& state) { return state.assertions; });
+  return TheLines().WaitUntil([&](auto& lines) { return CountIn(lines, part) >= count; });
 }
 
 void Clear() {
-  Locked([](State& state) { state.lines.clear(); });
-}
-
-void Echo() {
-  Locked([](State& state) { state.echo = true; });
+  TheLines().With([](auto& lines) { lines.clear(); });
 }
 
 }  // namespace esg::test::log_capture
 
-using namespace esg::test::log_capture;
+using esg::test::log_capture::Line;
 
 int __dlog_print(int /*logBuffer*/, int priority, const char* tag, const char* format, ...) {
   va_list arguments;
@@ -83,16 +60,11 @@ int __dlog_print(int /*logBuffer*/, int priority, const char* tag, const char* f
   std::free(text);
   const std::size_t prefix = line.text.find(" > ");
   line.message = prefix == std::string::npos ? line.text : line.text.substr(prefix + 3);
-  Locked([&](State& state) {
-    if (state.echo) {
-      std::fputs(line.text.c_str(), stderr);
-    }
-    state.lines.push_back(std::move(line));
-    state.changed.notify_all();
-  });
+  esg::test::log_capture::Add(std::move(line));
   return 0;
 }
 
 void _FCAssert(const char* expression, const char* sourcePath, int /*line*/) {
-  Locked([&](State& state) { state.assertions.push_back({expression, sourcePath}); });
+  esg::test::log_capture::Add(
+      {0, "assert", std::string("Broken: ") + sourcePath + ": " + expression + "\n", {}});
 }

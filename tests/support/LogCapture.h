@@ -5,32 +5,23 @@
 #include <string_view>
 #include <vector>
 
-/// The platform's log and assertion routine in a test: they remember what they are told.
+/// The platform's log and assertion routine in a test. They write to standard error, and keep the
+/// lines.
 namespace esg::test::log_capture {
 
 struct Line {
   int priority;
-  std::string tag;
-  std::string text;     ///< All of it.
-  std::string message;  ///< What follows file, function and line.
+  std::string tag;  ///< "assert" if it is a broken assertion: "Broken: <source>: <expression>".
+  std::string text;
+  std::string message;  ///< The text after file, function and line.
 };
 
 std::vector<Line> Lines();
-/// How many lines have this in their text.
+/// Returns how many lines contain `part`.
 int Count(std::string_view part);
-/// Waits until that many lines have it; false after ten seconds.
+/// Waits until that many lines contain `part`. Returns false after 30 seconds.
 bool WaitFor(std::string_view part, int count = 1);
-
-struct Assertion {
-  std::string expression;
-  std::string source;
-};
-std::vector<Assertion> Assertions();
-
 void Clear();
-
-/// Writes what comes from now on to standard error as well, for a test of a process that ends.
-void Echo();
 
 }  // namespace esg::test::log_capture
 

@@ -5,26 +5,14 @@
 #include <string>
 
 #include "ChildProgram.h"
-#include "LogCapture.h"
 #include "PrivateBus.h"
 
 namespace {
 
-using namespace esg::test;
+using esg::test::ChildProgram;
 
-/// Shows what was logged when a test fails.
-class LogOfFailures : public testing::EmptyTestEventListener {
-  void OnTestEnd(const testing::TestInfo& test) override {
-    if (test.result()->Failed()) {
-      for (const log_capture::Line& line : log_capture::Lines()) {
-        std::fprintf(stderr, "log %d: %s\n", line.priority, line.text.c_str());
-      }
-    }
-  }
-};
-
-/// Runs each test in a process of its own, as ctest does: the library's connections and its log are
-/// those of a process, and libdbus reads the bus address once. The number of those that fail.
+/// Runs each test in its own process, as ctest does: a process has one set of connections and one
+/// log, and libdbus reads the bus address once. Returns the number of tests that fail.
 int RunEach() {
   int failures = 0;
   const testing::UnitTest& all = *testing::UnitTest::GetInstance();
@@ -49,7 +37,6 @@ int main(int argc, char** argv) {
   if (testing::FLAGS_gtest_filter == "*" && !testing::FLAGS_gtest_list_tests) {
     return RunEach() == 0 ? 0 : 1;
   }
-  TestBus();
-  testing::UnitTest::GetInstance()->listeners().Append(new LogOfFailures);
+  esg::test::TestBus();
   return RUN_ALL_TESTS();
 }

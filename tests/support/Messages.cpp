@@ -15,30 +15,6 @@ MessagePtr Append(MessagePtr message, int type, const void* head, const std::str
   return message;
 }
 
-void Append(DBusMessageIter* to, DBusSignatureIter types, int elements) {
-  do {
-    const int type = dbus_signature_iter_get_current_type(&types);
-    if (dbus_type_is_container(type) == FALSE) {
-      const char* text = "5";
-      dbus_uint64_t number = 5;
-      void* value = type == DBUS_TYPE_STRING ? static_cast<void*>(&text) : &number;
-      dbus_message_iter_append_basic(to, type, value);
-      continue;
-    }
-    DBusSignatureIter inner;
-    DBusMessageIter container;
-    dbus_signature_iter_recurse(&types, &inner);
-    char* signature = dbus_signature_iter_get_signature(&inner);
-    const bool isArray = type == DBUS_TYPE_ARRAY;
-    dbus_message_iter_open_container(to, type, isArray ? signature : nullptr, &container);
-    for (int i = 0; i < (isArray ? elements : 1); ++i) {
-      Append(&container, inner, elements);
-    }
-    dbus_message_iter_close_container(to, &container);
-    dbus_free(signature);
-  } while (dbus_signature_iter_next(&types) != FALSE);
-}
-
 }  // namespace
 
 MessagePtr MakeCall(const std::string& destination, const std::string& method,
@@ -87,13 +63,24 @@ std::string Integers(std::initializer_list<int> values) {
   return {reinterpret_cast<const char*>(values.begin()), values.size() * sizeof(int)};
 }
 
-MessagePtr WithBody(MessagePtr message, const std::string& signature, int elements) {
+MessagePtr WithBody(MessagePtr message, const std::string& signature) {
+  const char* text = "5";
+  const dbus_uint64_t number = 5;
   DBusMessageIter body;
-  DBusSignatureIter types;
+  DBusMessageIter array;
   dbus_message_iter_init_append(message.get(), &body);
-  dbus_signature_iter_init(&types, signature.c_str());
-  if (!signature.empty()) {
-    Append(&body, types, elements);
+  for (std::size_t i = 0; i < signature.size(); ++i) {
+    const bool isArray = signature[i] == DBUS_TYPE_ARRAY;
+    if (isArray) {
+      const std::string element = signature.substr(++i, 1);
+      dbus_message_iter_open_container(&body, DBUS_TYPE_ARRAY, element.c_str(), &array);
+    }
+    const void* value =
+        signature[i] == DBUS_TYPE_STRING ? static_cast<const void*>(&text) : &number;
+    dbus_message_iter_append_basic(isArray ? &array : &body, signature[i], value);
+    if (isArray) {
+      dbus_message_iter_close_container(&body, &array);
+    }
   }
   return message;
 }

@@ -20,23 +20,23 @@ MessagePtr MakeSignal(const char* member, int number, const std::string& bytes,
                       const std::string& destination = "");
 
 struct Body {
-  std::string text;  ///< The first argument where it is a string,
-  int number = 0;    ///< where it is an integer.
+  std::string text;  ///< The first argument if it is a string,
+  int number = 0;    ///< or an integer.
   int length = 0;
   std::string bytes;
 };
-/// Reads a body "siay" or "iiay"; throws when it is neither.
+/// Reads a body "siay" or "iiay". Throws if it is neither.
 Body ReadBody(DBusMessage* message);
 
 /// A payload of integers.
 std::string Integers(std::initializer_list<int> values);
 
-/// Appends made-up values of the types of `signature`; each array gets as many elements.
-MessagePtr WithBody(MessagePtr message, const std::string& signature, int elements = 1);
+/// Appends values of the types of `signature`: integers, strings, and arrays of one of them.
+MessagePtr WithBody(MessagePtr message, const std::string& signature);
 
-/// How many bytes of payload can be added to a message for the bus to take it. And whether the bus
-/// takes a message: it drops the connection that sends one too large.
+/// How many bytes of payload can be added to a message so that the bus accepts it.
 std::size_t LargestPayload(DBusMessage* message);
+/// Whether the bus accepts a message. It disconnects the sender of one that is too large.
 bool BusTakes(MessagePtr message);
 
 }  // namespace esg::test

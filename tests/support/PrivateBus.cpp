@@ -47,7 +47,7 @@ void PrivateBus::Start() {
 void PrivateBus::Stop() {
   if (m_daemon != nullptr) {
     m_daemon->Signal(SIGTERM);
-    m_daemon->Signal(SIGCONT);  // one that stands still takes nothing else
+    m_daemon->Signal(SIGCONT);  // a stopped process handles SIGTERM only then
     m_daemon->Wait();
     m_daemon.reset();
   }

@@ -9,25 +9,25 @@
 
 namespace esg::test {
 
-/// A real dbus-daemon of type `system`, with that type's own limits, which ends with this process.
+/// A dbus-daemon with the limits of a system bus, which ends with this process.
 ///
-/// Its address is known, and stands in DBUS_SYSTEM_BUS_ADDRESS, before it is started; it may be
-/// started late, and again at the same address.
+/// DBUS_SYSTEM_BUS_ADDRESS has its address before it is started. It may be started late, and again
+/// at the same address.
 class PrivateBus {
  public:
-  /// `policy` takes the place of the default one, under which everybody may do everything;
-  /// `settings` are other elements of its configuration.
+  /// `policy` replaces the default one, which allows everything. `settings` are other elements of
+  /// the configuration.
   explicit PrivateBus(const std::string& policy = "", const std::string& settings = "");
   ~PrivateBus();
   PrivateBus(const PrivateBus&) = delete;
   PrivateBus& operator=(const PrivateBus&) = delete;
 
-  /// Returns when the bus takes connections, at once where it does; throws when it does not start.
+  /// Waits until the bus accepts connections. Throws if it does not start.
   void Start();
-  /// Ends it, asking or not, and returns when it is gone.
+  /// Ends it, by request or by force, and waits for its end.
   void Stop();
   void Kill();
-  /// Lets it stand still, connected but without taking or giving anything, and go on.
+  /// Stops it, connected but reading and writing nothing, and continues it.
   void Pause();
   void Resume();
 
@@ -36,7 +36,7 @@ class PrivateBus {
   std::unique_ptr<ChildProgram> m_daemon;
 };
 
-/// The bus at the address that every test has, which the fixture OnBus starts.
+/// The bus that every test has the address of, and that the fixture OnBus starts.
 PrivateBus& TestBus();
 
 }  // namespace esg::test

@@ -3,7 +3,6 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
-#include <chrono>
 #include <stdexcept>
 #include <utility>
 
@@ -36,26 +35,20 @@ RawPeer::RawPeer(const std::string& name, Handler handler)
 }
 
 void RawPeer::Stop() {
-  if (!m_thread.joinable()) {
-    return;
+  if (m_thread.joinable()) {
+    m_received.With([](Received& received) { received.stops = true; });
+    eventfd_write(m_wakeUp.number, 1);
+    m_thread.join();
+    internal::ConnectionPtr(m_connection).reset();
   }
-  {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_stop = true;
-  }
-  eventfd_write(m_wakeUp.number, 1);
-  m_thread.join();
-  internal::ConnectionPtr(m_connection).reset();
 }
 
 int RawPeer::Calls() {
-  const std::lock_guard<std::mutex> lock(m_mutex);
-  return m_calls;
+  return m_received.With([](Received& received) { return received.calls; });
 }
 
 bool RawPeer::WaitForCalls(int count) {
-  std::unique_lock<std::mutex> lock(m_mutex);
-  return Wait(lock, [&] { return m_calls >= count; });
+  return m_received.WaitUntil([count](Received& received) { return received.calls >= count; });
 }
 
 dbus_uint32_t RawPeer::Send(MessagePtr message) {
@@ -67,31 +60,28 @@ dbus_uint32_t RawPeer::Send(MessagePtr message) {
 
 MessagePtr RawPeer::Call(MessagePtr call) {
   const dbus_uint32_t serial = Send(std::move(call));
-  {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    Wait(lock, [&] { return m_replies.count(serial) != 0; });
-  }
+  m_received.WaitUntil(
+      [serial](Received& received) { return received.replies.count(serial) != 0; });
   return Answer(serial);
 }
 
 MessagePtr RawPeer::Answer(dbus_uint32_t serial) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
-  MessagePtr reply = std::move(m_replies[serial]);
-  m_replies.erase(serial);
-  return reply;
+  return m_received.With([serial](Received& received) {
+    const auto reply = received.replies.extract(serial);
+    return reply.empty() ? nullptr : std::move(reply.mapped());
+  });
 }
 
-MessagePtr RawPeer::AskBus(const char* interface, const char* method, const char* argument) {
+void RawPeer::AskBus(const char* interface, const char* method, const char* argument) {
   MessagePtr call(
       dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, interface, method));
   if (argument != nullptr) {
     dbus_message_append_args(call.get(), DBUS_TYPE_STRING, &argument, DBUS_TYPE_INVALID);
   }
-  MessagePtr reply = Call(std::move(call));
+  const MessagePtr reply = Call(std::move(call));
   if (reply == nullptr || dbus_message_get_type(reply.get()) != DBUS_MESSAGE_TYPE_METHOD_RETURN) {
     throw std::runtime_error(std::string("the bus refuses ") + method);
   }
-  return reply;
 }
 
 void RawPeer::Sync() { AskBus(DBUS_INTERFACE_PEER, "Ping", nullptr); }
@@ -100,20 +90,11 @@ void RawPeer::AddMatch(const std::string& rule) {
   AskBus(DBUS_INTERFACE_DBUS, "AddMatch", rule.c_str());
 }
 
-MessagePtr RawPeer::NextSignal() {
-  std::unique_lock<std::mutex> lock(m_mutex);
-  if (!Wait(lock, [&] { return !m_signals.empty(); })) {
-    return nullptr;
-  }
-  MessagePtr signal = std::move(m_signals.front());
-  m_signals.pop_front();
-  return signal;
-}
-
 void RawPeer::Run() {
   pollfd descriptors[] = {{-1, 0, 0}, {m_wakeUp.number, POLLIN, 0}};
   dbus_connection_get_unix_fd(m_connection, &descriptors[0].fd);
-  while (dbus_connection_read_write(m_connection, 0) != FALSE) {
+  while (dbus_connection_read_write(m_connection, 0) != FALSE &&
+         !m_received.With([](Received& received) { return received.stops; })) {
     while (MessagePtr message{dbus_connection_pop_message(m_connection)}) {
       Handle(std::move(message));
     }
@@ -124,30 +105,22 @@ void RawPeer::Run() {
       eventfd_t ignored = 0;
       eventfd_read(m_wakeUp.number, &ignored);
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_stop) {
-      return;
-    }
   }
 }
 
 void RawPeer::Handle(MessagePtr message) {
   const int type = dbus_message_get_type(message.get());
-  {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (type == DBUS_MESSAGE_TYPE_METHOD_CALL) {
-      ++m_calls;
-    } else if (type != DBUS_MESSAGE_TYPE_SIGNAL) {
-      m_replies[dbus_message_get_reply_serial(message.get())] = std::move(message);
-    } else if (dbus_message_has_sender(message.get(), DBUS_SERVICE_DBUS) == FALSE) {
-      m_signals.push_back(std::move(message));
-    }
-    m_changed.notify_all();
-  }
-  if (type == DBUS_MESSAGE_TYPE_METHOD_CALL && m_handler) {
-    if (const MessagePtr reply = m_handler(message.get())) {
+  if (type == DBUS_MESSAGE_TYPE_METHOD_CALL) {
+    m_received.With([](Received& received) { ++received.calls; });
+    const MessagePtr reply = m_handler ? m_handler(message.get()) : nullptr;
+    if (reply != nullptr) {
       dbus_connection_send(m_connection, reply.get(), nullptr);
     }
+  } else if (type != DBUS_MESSAGE_TYPE_SIGNAL) {
+    const dbus_uint32_t serial = dbus_message_get_reply_serial(message.get());
+    m_received.With([&](Received& received) { received.replies[serial] = std::move(message); });
+  } else if (dbus_message_has_sender(message.get(), DBUS_SERVICE_DBUS) == FALSE) {
+    m_signals.Put(std::move(message));
   }
 }
 

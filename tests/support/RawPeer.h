@@ -1,77 +1,73 @@
 #ifndef TESTS_RAW_PEER_H
 #define TESTS_RAW_PEER_H
 
-#include <condition_variable>
-#include <deque>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include "Messages.h"
+#include "Threads.h"
 
 namespace esg::test {
 
-/// A private connection whose loss does not end the process; null with `error` set on failure.
+/// A private connection whose loss does not end the process. Returns null and sets `error` on
+/// failure.
 internal::ConnectionPtr OpenBus(internal::Error& error);
 
-/// A peer straight on libdbus, on a private connection and a thread of its own.
+/// A peer that uses libdbus directly, on a private connection and on its own thread.
 class RawPeer {
  public:
-  /// Replies to a method call, on the peer's thread; null leaves the caller without a reply.
+  /// Replies to a method call, on the peer's thread. Null leaves the caller without a reply.
   using Handler = std::function<MessagePtr(DBusMessage* call)>;
 
-  /// Returns when it is on the bus and owns `name`, if it is to have one; throws when it does not.
+  /// Connects, and takes `name` unless it is empty. Throws on failure.
   explicit RawPeer(const std::string& name = "", Handler handler = nullptr);
   ~RawPeer() { Stop(); }
   RawPeer(const RawPeer&) = delete;
   RawPeer& operator=(const RawPeer&) = delete;
 
-  /// Leaves the bus at once, whatever is still unanswered.
+  /// Leaves the bus at once. Calls without a reply stay without one.
   void Stop();
 
   const std::string& UniqueName() const { return m_uniqueName; }
 
-  /// Method calls that have come in; waits for that many, false after ten seconds.
+  /// The number of method calls that have arrived.
   int Calls();
+  /// Waits for that many. Returns false after 30 seconds.
   bool WaitForCalls(int count);
 
-  /// Sends any message, from any thread; its serial number.
+  /// Sends any message, from any thread. Returns its serial number.
   dbus_uint32_t Send(MessagePtr message);
-  /// Sends a call and waits for its reply; null after ten seconds.
+  /// Sends a call and waits for its reply. Returns null after 30 seconds.
   MessagePtr Call(MessagePtr call);
-  /// The reply to the message with this serial number, if it has arrived.
+  /// The reply to the message with this serial number, or null.
   MessagePtr Answer(dbus_uint32_t serial);
-
-  /// Returns when the bus has taken all that was sent before.
+  /// Waits until the bus has accepted everything sent before.
   void Sync();
 
-  /// Receives signals that match from now on, or those only that are sent to this peer.
+  /// Receives matching signals from now on. Signals to this peer always arrive.
   void AddMatch(const std::string& rule);
-  /// The next signal; null after ten seconds.
-  MessagePtr NextSignal();
+  /// The next signal. Throws after 30 seconds.
+  MessagePtr NextSignal() { return m_signals.Next(); }
 
  private:
+  struct Received {
+    bool stops = false;
+    int calls = 0;
+    std::map<dbus_uint32_t, MessagePtr> replies;
+  };
+
   void Run();
   void Handle(MessagePtr message);
-  MessagePtr AskBus(const char* interface, const char* method, const char* argument);
-  template <typename Condition>
-  bool Wait(std::unique_lock<std::mutex>& lock, Condition condition) {
-    return m_changed.wait_for(lock, std::chrono::seconds(10), condition);
-  }
+  void AskBus(const char* interface, const char* method, const char* argument);
 
   DBusConnection* m_connection = nullptr;
   Handler m_handler;
   std::string m_uniqueName;
   const internal::FileDescriptor m_wakeUp;
-
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  bool m_stop = false;
-  int m_calls = 0;
-  std::map<dbus_uint32_t, MessagePtr> m_replies;
-  std::deque<MessagePtr> m_signals;
+  Shared<Received> m_received;
+  Inbox<MessagePtr> m_signals;
   std::thread m_thread;
 };
 

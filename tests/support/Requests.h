@@ -7,14 +7,13 @@
 #include "ESGAsync.h"
 #include "IESGService.h"
 
-/// Requests that do not block, and a guide service for them.
+/// Requests, and a guide service for them.
 namespace esg::test {
 
-/// How many requests may be with the service at once.
+/// How many calls may be outstanding.
 inline constexpr int kMaxOutstanding = 120;
 
-/// In the replies of this service, the title of each programme is the requested id; for "large"
-/// it is 20 MiB.
+/// The title of each programme is the requested id. For "large" it is 20 MiB.
 struct GuideService : Service {
   GuideService() : Service(&ShowId, kESGServiceName) {}
   static MessagePtr ShowId(DBusMessage* call, const Body& body) {
@@ -27,12 +26,12 @@ struct GuideService : Service {
   }
 };
 
-/// What came back, in order: titles, or reasons as numbers.
+/// The titles of the replies, or the reasons of failures as numbers, in order of delivery.
 using Titles = std::vector<std::string>;
 inline Titles results;
 inline const std::thread::id kMainThread = std::this_thread::get_id();
 
-/// Counts the callbacks that exist; all end on the main thread.
+/// Counts the callbacks that exist. All must be destroyed on the main thread.
 struct Trace {
   Trace() { ++count; }
   Trace(const Trace&) = delete;

@@ -13,7 +13,7 @@
 
 namespace esg::test {
 
-/// While one lives, a leak is no fault.
+/// During its lifetime, a leak is not a fault.
 struct LeaksAllowed {
   LeaksAllowed() : guard() {}
   ESG_TEST_LEAKS_ALLOWED guard;
@@ -21,7 +21,7 @@ struct LeaksAllowed {
 
 #if defined(__has_feature)
 inline constexpr bool kThreadSanitized = __has_feature(thread_sanitizer);
-/// The locks of its allocator may be held by another thread when a process forks.
+/// Another thread may hold the locks of the sanitizer's allocator when a process forks.
 inline constexpr bool kForksSafely = !__has_feature(address_sanitizer);
 #else
 inline constexpr bool kThreadSanitized = false;

@@ -6,14 +6,13 @@
 
 #include "Messages.h"
 #include "RawPeer.h"
-#include "Threads.h"
 
 namespace esg::test {
 
 inline constexpr char kService[] = "com.velmora.Test";
 
-/// A service that replies with what it receives, or as it is told. A call that has "held" in its
-/// method or payload waits for the test.
+/// A service that replies with what it receives, unless it is told otherwise. A call with "held" in
+/// its method or payload waits for the test to reply.
 class Service {
  public:
   using Respond = std::function<MessagePtr(DBusMessage* call, const Body& body)>;
@@ -21,7 +20,6 @@ class Service {
   static MessagePtr Echo(DBusMessage* call, const Body& body) {
     return MakeReply(call, 1, body.bytes);
   }
-
   static Respond Reply(const std::string& text, int result = 1) {
     return [=](DBusMessage* call, const Body&) { return MakeReply(call, result, text); };
   }
@@ -32,47 +30,48 @@ class Service {
   }
 
   explicit Service(Respond respond = &Echo, const std::string& name = kService)
-      : m_respond(std::move(respond)),
+      : m_state({std::move(respond), {}}),
         m_peer(name, [this](DBusMessage* call) { return Serve(call); }) {}
 
   RawPeer& Peer() { return m_peer; }
-  /// Answers like this from now on.
+  /// Replies like this from now on.
   void Set(Respond respond) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_respond = std::move(respond);
+    m_state.With([&](State& state) { state.respond = std::move(respond); });
   }
   Body LastCall() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_last;
+    return m_state.With([](State& state) { return state.last; });
   }
-  /// The call that has been held longest, for the test to reply to.
+  /// The oldest call that still waits for the test.
   MessagePtr NextCall() { return m_held.Next(); }
-  /// Answers that one; its payload.
+  /// Replies to that call. Returns its payload.
   std::string Release() {
     const MessagePtr call = NextCall();
-    Body body = ReadBody(call.get());
-    m_peer.Send(Answer(call.get(), body));
-    return std::move(body.bytes);
+    m_peer.Send(Answer(call.get()));
+    return ReadBody(call.get()).bytes;
   }
 
  private:
-  MessagePtr Answer(DBusMessage* call, const Body& body) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_last = body;
-    return m_respond(call, body);
+  struct State {
+    Respond respond;
+    Body last;
+  };
+
+  MessagePtr Answer(DBusMessage* call) {
+    return m_state.With([call](State& state) {
+      state.last = ReadBody(call);
+      return state.respond(call, state.last);
+    });
   }
   MessagePtr Serve(DBusMessage* call) {
     const Body body = ReadBody(call);
     if ((body.text + body.bytes).find("held") == std::string::npos) {
-      return Answer(call, body);
+      return Answer(call);
     }
     m_held.Put(MessagePtr(dbus_message_ref(call)));
     return nullptr;
   }
 
-  std::mutex m_mutex;
-  Respond m_respond;
-  Body m_last;
+  Shared<State> m_state;
   Inbox<MessagePtr> m_held;
   RawPeer m_peer;
 };

@@ -9,7 +9,7 @@
 
 namespace esg::test {
 
-/// A folder of the test's own, removed with this object.
+/// A folder that is removed with this object.
 struct TemporaryFolder {
   TemporaryFolder() = default;
   ~TemporaryFolder() {
@@ -19,7 +19,7 @@ struct TemporaryFolder {
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
-  /// A file appears whole.
+  /// Readers never see a part of the file.
   void Write(const std::string& file, const std::string& text) const {
     std::ofstream(path / "new") << text;
     std::filesystem::rename(path / "new", path / file);

@@ -3,6 +3,7 @@
 
 #include <glib.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -14,66 +15,82 @@
 
 namespace esg::test {
 
-/// Hands values from one thread to another.
+/// A value that several threads use. Every use wakes the threads that wait for the value.
 template <typename T>
-class Inbox {
+class Shared {
  public:
-  void Put(T value) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_values.push_back(std::move(value));
-    m_changed.notify_one();
-  }
+  explicit Shared(T value = {}) : m_value(std::move(value)) {}
 
-  /// The next value; throws after 30 seconds.
-  T Next() {
+  /// Calls `use` with the value while no other thread has it. Returns the result.
+  template <typename Use>
+  auto With(Use use) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_used.notify_all();
+    return use(m_value);
+  }
+  /// Waits until the value fulfils `condition`. Returns false when `limit` has passed.
+  template <typename Condition>
+  bool WaitUntil(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(30)) {
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (!m_changed.wait_for(lock, std::chrono::seconds(30), [this] { return !m_values.empty(); })) {
-      throw std::runtime_error("no value arrived");
-    }
-    T value = std::move(m_values.front());
-    m_values.pop_front();
-    return value;
+    return m_used.wait_for(lock, limit, [&] { return condition(m_value); });
   }
 
  private:
   std::mutex m_mutex;
-  std::condition_variable m_changed;
-  std::deque<T> m_values;
+  std::condition_variable m_used;
+  T m_value;
 };
 
-/// Runs a main context, the default one unless told otherwise, on a thread of its own.
+/// Passes values from threads to one other thread.
+template <typename T>
+class Inbox {
+ public:
+  void Put(T value) {
+    m_values.With([&](auto& values) { values.push_back(std::move(value)); });
+  }
+  /// The next value. Throws after 30 seconds.
+  T Next() {
+    if (!m_values.WaitUntil([](const auto& values) { return !values.empty(); })) {
+      throw std::runtime_error("no value arrived");
+    }
+    return m_values.With([](auto& values) {
+      T value = std::move(values.front());
+      values.pop_front();
+      return value;
+    });
+  }
+
+ private:
+  Shared<std::deque<T>> m_values;
+};
+
+/// Runs a main context, by default the default one, on this thread until `isDone`.
+template <typename Condition>
+void IterateUntil(Condition isDone, GMainContext* context = nullptr) {
+  while (!isDone()) {
+    g_main_context_iteration(context, TRUE);
+  }
+}
+
+/// Runs a main context, by default the default one, on its own thread.
 class MainLoopThread {
  public:
   explicit MainLoopThread(GMainContext* context = nullptr)
-      : m_loop(g_main_loop_new(context, FALSE)), m_thread([this] { g_main_loop_run(m_loop); }) {}
+      : m_context(context),
+        m_thread([this] { IterateUntil([this] { return m_isDone.load(); }, m_context); }) {}
   ~MainLoopThread() {
-    // Quits from inside: a loop that has not started would not notice.
-    GSource* source = g_idle_source_new();
-    const GSourceFunc quit = [](gpointer loop) -> gboolean {
-      g_main_loop_quit(static_cast<GMainLoop*>(loop));
-      return G_SOURCE_REMOVE;
-    };
-    g_source_set_callback(source, quit, m_loop, nullptr);
-    g_source_attach(source, g_main_loop_get_context(m_loop));
-    g_source_unref(source);
+    m_isDone = true;
+    g_main_context_wakeup(m_context);
     m_thread.join();
-    g_main_loop_unref(m_loop);
   }
   MainLoopThread(const MainLoopThread&) = delete;
   MainLoopThread& operator=(const MainLoopThread&) = delete;
 
  private:
-  GMainLoop* m_loop;
+  GMainContext* const m_context;
+  std::atomic<bool> m_isDone{false};
   std::thread m_thread;
 };
-
-/// Runs the default main context on this thread until `isDone`.
-template <typename Condition>
-void IterateUntil(Condition isDone) {
-  while (!isDone()) {
-    g_main_context_iteration(nullptr, TRUE);
-  }
-}
 
 /// Runs `work(0)`, `work(1)`, ... on threads of their own.
 template <typename Work>
@@ -94,9 +111,8 @@ inline void Join(std::vector<std::thread>& threads) {
 class Stopwatch {
  public:
   long Milliseconds() const {
-    using std::chrono::milliseconds;
     const auto elapsed = std::chrono::steady_clock::now() - m_start;
-    return static_cast<long>(std::chrono::duration_cast<milliseconds>(elapsed).count());
+    return static_cast<long>(elapsed / std::chrono::milliseconds(1));
   }
 
  private:

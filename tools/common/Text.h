@@ -1,9 +1,11 @@
 #ifndef ESG_TOOLS_TEXT_H
 #define ESG_TOOLS_TEXT_H
 
+#include <charconv>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace esg::tools {
 
@@ -16,6 +18,14 @@ std::string Printable(std::string_view text);
 
 /// The text without the blanks around it.
 std::string_view Trimmed(std::string_view text);
+
+/// Reads a text that is one decimal number and nothing else; false if it is not.
+template <typename Number>
+bool ParseNumber(std::string_view text, Number& number) {
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stop == end;
+}
 
 /// Writes a message to standard error after the name of the program. Each of its lines is made
 /// printable; the second and later ones are indented.

@@ -1,7 +1,5 @@
 #include "Commands.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <iterator>
 #include <string_view>
@@ -12,57 +10,47 @@ namespace esgctl {
 namespace {
 
 constexpr char kTimes[] = "now today tonight tomorrow yesterday 8pm 20:00 +2h";
-constexpr char kLengths[] = "30m 3h 6h 1d 7d";
 
 const std::vector<Parameter>& Parameters() {
   static const std::vector<Parameter> parameters = {
-      {"SERVICE", nullptr, nullptr, nullptr, &Request::services,
-       "A channel number, a name or an unambiguous part of one, or a global service id"},
-      {"CONTENT-ID", nullptr, nullptr, nullptr, &Request::contentId,
-       "Which programme; without START its next showing"},
-      {"START", nullptr, nullptr, kTimes, &Request::start,
-       "A time at which the programme is on, or starts if a content id is given"},
-      {"WORD", nullptr, nullptr, nullptr, &Request::words,
-       "What to look for; all words must occur"},
-      {"KIND", nullptr, "schedule service content", nullptr, &Request::kind,
-       "Which kind of fragment: schedule, service or content"},
-      {"FORMAT", nullptr, "xmltv html", nullptr, &Request::format,
-       "xmltv for other programs, html for a browser"},
-      {"PATH", nullptr, nullptr, nullptr, &Request::path,
-       "Where to; the service opens this file, not esgctl"},
-      {"EVENT", nullptr, nullptr, nullptr, &Request::events, "The number of an event"},
-      {"NUMBER", nullptr, nullptr, nullptr, &Request::numbers,
-       "Up to three integers that the event carries"},
+      {"SERVICE", &Request::services,
+       "A channel number, an alias, a name or an unambiguous part of one, or a global service id"},
+      {"CONTENT-ID", &Request::contentId, "Which programme; without START, its next showing"},
+      {"START", &Request::start,
+       "A time at which the programme is on, or starts if a content id is given", nullptr, kTimes},
+      {"WORD", &Request::words, "What to look for; all words must occur"},
+      {"KIND", &Request::kind, "Which kind of fragment: schedule, service or content", nullptr,
+       "schedule service content", true},
+      {"FORMAT", &Request::format, "xmltv for other programs, html for a browser, json for scripts",
+       nullptr, "xmltv html json", true},
+      {"PATH", &Request::path, "The file to write; the service opens it, not esgctl"},
+      {"EVENT", &Request::events, "The number of an event"},
+      {"NUMBER", &Request::numbers, "Up to three integers that the event carries"},
 
-      {"--from", "TIME", nullptr, kTimes, &Request::from, "Start of the time range"},
-      {"--to", "TIME", nullptr, kTimes, &Request::to, "End of the time range"},
-      {"--for", "DURATION", nullptr, kLengths, &Request::length,
-       "Length of the time range, for example 90m, 6h or 2d"},
-      {"--of", "TIME", nullptr, kTimes, &Request::of,
-       "Count from what is on at this time, not now"},
-      {"--genre", "GENRE", nullptr, nullptr, &Request::genre, "Only programmes of this genre"},
-      {"--title", nullptr, nullptr, nullptr, &Request::title, "Look into the titles only"},
-      {"--word", nullptr, nullptr, nullptr, &Request::word, "Find whole words only"},
-      {"--regex", nullptr, nullptr, nullptr, &Request::regex, "Each WORD is a regular expression"},
-      {"--ids", nullptr, nullptr, nullptr, &Request::ids, "Show content ids too"},
-      {"--follow", nullptr, nullptr, nullptr, &Request::follow,
-       "Print again whenever a programme ends or the guide changes"},
-      {"--json", nullptr, nullptr, nullptr, &Request::json,
-       "Print JSON, with times in Unix seconds"},
-      {"--raw", nullptr, nullptr, nullptr, &Request::raw,
-       "Print the record's own JSON, in the form of the protocol"},
-      {"--names", nullptr, nullptr, nullptr, &Request::names, "Print only what names each service"},
-      {"--bb", nullptr, nullptr, nullptr, &Request::bb, "Pass the flag BB to the service"},
-      {"--count", "N", nullptr, nullptr, &Request::count, "End after N events"},
+      {"--from", &Request::from, "Start of the time range", "TIME", kTimes},
+      {"--to", &Request::to, "End of the time range", "TIME", kTimes},
+      {"--for", &Request::length, "Length of the time range, for example 90m, 6h or 2d", "DURATION",
+       "30m 3h 6h 1d 7d"},
+      {"--of", &Request::of, "Start from the programme that is on at this time", "TIME", kTimes},
+      {"--genre", &Request::genre, "Only programmes of this genre", "GENRE"},
+      {"--title", &Request::title, "Look into the titles only"},
+      {"--word", &Request::word, "Find whole words only"},
+      {"--regex", &Request::regex, "Each WORD is a regular expression"},
+      {"--ids", &Request::ids, "Show content ids too"},
+      {"--follow", &Request::follow, "Print again whenever a programme ends or the guide changes"},
+      {"--json", &Request::json, "Print JSON, with times in Unix seconds"},
+      {"--raw", &Request::raw, "Print the record's own JSON, in the form of the protocol"},
+      {"--names", &Request::names, "Print one short name a line"},
+      {"--bb", &Request::bb, "Pass the flag BB to the service"},
+      {"--count", &Request::count, "End after N events", "N"},
 
-      {"--epoch", "EPOCH", "ntp unix", nullptr, &Request::epoch,
-       "What times of the service count from: ntp or unix"},
-      {"--color", "WHEN", "auto always never", nullptr, &Request::colour,
-       "When to use colours: auto, always or never"},
-      {"--width", "COLUMNS", nullptr, nullptr, &Request::width,
-       "Columns to draw in, from 20 to 10000; otherwise those of the terminal"},
-      {"--verbose", nullptr, nullptr, nullptr, &Request::verbose,
-       "Show the library's log on standard error"},
+      {"--epoch", &Request::epoch, "Where the service's times count from: ntp (1900) or unix",
+       "EPOCH", "ntp unix", true},
+      {"--color", &Request::colour, "When to use colours: auto, always or never", "WHEN",
+       "auto always never", true},
+      {"--width", &Request::width,
+       "Width of the output, 20 to 10000 columns; by default that of the terminal", "COLUMNS"},
+      {"--verbose", &Request::verbose, "Show the library's log on standard error"},
   };
   return parameters;
 }
@@ -85,11 +73,11 @@ const std::vector<Command> kCommands = {
     {"services", "[SERVICE]...", "--names --json", RunServices,
      "List the services that can be named"},
     {"export", "FORMAT [SERVICE]...", "--from --to --for", RunExport,
-     "Write the guide for other programs: a week as XMLTV, or an evening as a page"},
-    {"xml", "KIND SERVICE", "--from --to --for --bb", RunXml, "Print the XML of a fragment"},
-    {"save", "KIND SERVICE PATH", "--bb", RunSave, "Have the service save a fragment"},
+     "Export the guide: a week as XMLTV or JSON, or an evening as a web page"},
+    {"xml", "KIND SERVICE", "--from --to --for --bb --json", RunXml, "Print the XML of a fragment"},
+    {"save", "KIND SERVICE PATH", "--bb --json", RunSave, "Have the service save a fragment"},
     {"watch", "EVENT...", "--count --json", RunWatch, "Print events as they arrive, one a line"},
-    {"emit", "EVENT [NUMBER]...", "", RunEmit, "Broadcast an event as the service does"},
+    {"emit", "EVENT [NUMBER]...", "--json", RunEmit, "Broadcast an event as the service does"},
 };
 
 const Parameter* TryFindParameter(const std::string& name) {
@@ -137,37 +125,35 @@ std::vector<std::string> Completions(const std::vector<std::string>& words,
       arguments.erase(arguments.begin());
     }
   }
-  std::vector<std::string> candidates;
   if (parameter == nullptr && !words.empty() && words.back().substr(0, 1) == "-") {
     return Words(std::string(command == nullptr ? "--version" : command->options) + ' ' +
                  kCommonOptions + " --help");
   }
+  std::vector<std::string> candidates;
   if (parameter == nullptr && command == nullptr) {
-    std::transform(kCommands.begin(), kCommands.end(), std::back_inserter(candidates),
-                   [](const Command& known) { return known.name; });
+    for (const Command& known : kCommands) {
+      candidates.emplace_back(known.name);
+    }
     return candidates;
   }
   if (parameter == nullptr && !arguments.empty()) {
     parameter = TryFindParameter(NameOf(arguments.front()));
   }
-  if (parameter == nullptr) {
+  if (parameter != nullptr && parameter->name == std::string_view("SERVICE")) {
+    for (const Service& service : services.All()) {
+      candidates.push_back(service.ShortName());
+    }
     return candidates;
   }
-  for (const char* const list : {parameter->choices, parameter->examples}) {
-    for (std::string& value : Words(list == nullptr ? "" : list)) {
-      candidates.push_back(std::move(value));
-    }
-  }
-  if (parameter->name == std::string_view("SERVICE")) {
-    std::transform(services.All().begin(), services.All().end(), std::back_inserter(candidates),
-                   [](const Service& service) { return service.ShortName(); });
-  }
-  return candidates;
+  return Words(parameter == nullptr ? "" : parameter->values);
 }
 
-Clock Session::MakeClock() const {
-  return {request.epoch == "unix" ? Epoch::Unix : Epoch::Ntp, g_get_real_time() / G_USEC_PER_SEC};
+std::string HowToListServices() {
+  return "To create it, run: esg-guide-service --guide DIR --aliases > " + Services::UserPath();
 }
+
+Session::Session(const Request& wanted)
+    : request(wanted), clock(wanted.epoch == "unix" ? Epoch::Unix : Epoch::Ntp, PresentTime()) {}
 
 Services& Session::KnownServices() {
   if (!m_services) {
@@ -179,39 +165,37 @@ Services& Session::KnownServices() {
   return *m_services;
 }
 
-std::vector<Service> Session::ChosenServices() {
+std::vector<Service> Session::NamedServices() {
   const Services& known = KnownServices();
-  if (request.services.empty()) {
-    if (known.All().empty()) {
-      throw Failure(kUsage,
-                    "No service is named, and there is no list of services.\nName one, or "
-                    "write the list with: esg-guide-service --guide DIR --aliases > " +
-                        Services::UserPath());
+  if (!request.services.empty()) {
+    std::vector<Service> named;
+    for (const std::string& text : request.services) {
+      named.push_back(known.Resolve(text));
     }
-    return known.All();
+    return named;
   }
-  std::vector<Service> chosen;
-  for (const std::string& text : request.services) {
-    chosen.push_back(known.Resolve(text));
+  if (known.All().empty()) {
+    throw Failure(kUsage,
+                  "No service is named, and there is no list of services.\n" + HowToListServices());
   }
-  return chosen;
+  return known.All();
 }
 
-std::vector<Service> Session::ChosenServices(Guide& guide) {
-  std::vector<Service> chosen = ChosenServices();
+std::vector<Service> Session::ChosenServices() {
+  std::vector<Service> chosen = NamedServices();
   std::vector<Service>& known = KnownServices().All();
   const bool unlisted = std::any_of(chosen.begin(), chosen.end(), [&](const Service& service) {
     return std::none_of(known.begin(), known.end(),
                         [&](const Service& listed) { return listed.id == service.id; });
   });
   if (unlisted && guide.Complete(known)) {
-    chosen = ChosenServices();
+    chosen = NamedServices();
   }
   guide.Complete(chosen);
   return chosen;
 }
 
-TimeRange Session::Range(Seconds usualLength, const Clock& clock) const {
+TimeRange Session::Range(Seconds usualLength) const {
   const TimeRange range =
       ParseRange(request.from, request.to, request.length, usualLength, clock.Now());
   clock.ToRecord(range.from);

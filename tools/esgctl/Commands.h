@@ -44,26 +44,31 @@ struct Request : OutputOptions {
   bool verbose = false;
 };
 
-/// What all commands share: the request, and the services that it may name.
+/// What all commands share.
 class Session {
  public:
-  Request request;
+  explicit Session(const Request& wanted);
 
-  Clock MakeClock() const;
+  const Request& request;
+  Clock clock;
+  Guide guide{clock};
 
   /// The user's services, read on first use; complaints about the file go to standard error.
   Services& KnownServices();
   /// The services that the request names, or all; a usage failure where there are none.
-  std::vector<Service> ChosenServices();
+  std::vector<Service> NamedServices();
   /// The same, with what the guide service knows of them.
-  std::vector<Service> ChosenServices(Guide& guide);
+  std::vector<Service> ChosenServices();
 
   /// --from, --to and --for. A usage failure also where the records' clock cannot tell these times.
-  TimeRange Range(Seconds usualLength, const Clock& clock) const;
+  TimeRange Range(Seconds usualLength) const;
 
  private:
   std::optional<Services> m_services;
 };
+
+/// What to do where there is no list of services.
+std::string HowToListServices();
 
 /// Where an argument's or an option's value goes.
 using Target = std::variant<bool Request::*, unsigned int Request::*, std::string Request::*,
@@ -72,11 +77,11 @@ using Target = std::variant<bool Request::*, unsigned int Request::*, std::strin
 /// One argument, or one option, whose name starts with "--".
 struct Parameter {
   const char* name;
-  const char* type;      ///< of an option's value; null for a flag
-  const char* choices;   ///< the only values; null: any
-  const char* examples;  ///< values that completion offers besides; null: none
   Target target;
   const char* help;
+  const char* type = nullptr;  ///< of an option's value; null for a flag
+  const char* values = "";     ///< that completion offers
+  bool onlyThese = false;      ///< whether there are no other values
 };
 
 /// One command. Parsing, help, completion and the manual follow from these.

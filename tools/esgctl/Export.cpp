@@ -1,24 +1,21 @@
-// export xmltv, export html
+// export xmltv, export html, export json
+
+#include <glib.h>
+#include <json/value.h>
 
 #include <algorithm>
-#include <cctype>
-#include <map>
 #include <pugixml.hpp>
 #include <set>
 #include <sstream>
 
-#include "Commands.h"
-#include "Fragments.h"
+#include "Json.h"
+#include "Look.h"
 #include "PageHtml.h"
 #include "Text.h"
 
 namespace esgctl {
 namespace {
 
-constexpr Seconds kHour = 3600;
-constexpr Seconds kDay = 24 * kHour;
-constexpr Seconds kWeek = 7 * kDay;
-constexpr Seconds kEvening = 6 * kHour;
 constexpr char kXmltvTime[] = "%Y%m%d%H%M%S %z";
 
 /// Adds an element whose text has only characters that XML allows.
@@ -36,135 +33,128 @@ void AddAttribute(pugi::xml_node node, const char* name, const std::string& valu
 
 /// A name for each service in the form that XMLTV wants: words of letters, digits and hyphens, with
 /// dots between them.
-std::vector<std::string> ChannelIds(const std::vector<Service>& services) {
+std::vector<std::string> ChannelIds(const Listings& listings) {
   std::vector<std::string> ids;
   std::set<std::string> taken;
-  for (const Service& service : services) {
+  for (const Listing& listing : listings) {
+    std::string words = listing.service->id;
+    std::replace_if(
+        words.begin(), words.end(), [](char c) { return g_ascii_isalnum(c) == FALSE && c != '-'; },
+        ' ');
     std::string id;
-    for (const char c : service.id) {
-      if (std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '-') {
-        id += c;
-      } else if (!id.empty() && id.back() != '.') {
-        id += '.';
-      }
+    for (const std::string& word : Words(words)) {
+      id += word + '.';
     }
-    id += id.empty() || id.back() != '.' ? ".esg" : "esg";
-    id.insert(0, id[0] == '.' ? "service" : "");
-    for (int i = 2; !taken.insert(id).second; ++i) {
-      id = id.substr(0, id.rfind(".esg")) + ".esg" + std::to_string(i);
+    id += id.empty() ? "service.esg" : "esg";
+    while (!taken.insert(id).second) {
+      id += '2';  // another service whose id differs in other characters only
     }
     ids.push_back(std::move(id));
   }
   return ids;
 }
 
-/// The facts of all contents, each asked for once.
-std::map<std::string, Facts> ContentFacts(Guide& guide, const std::vector<Service>& services,
-                                          const std::vector<Programs>& lists) {
-  std::map<std::string, Facts> facts;
-  std::vector<Guide::Showing> showings;
-  for (std::size_t i = 0; i < services.size(); ++i) {
-    for (const FCESGProgramInfo& program : lists[i]) {
-      if (facts.try_emplace(program.GetEventID()).second) {
-        showings.push_back({services[i].id, program});
-      }
-    }
-  }
-  for (const std::string& text : guide.ContentFragments(showings)) {
-    Facts content = ParseFacts(text);
-    const auto asked = facts.find(content.id);
-    if (asked != facts.end()) {
-      asked->second = std::move(content);
-    }
-  }
-  return facts;
-}
-
-/// The record's own text first, then those in other languages.
+/// The text of the record first, then those in other languages.
 void AddTexts(pugi::xml_node node, const char* name, const std::string& first,
-              const std::vector<LanguageText>& texts) {
-  const auto own = std::find_if(texts.begin(), texts.end(),
-                                [&](const LanguageText& text) { return text.text == first; });
-  if (!first.empty()) {
-    AddAttribute(AddText(node, name, first), "lang", own == texts.end() ? "" : own->language);
+              const Json::Value& texts) {
+  std::string language;
+  for (const Json::Value& text : texts) {
+    if (text["text"] == first) {
+      language = text["lang"].asString();
+      break;
+    }
   }
-  for (const LanguageText& text : texts) {
-    if (text.text != first) {
-      AddAttribute(AddText(node, name, text.text), "lang", text.language);
+  if (!first.empty()) {
+    AddAttribute(AddText(node, name, first), "lang", language);
+  }
+  for (const Json::Value& text : texts) {
+    if (text["text"] != first) {
+      AddAttribute(AddText(node, name, text["text"].asString()), "lang", text["lang"].asString());
     }
   }
 }
 
-void AddProgramme(pugi::xml_node tv, const std::string& channel, const FCESGProgramInfo& program,
-                  const Facts& content, const Facts& service, const Clock& clock) {
-  const Seconds start = clock.FromRecord(program.GetStartTime());
+void AddRating(pugi::xml_node programme, const std::string& system, const std::string& value) {
+  pugi::xml_node rating = programme.append_child("rating");
+  AddAttribute(rating, "system", system);
+  AddText(rating, "value", value);
+}
+
+/// Other programs know "TV-14" alone. What a rating says beside that, such as "L", is an advisory.
+void AddRatings(pugi::xml_node programme, const Json::Value& ratings) {
+  for (const Json::Value& rating : ratings) {
+    const std::string system = rating["system"].asString();
+    if (system != "VCHIP") {
+      AddRating(programme, system, rating["value"].asString());
+      continue;
+    }
+    for (const std::string& word : Words(rating["value"].asString())) {
+      AddRating(programme, word.rfind("TV-", 0) == 0 ? system : "advisory", word);
+    }
+  }
+}
+
+/// Adds what the JSON of a programme says, in the order that XMLTV prescribes.
+void AddProgramme(pugi::xml_node tv, const std::string& channel, const Json::Value& program) {
+  const Seconds start = program["start"].asInt64();
+  const Seconds end = program["end"].asInt64();
   pugi::xml_node node = tv.append_child("programme");
   AddAttribute(node, "start", FormatTime(start, kXmltvTime));
-  if (program.Duration() > 0) {
-    AddAttribute(node, "stop", FormatTime(start + program.Duration(), kXmltvTime));
+  if (end > start) {
+    AddAttribute(node, "stop", FormatTime(end, kXmltvTime));
   }
   AddAttribute(node, "channel", channel);
-  AddTexts(node, "title", program.Title().empty() ? "Untitled" : program.Title(), content.names);
-  AddTexts(node, "desc", program.Synopsis(), content.descriptions);
-  std::istringstream genres(program.Genre());
+  AddTexts(node, "title", program.get("title", "Untitled").asString(), program["titles"]);
+  AddTexts(node, "desc", program["synopsis"].asString(), program["synopses"]);
+  std::istringstream genres(program["genre"].asString());
   for (std::string genre; std::getline(genres, genre, ',');) {
     AddText(node, "category", std::string(Trimmed(genre)));
   }
-  const auto& audio =
-      content.audioLanguages.empty() ? service.audioLanguages : content.audioLanguages;
-  if (!audio.empty()) {
-    AddText(node, "language", audio.front());
+  if (!program["audio_languages"].empty()) {
+    AddText(node, "language", program["audio_languages"][0].asString());
   }
-  for (const auto& icon : program.PrivateExt().contentIcons) {
-    if (!icon.uri.empty()) {
-      AddAttribute(node.append_child("icon"), "src", icon.uri);
+  for (const Json::Value& icon : program["icons"]) {
+    if (icon.isMember("uri")) {
+      AddAttribute(node.append_child("icon"), "src", icon["uri"].asString());
     }
   }
-  const Episode episode = EpisodeOf(program.GetEventID());
-  if (!episode.series.empty()) {
-    AddAttribute(AddText(node, "episode-num", episode.series + '.' + episode.number), "system",
-                 "dd_progid");
+  if (program.isMember("series")) {
+    AddAttribute(AddText(node, "episode-num",
+                         program["series"].asString() + '.' + program["episode"].asString()),
+                 "system", "dd_progid");
   }
-  const auto& subtitles =
-      content.textLanguages.empty() ? service.textLanguages : content.textLanguages;
-  for (const std::string& language : subtitles) {
-    AddText(node.append_child("subtitles"), "language", language);
+  for (const Json::Value& language : program["text_languages"]) {
+    AddText(node.append_child("subtitles"), "language", language.asString());
   }
-  for (const Rating& rating : content.ratings) {
-    pugi::xml_node rated = node.append_child("rating");
-    AddAttribute(rated, "system", rating.system);
-    AddText(rated, "value", rating.value);
-  }
+  AddRatings(node, program["ratings"]);
 }
 
-std::string Xmltv(Guide& guide, const std::vector<Service>& services,
-                  const std::vector<Programs>& lists, const Clock& clock) {
+std::string Xmltv(const Listings& listings, const Facts& facts) {
   pugi::xml_document document;
   document.append_child(pugi::node_declaration).append_attribute("version").set_value("1.0");
   document.first_child().append_attribute("encoding").set_value("UTF-8");
   document.append_child(pugi::node_doctype).set_value("tv SYSTEM \"xmltv.dtd\"");
   pugi::xml_node tv = document.append_child("tv");
   AddAttribute(tv, "generator-info-name", "esgctl");
-  const std::vector<std::string> ids = ChannelIds(services);
-  std::vector<Facts> facts;
-  for (const std::string& fragment : guide.ServiceFragments(Ids(services))) {
-    facts.push_back(ParseFacts(fragment));
-  }
-  for (std::size_t i = 0; i < services.size(); ++i) {
+  const std::vector<std::string> ids = ChannelIds(listings);
+  for (std::size_t i = 0; i < listings.size(); ++i) {
+    if (listings[i].showings.empty()) {
+      continue;  // XMLTV's own checker wants programmes of each channel
+    }
+    const Service& service = *listings[i].service;
     pugi::xml_node channel = tv.append_child("channel");
     AddAttribute(channel, "id", ids[i]);
-    AddTexts(channel, "display-name", services[i].Label(), facts[i].names);
-    if (!services[i].number.empty()) {
-      AddText(channel, "display-name", services[i].number);
+    AddTexts(channel, "display-name", service.Label(), facts.services[i]["titles"]);
+    if (!service.number.empty()) {
+      AddText(channel, "display-name", service.number);
     }
-    for (const std::string& icon : facts[i].icons) {
-      AddAttribute(channel.append_child("icon"), "src", icon);
+    for (const Json::Value& icon : facts.services[i]["icons"]) {
+      AddAttribute(channel.append_child("icon"), "src", icon.asString());
     }
   }
-  const std::map<std::string, Facts> contents = ContentFacts(guide, services, lists);
-  for (std::size_t i = 0; i < services.size(); ++i) {
-    for (const FCESGProgramInfo& program : lists[i]) {
-      AddProgramme(tv, ids[i], program, contents.at(program.GetEventID()), facts[i], clock);
+  for (std::size_t i = 0; i < listings.size(); ++i) {
+    for (const Showing& showing : listings[i].showings) {
+      AddProgramme(tv, ids[i], ProgramToJson(showing, facts, facts.services[i]));
     }
   }
   std::ostringstream text;
@@ -179,10 +169,8 @@ std::string Place(Seconds from, Seconds to, const TimeRange& range) {
   return "--s:" + std::to_string(start / 60) + ";--d:" + std::to_string((end - start) / 60);
 }
 
-void AddCell(pugi::xml_node row, const FCESGProgramInfo& program, const TimeRange& range,
-             const Clock& clock) {
-  const Seconds start = clock.FromRecord(program.GetStartTime());
-  const Seconds end = start + program.Duration();
+void AddCell(pugi::xml_node row, const Showing& showing, const TimeRange& range) {
+  const auto& [service, program, start, end] = showing;
   pugi::xml_node cell = row.append_child("li");
   AddAttribute(cell, "style", Place(start, end, range));
   AddAttribute(cell, "data-start", std::to_string(start));
@@ -199,8 +187,7 @@ void AddCell(pugi::xml_node row, const FCESGProgramInfo& program, const TimeRang
   AddText(details, "p", program.Genre());
 }
 
-std::string Page(const std::vector<Service>& services, const std::vector<Programs>& lists,
-                 const TimeRange& range, const Clock& clock) {
+std::string Page(const Listings& listings, const TimeRange& range) {
   pugi::xml_document document;
   AddText(
       document.root(), "h1",
@@ -217,14 +204,14 @@ std::string Page(const std::vector<Service>& services, const std::vector<Program
     AddAttribute(AddText(times, "li", FormatTimeOfDay(time)), "style",
                  Place(time, time + kHour / 2, range));
   }
-  for (std::size_t i = 0; i < services.size(); ++i) {
+  for (const auto& [service, showings] : listings) {
     pugi::xml_node section = guide.append_child("section");
     pugi::xml_node heading = section.append_child("h2");
-    AddText(heading, "small", services[i].number);
-    AddText(heading, "bdi", services[i].Label());
+    AddText(heading, "small", service->number);
+    AddText(heading, "bdi", service->Label());
     pugi::xml_node row = section.append_child("ol");
-    for (const FCESGProgramInfo& program : lists[i]) {
-      AddCell(row, program, range, clock);
+    for (const Showing& showing : showings) {
+      AddCell(row, showing, range);
     }
   }
   std::ostringstream text;
@@ -239,10 +226,10 @@ std::string Page(const std::vector<Service>& services, const std::vector<Program
 }
 
 /// This evening; once it has started, the hours from now.
-TimeRange Evening(const Session& session, const Clock& clock) {
-  TimeRange range = session.Range(kEvening, clock);
+TimeRange Evening(const Session& session) {
+  TimeRange range = session.Range(6 * kHour);
   if (session.request.from.empty()) {
-    const Seconds evening = ParseMoment("18:00", clock.Now()).time;
+    const Seconds evening = ParseMoment("18:00", session.clock.Now()).time;
     const Seconds from = std::max(evening, range.from - range.from % (kHour / 2));
     range.to = session.request.to.empty() ? from + range.to - range.from : range.to;
     range.from = std::min(from, range.to - kHour / 2);
@@ -253,19 +240,17 @@ TimeRange Evening(const Session& session, const Clock& clock) {
 }  // namespace
 
 int RunExport(Session& session) {
-  const Clock clock = session.MakeClock();
-  const bool page = session.request.format == "html";
-  session.ChosenServices();  // wrong usage comes first
-  const TimeRange range = page ? Evening(session, clock) : session.Range(kWeek, clock);
-  Guide guide(clock);
-  const std::vector<Service> services = session.ChosenServices(guide);
-  const std::vector<Programs> lists = guide.Lists(Ids(services), range);
-  if (std::all_of(lists.begin(), lists.end(), [](const Programs& list) { return list.empty(); })) {
-    throw Failure(kNotFound, "Nothing is on from " + FormatDateTime(range.from) + " to " +
-                                 FormatDateTime(range.to) + " on any of these services.");
-  }
-  Print(page ? Page(services, lists, range, clock) : Xmltv(guide, services, lists, clock));
-  return kFound;
+  const std::string& format = session.request.format;
+  View view(session);
+  view.range = [&] { return format == "html" ? Evening(session) : session.Range(kWeek); };
+  view.show = [&](const Listings& listings, const TimeRange& range) {
+    if (format == "html") {
+      return Page(listings, range);
+    }
+    const Facts facts = session.guide.FactsOf(listings);
+    return format == "json" ? JsonText(ListingsToJson(listings, &facts)) : Xmltv(listings, facts);
+  };
+  return Look(session, view);
 }
 
 }  // namespace esgctl

@@ -1,10 +1,8 @@
 #include "Fragments.h"
 
-#include <glib.h>
-
 #include <algorithm>
+#include <map>
 #include <pugixml.hpp>
-#include <regex>
 #include <string_view>
 
 #include "common/Xml.h"
@@ -22,91 +20,108 @@ std::string Text(const pugi::xml_node& node) {
   return text.empty() ? CleanText(node.child_value()) : text;
 }
 
-void Add(std::vector<std::string>& list, std::string text) {
-  if (!text.empty() && std::find(list.begin(), list.end(), text) == list.end()) {
-    list.push_back(std::move(text));
+/// The most of one sort that a fragment tells, so that none takes long to be read.
+constexpr Json::ArrayIndex kMostTexts = 100;
+constexpr std::size_t kLongestNumber = 20;
+
+/// Adds a text to a list, once.
+void AddText(Json::Value& list, const std::string& text) {
+  if (!text.empty() && list.size() < kMostTexts &&
+      std::find(list.begin(), list.end(), Json::Value(text)) == list.end()) {
+    list.append(text);
   }
 }
 
-/// The values of one rating in the order of its dimensions: "TV-14 D L V".
-Rating ParseRating(const pugi::xml_node& node) {
-  Rating rating;
-  std::vector<std::pair<std::string, std::string>> values;
+/// Adds an object of a text and of something about it, which may be empty.
+void AddPair(Json::Value& list, const char* textName, const std::string& text, const char* name,
+             const std::string& about) {
+  if (text.empty() || list.size() >= kMostTexts) {
+    return;
+  }
+  Json::Value& item = list.append(Json::objectValue);
+  item[textName] = text;
+  if (!about.empty()) {
+    item[name] = about;
+  }
+}
+
+/// The system that a dimension of a rating belongs to. Region 1 is the United States, whose
+/// dimension 7 is that of films; other programs know the two systems by these names.
+std::string RatingSystem(const std::string& region, const std::string& dimension,
+                         const std::string& description) {
+  return region != "1" ? description : dimension == "7" ? "MPAA" : "VCHIP";
+}
+
+/// The text of the child with this local name.
+std::string ChildText(const pugi::xml_node& node, std::string_view name) {
+  return Text(node.find_child(
+      [name](const pugi::xml_node& child) { return LocalName(child.name()) == name; }));
+}
+
+/// Adds a rating for each system, its values in the order of the dimensions: "TV-14 D L V".
+void AddRatings(Json::Value& list, const pugi::xml_node& node) {
+  const std::string region = ChildText(node, "RegionIdentifier");
+  const std::string description = ChildText(node, "RatingDescription");
+  std::map<std::string, std::map<std::string, std::string>> values;  // by system and dimension
   for (const pugi::xml_node& child : node.children()) {
-    const std::string_view name = LocalName(child.name());
-    if (name == "RatingDescription") {
-      rating.system = Text(child);
-    } else if (name == "RatingDimVal") {
-      auto& value = values.emplace_back();
-      for (const pugi::xml_node& part : child.children()) {
-        (LocalName(part.name()) == "RatingDimension" ? value.first : value.second) = Text(part);
-      }
+    if (LocalName(child.name()) == "RatingDimVal") {
+      const std::string dimension = ChildText(child, "RatingDimension");
+      values[RatingSystem(region, dimension, description)][dimension] =
+          ChildText(child, "RatingValueString");
     }
   }
-  std::stable_sort(values.begin(), values.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
-  for (const auto& value : values) {
-    rating.value += (rating.value.empty() ? "" : " ") + value.second;
+  for (const auto& [system, byDimension] : values) {
+    std::string text;
+    for (const auto& [dimension, value] : byDimension) {
+      text += (text.empty() ? "" : " ") + value;
+    }
+    AddPair(list, "value", text, "system", system);
   }
-  return rating;
 }
 
-void Read(const pugi::xml_node& parent, Facts& facts, std::string& major, std::string& minor) {
+/// Extensions may be nested, but not without end.
+constexpr int kDeepest = 3;
+
+void Read(const pugi::xml_node& parent, Json::Value& facts, int depth = 0) {
   for (const pugi::xml_node& node : parent.children()) {
     const std::string_view name = LocalName(node.name());
     if (name == "Name" || name == "Description") {
-      LanguageText text{Text(node), Attribute(node, "lang")};
-      if (!text.text.empty()) {
-        (name == "Name" ? facts.names : facts.descriptions).push_back(std::move(text));
-      }
+      AddPair(facts[name == "Name" ? "titles" : "synopses"], "text", Text(node), "lang",
+              Attribute(node, "lang"));
     } else if (name == "AudioLanguage" || name == "TextLanguage") {
       const std::string tag = Attribute(node, "languageSDPTag");
-      Add(name == "AudioLanguage" ? facts.audioLanguages : facts.textLanguages,
-          tag.empty() ? Text(node) : tag);
+      AddText(facts[name == "AudioLanguage" ? "audio_languages" : "text_languages"],
+              tag.empty() ? Text(node) : tag);
     } else if (name == "ContentAdvisoryRatings") {
-      Rating rating = ParseRating(node);
-      if (!rating.value.empty()) {
-        facts.ratings.push_back(std::move(rating));
-      }
+      AddRatings(facts["ratings"], node);
     } else if (name == "ParentalRating") {
-      std::string value = Text(node);
-      if (!value.empty()) {
-        facts.ratings.push_back({Attribute(node, "ratingSystem"), std::move(value)});
-      }
+      AddPair(facts["ratings"], "value", Text(node), "system", Attribute(node, "ratingSystem"));
     } else if (name == "Icon" || name == "ContentIcon") {
-      Add(facts.icons, Text(node));
-    } else if (name == "MajorChannelNum") {
-      major = Text(node);
-    } else if (name == "MinorChannelNum") {
-      minor = Text(node);
-    } else if (name == "PrivateExt" || name == "ATSC3ServiceExtension" ||
-               name == "ATSC3ContentExtension") {
-      Read(node, facts, major, minor);
+      AddText(facts["icons"], Text(node));
+    } else if (name == "MajorChannelNum" || name == "MinorChannelNum") {
+      const std::string number = facts["number"].asString();
+      if (number.size() < kLongestNumber) {
+        facts["number"] =
+            name == "MajorChannelNum" ? Text(node) + number : number + '.' + Text(node);
+      }
+    } else if (depth < kDeepest && (name == "PrivateExt" || name == "ATSC3ServiceExtension" ||
+                                    name == "ATSC3ContentExtension")) {
+      Read(node, facts, depth + 1);
     }
   }
 }
 
 }  // namespace
 
-Facts ParseFacts(const std::string& xml) {
-  Facts facts;
+Json::Value ParseFacts(const std::string& xml) {
   pugi::xml_document document;
   if (!document.load_buffer(xml.data(), xml.size())) {
-    return facts;
+    return {};
   }
-  facts.id = Attribute(document.document_element(), "id");
-  std::string major;
-  std::string minor;
-  Read(document.document_element(), facts, major, minor);
-  facts.number = major + (minor.empty() ? "" : "." + minor);
+  Json::Value facts(Json::objectValue);
+  facts["id"] = Attribute(document.document_element(), "id");
+  Read(document.document_element(), facts);
   return facts;
-}
-
-Episode EpisodeOf(const std::string& contentId) {
-  static const std::regex pattern("(EP\\d{8})(\\d{4})");
-  std::smatch parts;
-  return std::regex_match(contentId, parts, pattern) ? Episode{parts.str(1), parts.str(2)}
-                                                     : Episode{};
 }
 
 }  // namespace esgctl

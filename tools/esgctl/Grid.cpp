@@ -1,7 +1,6 @@
 #include "Grid.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 #include "Text.h"
 
@@ -40,13 +39,6 @@ Seconds TickStep(const TimeRange& range, int columns) {
   return days * 86400;
 }
 
-/// How far local time is ahead of UTC.
-Seconds LocalOffset(Seconds time) {
-  const std::string text = FormatTime(time, "%z");
-  const int number = std::atoi(text.c_str());
-  return number / 100 * 3600 + number % 100 * 60;
-}
-
 void Place(std::string& line, int column, const std::string& text) {
   const auto at = static_cast<std::size_t>(column);
   if (line.size() < at) {
@@ -83,27 +75,32 @@ std::string NowLine(Seconds now, const Scale& scale) {
   return line;
 }
 
+/// Any text in exactly `width` columns.
+std::string Fitted(const std::string& text, int width) {
+  return GuardDirection(Pad(Cut(Printable(text), width), width));
+}
+
 /// What one stretch of a row shows.
 struct Stretch {
   int from;
   int to;
-  const GridCell* cell;  // null: nothing is on
+  const Showing* showing;  // null: nothing is on
   bool shortBefore;
 };
 
-std::vector<Stretch> Layout(const std::vector<GridCell>& cells, const TimeRange& range,
+std::vector<Stretch> Layout(const std::vector<Showing>& showings, const TimeRange& range,
                             const Scale& scale) {
   std::vector<Stretch> stretches;
   int at = 0;
   bool shortBefore = false;
-  for (std::size_t i = 0; i < cells.size(); ++i) {
-    const GridCell& cell = cells[i];
-    if (cell.end <= range.from || cell.start >= range.to) {
+  for (std::size_t i = 0; i < showings.size(); ++i) {
+    const Showing& showing = showings[i];
+    if (showing.end <= range.from || showing.start >= range.to) {
       continue;
     }
     const Seconds covered =
-        i + 1 < cells.size() ? std::min(cell.end, cells[i + 1].start) : cell.end;
-    const int from = std::max(at, scale.Column(cell.start));
+        i + 1 < showings.size() ? std::min(showing.end, showings[i + 1].start) : showing.end;
+    const int from = std::max(at, scale.Column(showing.start));
     const int to = scale.Column(covered);
     if (to <= from) {
       shortBefore = true;
@@ -112,7 +109,7 @@ std::vector<Stretch> Layout(const std::vector<GridCell>& cells, const TimeRange&
     if (from > at) {
       stretches.push_back({at, from, nullptr, false});
     }
-    stretches.push_back({from, to, &cell, shortBefore});
+    stretches.push_back({from, to, &showing, shortBefore});
     shortBefore = false;
     at = to;
   }
@@ -125,28 +122,27 @@ std::vector<Stretch> Layout(const std::vector<GridCell>& cells, const TimeRange&
 std::string Draw(const Stretch& stretch, int columns, const TimeRange& range, Seconds now,
                  const Style& style) {
   const int width = stretch.to - stretch.from;
-  if (stretch.cell == nullptr) {
+  if (stretch.showing == nullptr) {
     const char* const edge = stretch.shortBefore               ? ":"
                              : stretch.from == 0 || width == 1 ? "."
                                                                : "|";
     return edge + std::string(static_cast<std::size_t>(width - 1), '.');
   }
-  const GridCell& cell = *stretch.cell;
-  const char* const edge = stretch.shortBefore ? ":" : cell.start < range.from ? "<" : "|";
-  const bool goesOn = cell.end > range.to && stretch.to == columns && width > 1;
+  const Showing& showing = *stretch.showing;
+  const char* const edge = stretch.shortBefore ? ":" : showing.start < range.from ? "<" : "|";
+  const bool goesOn = showing.end > range.to && stretch.to == columns && width > 1;
   const int room = width - 1 - (goesOn ? 1 : 0);
-  const std::string title = GuardDirection(Pad(Cut(Printable(cell.title), room), room));
-  const bool onAir = cell.start <= now && now < cell.end;
-  return edge + (onAir ? Bold(title, style) : title) + (goesOn ? ">" : "");
+  const std::string title = Fitted(showing.program.Title(), room);
+  return edge + (showing.IsOn(now) ? Bold(title, style) : title) + (goesOn ? ">" : "");
 }
 
 }  // namespace
 
-std::string RenderGrid(const std::vector<GridRow>& rows, const TimeRange& range, Seconds now,
+std::string RenderGrid(const std::vector<Listing>& listings, const TimeRange& range, Seconds now,
                        const Style& style) {
   int names = 0;
-  for (const GridRow& row : rows) {
-    names = std::max(names, DisplayWidth(Printable(row.name)));
+  for (const Listing& listing : listings) {
+    names = std::max(names, DisplayWidth(Printable(listing.service->Label())));
   }
   names = std::min({names, kWidestName, std::max(style.width / 4, kTickWidth)});
   const Scale scale(range, std::max(kNarrowestGrid, style.width - names - 1));
@@ -156,9 +152,9 @@ std::string RenderGrid(const std::vector<GridRow>& rows, const TimeRange& range,
   if (now >= range.from && now < range.to) {
     text += margin + Bold(NowLine(now, scale), style) + '\n';
   }
-  for (const GridRow& row : rows) {
-    text += GuardDirection(Pad(Cut(Printable(row.name), names), names)) + ' ';
-    for (const Stretch& stretch : Layout(row.cells, range, scale)) {
+  for (const Listing& listing : listings) {
+    text += Fitted(listing.service->Label(), names) + ' ';
+    for (const Stretch& stretch : Layout(listing.showings, range, scale)) {
       text += Draw(stretch, scale.Columns(), range, now, style);
     }
     text += '\n';

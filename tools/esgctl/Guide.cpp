@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iterator>
 #include <stdexcept>
 
 #include "Fragments.h"
@@ -20,7 +19,7 @@ constexpr int kStartMilliseconds = 30000;
 
 Failure NoBus(const std::string& why) {
   return {kAway, "The system bus cannot be reached: " + why +
-                     "\nStart it, or set DBUS_SYSTEM_BUS_ADDRESS to the one to use."};
+                     "\nStart it, or set DBUS_SYSTEM_BUS_ADDRESS to the address of another bus."};
 }
 
 Failure NoService(const std::string& why) {
@@ -28,7 +27,7 @@ Failure NoService(const std::string& why) {
                      "\nStart it, for example: esg-guide-service --guide DIR --today"};
 }
 
-/// Whether the service is on the bus; no answer if the bus does not give one.
+/// Whether the service is on the bus; nothing if the bus does not reply.
 std::optional<bool> IsThere(const esg::tools::Bus& bus, GError** error) {
   g_autoptr(GVariant) reply =
       bus.Call("NameHasOwner", g_variant_new("(s)", kESGServiceName), "(b)", error);
@@ -40,14 +39,18 @@ std::optional<bool> IsThere(const esg::tools::Bus& bus, GError** error) {
   return there != FALSE;
 }
 
-/// A programme of this service as a reference to send back. Services may leave their own id out of
-/// an answer, and the record's is settable by its JSON form only.
-FCESGProgramInfo Reference(const FCESGProgramInfo& program, const std::string& service) {
+/// A programme of this service as a reference to send back, or where there is none, a time.
+/// Services may leave their own id out of an answer, and the record's is settable by its JSON form
+/// only.
+FCESGProgramInfo Reference(const Service& service, const Showing* showing, unsigned int time) {
   Json::Value value;
-  FCESGProgramInfo::ToJson(program, value);
-  value["globalServiceId"] = service;
+  FCESGProgramInfo::ToJson(showing == nullptr ? FCESGProgramInfo() : showing->program, value);
+  value["globalServiceId"] = service.id;
   FCESGProgramInfo reference;
   FCESGProgramInfo::FromJson(value, reference);
+  if (showing == nullptr) {
+    reference.SetStartTime(time);
+  }
   return reference;
 }
 
@@ -56,13 +59,7 @@ class Progress {
  public:
   Progress(std::size_t total, const std::size_t& left) : m_total(total), m_left(left) {
     if (isatty(STDERR_FILENO) != 0) {
-      m_timer = g_timeout_add_seconds(
-          1,
-          [](gpointer progress) -> gboolean {
-            static_cast<Progress*>(progress)->Show();
-            return G_SOURCE_CONTINUE;
-          },
-          this);
+      m_timer = g_timeout_add_seconds(1, Show, this);
     }
   }
   Progress(const Progress&) = delete;
@@ -70,24 +67,18 @@ class Progress {
   ~Progress() {
     if (m_timer != 0) {
       g_source_remove(m_timer);
-    }
-    if (m_seconds > 0) {
-      std::fputs(kBackAndClear, stderr);
+      std::fputs(m_seconds > 0 ? kBackAndClear : "", stderr);
     }
   }
 
  private:
-  static constexpr const char* kBackAndClear = "\r\x1b[K";
+  static constexpr char kBackAndClear[] = "\r\x1b[K";
 
-  void Show() {
-    std::string text = "Asking the guide service";
-    if (m_total > 1) {
-      text += ", " + std::to_string(m_total - m_left) + " of " + std::to_string(m_total);
-    }
-    const std::string elapsed = " (" + std::to_string(++m_seconds) + " s)";
-    // One row, or the next line could not take its place.
-    const int room = TerminalWidth(STDERR_FILENO) - 1 - DisplayWidth(elapsed);
-    std::fputs((kBackAndClear + Cut(text, room) + elapsed).c_str(), stderr);
+  static gboolean Show(gpointer progress) {
+    auto& self = *static_cast<Progress*>(progress);
+    std::fprintf(stderr, "%sAsking the guide service, %zu of %zu (%d s)", kBackAndClear,
+                 self.m_total - self.m_left, self.m_total, ++self.m_seconds);
+    return G_SOURCE_CONTINUE;
   }
 
   const std::size_t m_total;
@@ -98,38 +89,40 @@ class Progress {
 
 }  // namespace
 
-esg::tools::Bus ConnectToBus() {
+std::unique_ptr<esg::tools::Bus> ConnectToBus() {
   try {
-    return esg::tools::Bus();
+    return std::make_unique<esg::tools::Bus>();
   } catch (const std::runtime_error& error) {
     throw NoBus(error.what());
   }
 }
 
-Guide::Guide(const Clock& clock) : m_clock(clock), m_bus(ConnectToBus()) { RequireService(); }
-
-void Guide::RequireService() const {
+esg::tools::Bus& Guide::Bus() {
+  if (m_bus != nullptr) {
+    return *m_bus;
+  }
+  m_bus = ConnectToBus();
   g_autoptr(GError) error = nullptr;
-  const std::optional<bool> there = IsThere(m_bus, &error);
+  const std::optional<bool> there = IsThere(*m_bus, &error);
   if (!there) {
     throw NoBus(error->message);
   }
-  if (*there) {
-    return;
+  g_autoptr(GVariant) started = nullptr;
+  if (!*there) {
+    started = m_bus->Call("StartServiceByName", g_variant_new("(su)", kESGServiceName, 0U), "(u)",
+                          &error, kStartMilliseconds);
   }
-  g_autoptr(GVariant) started =
-      m_bus.Call("StartServiceByName", g_variant_new("(su)", kESGServiceName, 0U), "(u)", &error,
-                 kStartMilliseconds);
-  if (started == nullptr) {
+  if (!*there && started == nullptr) {
     throw NoService(g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) != FALSE
                         ? std::string("nobody owns ") + kESGServiceName + " on the bus."
                         : std::string("the bus cannot start it: ") + error->message);
   }
+  return *m_bus;
 }
 
 Failure Guide::Diagnosis(const ESGFailure& failure) const {
   g_autoptr(GError) error = nullptr;
-  const std::optional<bool> there = IsThere(m_bus, &error);
+  const std::optional<bool> there = IsThere(*m_bus, &error);
   if (!there) {
     return NoBus(error->message);
   }
@@ -145,10 +138,11 @@ Failure Guide::Diagnosis(const ESGFailure& failure) const {
     case ESGFailureReason::NoAnswer:
       return {kAway, "The guide service does not respond. Is it stuck?" + detail};
     case ESGFailureReason::AccessDenied:
-      return {kOther, "The system bus does not let this user ask the guide service." + detail};
+      return {kOther,
+              "The system bus does not allow this user to query the guide service." + detail};
     case ESGFailureReason::Unreadable:
       return {kUnreadable,
-              "The answer of the guide service cannot be read. Is it the right service?" + detail};
+              "The reply of the guide service cannot be read. Is it the right service?" + detail};
     default:
       return {kOther, ESGFailureText(failure.reason) + detail};
   }
@@ -157,6 +151,9 @@ Failure Guide::Diagnosis(const ESGFailure& failure) const {
 void Guide::Wait(std::size_t count,
                  const std::function<ESGAsync::Identifier(std::size_t, const Done&)>& ask,
                  Need need) {
+  if (count > 0) {
+    Bus();
+  }
   std::size_t left = count;
   ESGFailure failure;
   const Done done = [&](const ESGFailure& result) {
@@ -185,131 +182,152 @@ void Guide::Wait(std::size_t count,
   }
 }
 
-std::vector<std::optional<FCESGProgramInfo>> Guide::Present(
-    const std::vector<std::string>& services) {
-  return Ask<FCESGProgramInfo>(services.size(), [&](std::size_t i, ESGAsync::ProgramCallback done) {
-    return ESGAsync::GetPresentProgram(services[i], std::move(done));
+Showing Guide::MakeShowing(const Service& service, FCESGProgramInfo program) const {
+  const Seconds start = m_clock.FromRecord(program.GetStartTime());
+  const Seconds end = start + static_cast<Seconds>(program.Duration());
+  return {&service, std::move(program), start, end};
+}
+
+std::vector<Listing> Guide::Programmes(const std::vector<Service>& services,
+                                       const ProgramQuestion& question, Need need) {
+  auto answers = Ask<FCESGProgramInfo>(services.size(), question, need);
+  std::vector<Listing> listings;
+  for (std::size_t i = 0; i < services.size(); ++i) {
+    Listing& listing = listings.emplace_back(Listing{&services[i], {}});
+    if (answers[i]) {
+      listing.showings.push_back(MakeShowing(services[i], std::move(*answers[i])));
+    }
+  }
+  return listings;
+}
+
+std::vector<Listing> Guide::Present(const std::vector<Service>& services) {
+  return Programmes(services, [&](std::size_t i, ESGAsync::ProgramCallback done) {
+    return ESGAsync::GetPresentProgram(services[i].id, std::move(done));
   });
 }
 
-std::vector<std::optional<FCESGProgramInfo>> Guide::Neighbours(
-    const std::vector<std::string>& services, std::optional<Seconds> time,
-    eRelative_Position position) {
-  std::vector<std::optional<FCESGProgramInfo>> there;
-  if (time) {
-    for (const Programs& programs : Lists(services, {*time, *time + 1})) {
-      there.push_back(programs.empty() ? std::nullopt : std::make_optional(programs.back()));
-    }
-  } else {
-    there = Present(services);
-  }
-  for (auto& program : there) {
-    if (!program) {
-      program.emplace().SetStartTime(m_clock.ToRecord(time.value_or(m_clock.Now())));
-    }
-  }
-  return Ask<FCESGProgramInfo>(services.size(), [&](std::size_t i, ESGAsync::ProgramCallback done) {
-    return ESGAsync::GetProgram(Reference(*there[i], services[i]), position, std::move(done));
+std::vector<Listing> Guide::Neighbours(const std::vector<Service>& services,
+                                       std::optional<Seconds> time, eRelative_Position position) {
+  const std::vector<Listing> on = time ? Lists(services, {*time, *time + 1}) : Present(services);
+  const unsigned int start = m_clock.ToRecord(time.value_or(m_clock.Now()));
+  return Programmes(services, [&](std::size_t i, ESGAsync::ProgramCallback done) {
+    const Showing* const showing = on[i].showings.empty() ? nullptr : &on[i].showings.back();
+    return ESGAsync::GetProgram(Reference(services[i], showing, start), position, std::move(done));
   });
 }
 
-std::vector<Programs> Guide::Lists(const std::vector<std::string>& services,
-                                   const TimeRange& range) {
+std::vector<Listing> Guide::Lists(const std::vector<Service>& services, const TimeRange& range) {
   const std::vector<Piece> pieces = Pieces(m_clock, range);
   auto answers = Ask<ESGProgramMap>(
       services.size() * pieces.size(), [&](std::size_t i, ESGAsync::ProgramListCallback done) {
         const Piece& piece = pieces[i % pieces.size()];
-        return ESGAsync::GetProgramList(services[i / pieces.size()], piece.start, piece.duration,
+        return ESGAsync::GetProgramList(services[i / pieces.size()].id, piece.start, piece.duration,
                                         std::move(done));
       });
-  std::vector<Programs> lists;
-  for (std::size_t service = 0; service < services.size(); ++service) {
+  std::vector<Listing> listings;
+  for (const Service& service : services) {
     // A programme that touches two pieces comes twice, under one key.
     ESGProgramMap byKey;
     for (std::size_t i = 0; i < pieces.size(); ++i) {
-      if (auto& answer = answers[service * pieces.size() + i]) {
+      if (auto& answer = answers[listings.size() * pieces.size() + i]) {
         byKey.merge(*answer);
       }
     }
-    Programs& programs = lists.emplace_back();
+    std::vector<Showing>& showings = listings.emplace_back(Listing{&service, {}}).showings;
     for (auto& entry : byKey) {
-      programs.push_back(std::move(entry.second));
+      showings.push_back(MakeShowing(service, std::move(entry.second)));
     }
-    std::stable_sort(programs.begin(), programs.end(), [this](const auto& a, const auto& b) {
-      return m_clock.FromRecord(a.GetStartTime()) < m_clock.FromRecord(b.GetStartTime());
-    });
+    std::stable_sort(showings.begin(), showings.end(),
+                     [](const Showing& a, const Showing& b) { return a.start < b.start; });
   }
-  return lists;
+  return listings;
 }
 
 bool Guide::Complete(std::vector<Service>& services) {
   std::vector<Service*> incomplete;
   for (Service& service : services) {
-    if (service.number.empty() || service.name.empty()) {
+    if (!service.IsComplete()) {
       incomplete.push_back(&service);
     }
   }
-  std::vector<std::string> ids;
-  std::transform(incomplete.begin(), incomplete.end(), std::back_inserter(ids),
-                 [](const Service* service) { return service->id; });
-  const std::vector<std::string> fragments = ServiceFragments(ids);
+  const std::vector<Json::Value> facts = ServiceFacts({incomplete.begin(), incomplete.end()});
   for (std::size_t i = 0; i < incomplete.size(); ++i) {
-    incomplete[i]->Complete(ParseFacts(fragments[i]));
+    incomplete[i]->Complete(facts[i]);
   }
   return !incomplete.empty();
 }
 
-template <typename Question>
-std::vector<std::string> Guide::Fragments(std::size_t count, Question question) {
-  std::vector<std::string> texts;
-  texts.reserve(count);
-  for (auto& text : Ask<std::string>(count, question, Need::Welcome)) {
-    texts.push_back(std::move(text).value_or(""));
+std::vector<Json::Value> Guide::AskFacts(std::size_t count, const FragmentQuestion& question) {
+  std::vector<Json::Value> facts;
+  for (const auto& text : Ask<std::string>(count, question, Need::Welcome)) {
+    facts.push_back(ParseFacts(text.value_or("")));
   }
-  return texts;
+  return facts;
 }
 
-std::vector<std::string> Guide::ServiceFragments(const std::vector<std::string>& services) {
-  return Fragments(services.size(), [&](std::size_t i, ESGAsync::FragmentCallback done) {
-    return ESGAsync::GetServiceFragment(services[i], false, std::move(done));
+std::vector<Json::Value> Guide::ServiceFacts(const std::vector<const Service*>& services) {
+  return AskFacts(services.size(), [&](std::size_t i, ESGAsync::FragmentCallback done) {
+    return ESGAsync::GetServiceFragment(services[i]->id, false, std::move(done));
   });
 }
 
-std::vector<std::string> Guide::ContentFragments(const std::vector<Showing>& showings) {
-  return Fragments(showings.size(), [&](std::size_t i, ESGAsync::FragmentCallback done) {
-    const auto& [service, program] = showings[i];
-    return ESGAsync::GetContentFragment(service, program.GetStartTime(), program.Duration(), false,
-                                        std::move(done));
-  });
+Facts Guide::FactsOf(const std::vector<Listing>& listings) {
+  Facts facts;
+  std::vector<const Service*> services;
+  std::vector<const Showing*> showings;
+  for (const Listing& listing : listings) {
+    services.push_back(listing.service);
+    for (const Showing& showing : listing.showings) {
+      if (facts.contents.try_emplace(showing.program.GetEventID()).second) {
+        showings.push_back(&showing);
+      }
+    }
+  }
+  facts.services = ServiceFacts(services);
+  const auto question = [&](std::size_t i, ESGAsync::FragmentCallback done) {
+    const auto& [service, program, start, end] = *showings[i];
+    return ESGAsync::GetContentFragment(service->id, program.GetStartTime(), program.Duration(),
+                                        false, std::move(done));
+  };
+  for (const Json::Value& content : AskFacts(showings.size(), question)) {
+    // A time may be that of several programmes: the id tells which one this is about.
+    const auto asked = facts.contents.find(content["id"].asString());
+    if (asked != facts.contents.end()) {
+      asked->second = content;
+    }
+  }
+  return facts;
 }
 
 Failure Guide::Explain(const std::string& what, const Service& service, const TimeRange& range) {
-  const bool known = !ServiceFragments({service.id}).front().empty();
-  const auto beside = Ask<FCESGProgramInfo>(
-      2,
-      [&](std::size_t i, ESGAsync::ProgramCallback done) {
-        FCESGProgramInfo reference;
-        reference.SetStartTime(m_clock.ToRecord(i == 0 ? range.from : range.to - 1));
-        return ESGAsync::GetProgram(Reference(reference, service.id),
-                                    i == 0 ? eRelative_Position_Previous : eRelative_Position_Next,
-                                    std::move(done));
-      },
-      Need::Welcome);
-  std::string message = what + " on " + service.Label() + ".\n";
-  if (beside[1]) {
-    const Seconds start = m_clock.FromRecord(beside[1]->GetStartTime());
-    message += (beside[0] ? "The guide has a gap there; it continues at "
-                          : "The guide of this service starts only at ") +
-               FormatDateTime(start) + " with: " + beside[1]->Title();
-  } else if (beside[0]) {
-    const Seconds end = m_clock.FromRecord(beside[0]->GetStartTime()) + beside[0]->Duration();
-    message += "The guide of this service ended at " + FormatDateTime(end) +
-               ". Does the guide service get a current guide?";
+  const bool known = !ServiceFacts({&service}).front().isNull();
+  const std::vector<Service> services = {service};
+  const auto beside = [&](Seconds time, eRelative_Position position) {
+    const auto question = [&](std::size_t, ESGAsync::ProgramCallback done) {
+      return ESGAsync::GetProgram(Reference(service, nullptr, m_clock.ToRecord(time)), position,
+                                  std::move(done));
+    };
+    return Programmes(services, question, Need::Welcome).front().showings;
+  };
+  const std::vector<Showing> before = beside(range.from, eRelative_Position_Previous);
+  const std::vector<Showing> after = beside(range.to - 1, eRelative_Position_Next);
+  std::string message = what + '\n';
+  if (!after.empty()) {
+    message += (before.empty() ? "The guide of this service starts only at "
+                               : "The guide has a gap there; it continues at ") +
+               FormatDateTime(after[0].start) + " with: " + after[0].program.Title();
+  } else if (!before.empty()) {
+    const Seconds end = before[0].end;
+    message += end > m_clock.Now()
+                   ? "The guide of this service ends at " + FormatDateTime(end) + '.'
+                   : "The guide of this service ended at " + FormatDateTime(end) +
+                         ". Does the guide service get a current guide?";
   } else if (known) {
-    message += "The guide has this service, but no programmes of it.";
+    message += "The guide has no programmes of this service.";
   } else {
     message += "The guide service does not know " + service.id +
-               ".\nServices that can be named are shown by: esgctl services";
+               ".\nTo list the services, run: esgctl services";
   }
   return {kNotFound, message};
 }

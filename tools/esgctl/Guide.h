@@ -2,38 +2,37 @@
 #define ESGCTL_GUIDE_H
 
 #include <ESGAsync.h>
-#include <FCESGProgramInfo.h>
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "Services.h"
+#include "Fragments.h"
+#include "Showing.h"
 #include "Status.h"
-#include "Time.h"
 #include "common/Bus.h"
 
 namespace esgctl {
 
-using Programs = std::vector<FCESGProgramInfo>;
-
 /// Connects to the system bus. Raises a Failure of status kAway that says what to do if that fails.
-esg::tools::Bus ConnectToBus();
+std::unique_ptr<esg::tools::Bus> ConnectToBus();
 
 /// Questions to the guide service, all of a kind under way at once. What the service does not have
 /// is an empty result; whatever else fails ends in a Failure that says why. Meanwhile the default
 /// main context runs, and after a second a line on the terminal shows the progress.
+///
+/// What is returned refers to the services that were asked for.
 class Guide {
  public:
-  /// Connects, and starts the service if the bus can. Raises a Failure of status kAway otherwise.
-  explicit Guide(const Clock& clock);
+  /// The present is that of `clock`.
+  explicit Guide(const Clock& clock) : m_clock(clock) {}
 
-  /// Sets the present.
-  void SetClock(const Clock& clock) { m_clock = clock; }
-  esg::tools::Bus& Bus() { return m_bus; }
+  /// The connection to the bus. It is made on first use, and starts the service if the bus can.
+  esg::tools::Bus& Bus();
 
   using Done = std::function<void(const ESGFailure&)>;
   /// Asks `count` questions at once; `ask(i, callback)` asks one. The results are in the same
@@ -56,41 +55,41 @@ class Guide {
     return results;
   }
 
+  /// Asks for one programme of each service; the question is as for Ask.
+  using ProgramQuestion =
+      std::function<ESGAsync::Identifier(std::size_t, ESGAsync::ProgramCallback)>;
+  std::vector<Listing> Programmes(const std::vector<Service>& services,
+                                  const ProgramQuestion& question, Need need = Need::All);
   /// What is on now, on each service.
-  std::vector<std::optional<FCESGProgramInfo>> Present(const std::vector<std::string>& services);
-  /// The programme before or after the one that is on at `time` on each service, or before or after
-  /// `time` itself where nothing is.
-  std::vector<std::optional<FCESGProgramInfo>> Neighbours(const std::vector<std::string>& services,
-                                                          std::optional<Seconds> time,
-                                                          eRelative_Position position);
-  /// The programmes of each service, by start. Asks for a day at a time, since the service cannot
-  /// answer more than the bus carries.
-  std::vector<Programs> Lists(const std::vector<std::string>& services, const TimeRange& range);
+  std::vector<Listing> Present(const std::vector<Service>& services);
+  /// The programme before or after the one that is on at `time` (or now) on each service, or before
+  /// or after the time itself where nothing is.
+  std::vector<Listing> Neighbours(const std::vector<Service>& services, std::optional<Seconds> time,
+                                  eRelative_Position position);
+  /// The programmes of each service. Asks for a day at a time, since the service cannot answer more
+  /// than the bus carries.
+  std::vector<Listing> Lists(const std::vector<Service>& services, const TimeRange& range);
   /// Adds numbers and names that are missing; whether any were.
   bool Complete(std::vector<Service>& services);
-  /// The Service fragments; empty texts where there are none.
-  std::vector<std::string> ServiceFragments(const std::vector<std::string>& services);
-  /// The Content fragment of each programme of a service; empty texts where there are none.
-  struct Showing {
-    const std::string& service;
-    const FCESGProgramInfo& program;
-  };
-  std::vector<std::string> ContentFragments(const std::vector<Showing>& showings);
+  /// What the fragments of the services and of all programmes say; each is asked for once.
+  Facts FactsOf(const std::vector<Listing>& listings);
 
   /// Explains why a service has nothing in a time range: it is unknown, its guide has ended or
   /// starts later, or there is a gap. `what` is the first sentence.
   Failure Explain(const std::string& what, const Service& service, const TimeRange& range);
 
  private:
-  void RequireService() const;
-  template <typename Question>
-  std::vector<std::string> Fragments(std::size_t count, Question question);
   void Wait(std::size_t count,
             const std::function<ESGAsync::Identifier(std::size_t, const Done&)>& ask, Need need);
   Failure Diagnosis(const ESGFailure& failure) const;
+  Showing MakeShowing(const Service& service, FCESGProgramInfo program) const;
+  using FragmentQuestion =
+      std::function<ESGAsync::Identifier(std::size_t, ESGAsync::FragmentCallback)>;
+  std::vector<Json::Value> AskFacts(std::size_t count, const FragmentQuestion& question);
+  std::vector<Json::Value> ServiceFacts(const std::vector<const Service*>& services);
 
-  Clock m_clock;
-  esg::tools::Bus m_bus;
+  const Clock& m_clock;
+  std::unique_ptr<esg::tools::Bus> m_bus;
 };
 
 }  // namespace esgctl

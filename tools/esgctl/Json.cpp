@@ -1,10 +1,10 @@
 #include "Json.h"
 
-#include <FCESGProgramInfo.h>
 #include <glib.h>
 #include <json/writer.h>
 
 #include <map>
+#include <regex>
 
 #include "common/Text.h"
 
@@ -38,64 +38,75 @@ void Put(Json::Value& target, const char* name, const std::string& text) {
   }
 }
 
-void Put(Json::Value& target, const char* name, const std::vector<std::string>& texts) {
-  for (const std::string& text : texts) {
-    target[name].append(text);
-  }
-}
-
-void Put(Json::Value& target, const char* name, const std::vector<LanguageText>& texts) {
-  for (const LanguageText& text : texts) {
-    Json::Value value(Json::objectValue);
-    value["text"] = text.text;
-    Put(value, "lang", text.language);
-    target[name].append(value);
+void Put(Json::Value& target, const char* name, const Json::Value& list) {
+  if (!list.empty()) {
+    target[name] = list;
   }
 }
 
 }  // namespace
 
-Json::Value ProgramToJson(const FCESGProgramInfo& program, const Service& service,
-                          const Clock& clock) {
+Json::Value RecordToJson(const Showing& showing) {
   Json::Value record;
-  FCESGProgramInfo::ToJson(program, record);
+  FCESGProgramInfo::ToJson(showing.program, record);
+  return record;
+}
+
+Json::Value ProgramToJson(const Showing& showing) {
+  Json::Value record = RecordToJson(showing);
   const Json::Value extension = Renamed(record["privateExt"]);
   record.removeMember("privateExt");
   Json::Value value = Renamed(record);
   for (const std::string& list : extension.getMemberNames()) {
     value[list] = extension[list];
   }
-  if (program.GetStartTime() != 0) {
-    const Seconds start = clock.FromRecord(program.GetStartTime());
-    value["start"] = static_cast<Json::Int64>(start);
-    value["end"] = static_cast<Json::Int64>(start + program.Duration());
-    value["duration"] = program.Duration();
+  if (showing.program.GetStartTime() != 0) {
+    value["start"] = static_cast<Json::Int64>(showing.start);
+    value["end"] = static_cast<Json::Int64>(showing.end);
+    value["duration"] = showing.program.Duration();
   } else {
     value.removeMember("duration");
   }
-  Put(value, "service", service.id);
-  Put(value, "channel", service.number);
-  Put(value, "channel_name", service.name);
+  Put(value, "service", showing.service->id);
+  Put(value, "channel", showing.service->number);
+  Put(value, "channel_name", showing.service->name);
   return value;
 }
 
-void AddFacts(Json::Value& program, const Facts& content, const Facts& service) {
-  Put(program, "titles", content.names);
-  Put(program, "synopses", content.descriptions);
-  Put(program, "audio_languages",
-      content.audioLanguages.empty() ? service.audioLanguages : content.audioLanguages);
-  Put(program, "text_languages",
-      content.textLanguages.empty() ? service.textLanguages : content.textLanguages);
-  for (const Rating& rating : content.ratings) {
-    Json::Value value(Json::objectValue);
-    Put(value, "system", rating.system);
-    value["value"] = rating.value;
-    program["ratings"].append(value);
+Json::Value ProgramToJson(const Showing& showing, const Facts& facts, const Json::Value& service) {
+  Json::Value program = ProgramToJson(showing);
+  const std::string& id = showing.program.GetEventID();
+  const Json::Value& content = facts.contents.at(id);
+  for (const char* const name : {"titles", "synopses", "ratings"}) {
+    Put(program, name, content[name]);
   }
-  const Episode episode = EpisodeOf(program["content_id"].asString());
-  Put(program, "series", episode.series);
-  Put(program, "episode", episode.number);
-  Put(program, "channel_icons", service.icons);
+  for (const char* const name : {"audio_languages", "text_languages"}) {
+    Put(program, name, content[name].empty() ? service[name] : content[name]);
+  }
+  Put(program, "channel_icons", service["icons"]);
+  // The usual form of an episode's content id: two letters, the series, and the episode in it.
+  static const std::regex pattern("(EP\\d{8})(\\d{4})");
+  std::smatch parts;
+  if (std::regex_match(id, parts, pattern)) {
+    program["series"] = parts.str(1);
+    program["episode"] = parts.str(2);
+  }
+  return program;
+}
+
+Json::Value ListingsToJson(const std::vector<Listing>& listings, const Facts* facts) {
+  Json::Value rows(Json::arrayValue);
+  for (const Listing& listing : listings) {
+    const Json::ArrayIndex i = rows.size();
+    Json::Value& row = rows.append(ServiceToJson(*listing.service));
+    row["programmes"] = Json::arrayValue;
+    for (const Showing& showing : listing.showings) {
+      row["programmes"].append(facts == nullptr
+                                   ? ProgramToJson(showing)
+                                   : ProgramToJson(showing, *facts, facts->services[i]));
+    }
+  }
+  return rows;
 }
 
 Json::Value ServiceToJson(const Service& service) {

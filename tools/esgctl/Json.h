@@ -4,21 +4,23 @@
 #include <json/value.h>
 
 #include <string>
+#include <vector>
 
 #include "Fragments.h"
-#include "Services.h"
-#include "Time.h"
-
-class FCESGProgramInfo;
+#include "Showing.h"
 
 namespace esgctl {
 
-/// A programme for scripts: stable names, times in Unix seconds, absent members left out.
-Json::Value ProgramToJson(const FCESGProgramInfo& program, const Service& service,
-                          const Clock& clock);
+/// The record as the protocol has it.
+Json::Value RecordToJson(const Showing& showing);
 
-/// Adds what the fragments of a programme and of its service say.
-void AddFacts(Json::Value& program, const Facts& content, const Facts& service);
+/// A programme for scripts: stable names, times in Unix seconds, absent members left out.
+Json::Value ProgramToJson(const Showing& showing);
+/// The same with what the fragments say, of which `service` is what that of its service says.
+Json::Value ProgramToJson(const Showing& showing, const Facts& facts, const Json::Value& service);
+
+/// The services, each with its programmes; with `facts` these are in full.
+Json::Value ListingsToJson(const std::vector<Listing>& listings, const Facts* facts = nullptr);
 
 /// "number", "alias", "id" and "name", as far as they are known.
 Json::Value ServiceToJson(const Service& service);
@@ -26,7 +28,7 @@ Json::Value ServiceToJson(const Service& service);
 /// The text with a line end: indented, or on one line. It is valid UTF-8, and what a terminal would
 /// obey is escaped.
 enum class Layout { Indented, OneLine };
-std::string JsonText(const Json::Value& value, Layout layout);
+std::string JsonText(const Json::Value& value, Layout layout = Layout::Indented);
 
 }  // namespace esgctl
 

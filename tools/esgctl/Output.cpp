@@ -25,6 +25,18 @@ std::string_view Variable(const char* name) {
   return value == nullptr ? std::string_view() : std::string_view(value);
 }
 
+int TerminalWidth() {
+  const int columns = std::atoi(std::string(Variable("COLUMNS")).c_str());
+  if (columns > 0 && columns < kWidest) {
+    return columns;
+  }
+  winsize size = {};
+  if (ioctl(output, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
+    return size.ws_col;
+  }
+  return kUsualWidth;
+}
+
 bool Colour(const OutputOptions& options) {
   if (options.colour == "auto") {
     return OutputIsTerminal() && Variable("NO_COLOR").empty() && Variable("TERM") != "dumb";
@@ -38,40 +50,16 @@ Failure OutputFailure() {
 
 }  // namespace
 
-int TerminalWidth(int descriptor) {
-  const int columns = std::atoi(std::string(Variable("COLUMNS")).c_str());
-  if (columns > 0 && columns < kWidest) {
-    return columns;
-  }
-  winsize size = {};
-  if (ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
-    return size.ws_col;
-  }
-  return kUsualWidth;
-}
-
-bool OutputIsTerminal() { return isatty(STDOUT_FILENO) != 0; }
+bool OutputIsTerminal() { return isatty(output) != 0; }
 
 Style TableStyle(const OutputOptions& options) {
-  const int natural = OutputIsTerminal() ? TerminalWidth(STDOUT_FILENO) : 0;
-  return {options.width > 0 ? static_cast<int>(options.width) : natural, Colour(options)};
+  Style style = GridStyle(options);
+  style.width = options.width > 0 || OutputIsTerminal() ? style.width : 0;
+  return style;
 }
 
 Style GridStyle(const OutputOptions& options) {
-  return {options.width > 0 ? static_cast<int>(options.width) : TerminalWidth(STDOUT_FILENO),
-          Colour(options)};
-}
-
-void ReserveStandardDescriptors() {
-  int descriptor = 0;
-  while (descriptor <= STDERR_FILENO) {
-    // Not for writing: output that was closed is an error still.
-    descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) {
-      return;
-    }
-  }
-  close(descriptor);
+  return {options.width > 0 ? static_cast<int>(options.width) : TerminalWidth(), Colour(options)};
 }
 
 int KeepOutput() {

@@ -22,16 +22,9 @@ Style GridStyle(const OutputOptions& options);
 /// Whether standard output is a terminal.
 bool OutputIsTerminal();
 
-/// The columns of the terminal that a descriptor leads to.
-int TerminalWidth(int descriptor);
-
 /// Writes to standard output, unbuffered. Throws ClosedPipe, or a Failure if the output cannot be
 /// written.
 void Print(const std::string& text);
-
-/// Opens those of the standard descriptors that are closed, so that no connection gets their
-/// numbers. Call it first.
-void ReserveStandardDescriptors();
 
 /// Reserves standard output for Print and discards what others write there. Returns the descriptor
 /// that Print writes to.

@@ -3,9 +3,9 @@
 #include <glib.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <fstream>
+#include <sstream>
 
 #include "Status.h"
 #include "Text.h"
@@ -17,20 +17,6 @@ constexpr char kMachinePath[] = "/etc/esg-client/services";
 
 bool IsUtf8(const std::string& text) {
   return g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr) != FALSE;
-}
-
-/// Takes the first field from `rest`.
-std::string NextField(std::string_view& rest) {
-  rest = Trimmed(rest);
-  std::string field(rest.substr(0, rest.find_first_of(" \t")));
-  rest.remove_prefix(field.size());
-  return field;
-}
-
-bool IsNumber(const std::string& text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
-    return std::isdigit(c) != 0 || c == '.' || c == '-';
-  });
 }
 
 template <typename Matches>
@@ -53,12 +39,12 @@ std::string Service::Label() const {
 
 std::string Service::Channel() const { return number.empty() ? Label() : number + ' ' + Label(); }
 
-void Service::Complete(const Facts& facts) {
+void Service::Complete(const Json::Value& facts) {
   if (number.empty()) {
-    number = facts.number;
+    number = facts["number"].asString();
   }
-  if (name.empty() && !facts.names.empty()) {
-    name = facts.names.front().text;
+  if (name.empty() && !facts["titles"].empty()) {
+    name = facts["titles"][0]["text"].asString();
   }
 }
 
@@ -90,24 +76,18 @@ Services::Services(std::istream& text) {
 }
 
 void Services::AddLine(const std::string& line, int number) {
-  std::string_view rest = Trimmed(line);
-  if (rest.empty() || rest[0] == '#') {
-    return;
-  }
+  std::istringstream fields(line);
   Service service;
-  service.number = NextField(rest);
-  service.alias = NextField(rest);
-  service.id = NextField(rest);
-  service.name = Trimmed(rest);
-  const auto complain = [&](const char* what) {
-    m_complaints.push_back("line " + std::to_string(number) + ": " + what);
-  };
-  if (!IsNumber(service.number) || service.id.empty()) {
-    complain("not of the form \"NUMBER ALIAS ID NAME\"");
+  fields >> service.number >> service.alias >> service.id;
+  std::getline(fields, service.name);
+  service.name = Trimmed(service.name);
+  if (service.number.empty() || service.number[0] == '#') {
     return;
   }
-  if (!IsUtf8(line)) {
-    complain("not UTF-8");
+  if (service.id.empty() || service.number.find_first_not_of("0123456789.-") != std::string::npos ||
+      !IsUtf8(line)) {
+    m_complaints.push_back("line " + std::to_string(number) +
+                           ": not of the form \"NUMBER ALIAS ID NAME\", in UTF-8");
     return;
   }
   for (std::string* field : {&service.number, &service.alias}) {
@@ -155,13 +135,6 @@ Service Services::Resolve(const std::string& text) const {
 std::string ChannelCell(const Service& service) {
   constexpr int kWidest = 24;
   return Cut(Printable(service.Channel()), kWidest);
-}
-
-std::vector<std::string> Ids(const std::vector<Service>& services) {
-  std::vector<std::string> ids;
-  std::transform(services.begin(), services.end(), std::back_inserter(ids),
-                 [](const Service& service) { return service.id; });
-  return ids;
 }
 
 }  // namespace esgctl

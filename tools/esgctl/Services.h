@@ -1,11 +1,11 @@
 #ifndef ESGCTL_SERVICES_H
 #define ESGCTL_SERVICES_H
 
+#include <json/value.h>
+
 #include <istream>
 #include <string>
 #include <vector>
-
-#include "Fragments.h"
 
 namespace esgctl {
 
@@ -24,8 +24,9 @@ struct Service {
   std::string ShortName() const { return alias.empty() ? Label() : alias; }
   /// The label, with the number in front.
   std::string Channel() const;
-  /// Fills in what is not known yet.
-  void Complete(const Facts& facts);
+  bool IsComplete() const { return !number.empty() && !name.empty(); }
+  /// Fills in what is not known yet from the facts of the Service fragment.
+  void Complete(const Json::Value& facts);
 };
 
 /// The services that the user can name, from a file of lines `NUMBER ALIAS ID NAME`: fields
@@ -61,8 +62,6 @@ class Services {
 
 /// The channel, cut to fit into a table.
 std::string ChannelCell(const Service& service);
-
-std::vector<std::string> Ids(const std::vector<Service>& services);
 
 }  // namespace esgctl
 

@@ -62,26 +62,20 @@ std::string Bold(const std::string& text, const Style& style) {
   return style.colour ? "\x1b[1m" + text + "\x1b[0m" : text;
 }
 
-std::string RenderTable(const std::vector<std::string>& header, const std::vector<TableRow>& rows,
+std::string RenderTable(const std::vector<std::string>& header, std::vector<TableRow> rows,
                         const Style& style) {
   const Table table = NewTable(header, style);
   const std::size_t last = header.size() - 1;
-  std::vector<int> widths(last);
-  std::transform(header.begin(), header.end() - 1, widths.begin(), DisplayWidth);
-  std::vector<TableRow> printable = rows;
-  for (TableRow& row : printable) {
-    for (std::size_t i = 0; i <= last; ++i) {
-      row.cells[i] = Printable(row.cells[i]);
-      if (i < last) {
-        widths[i] = std::max(widths[i], DisplayWidth(row.cells[i]));
-      }
-    }
-  }
   int room = style.width;
-  for (const int width : widths) {
-    room -= width + kGap;
+  for (std::size_t i = 0; i <= last; ++i) {
+    int width = DisplayWidth(header[i]);
+    for (TableRow& row : rows) {
+      row.cells[i] = Printable(row.cells[i]);
+      width = std::max(width, DisplayWidth(row.cells[i]));
+    }
+    room -= i < last ? width + kGap : 0;
   }
-  for (TableRow& row : printable) {
+  for (TableRow& row : rows) {
     if (style.width > 0) {
       row.cells[last] = Cut(row.cells[last], std::max(kNarrowestCell, room));
     }

@@ -23,7 +23,7 @@ struct TableRow {
 };
 
 /// Rows in aligned columns. Only the last column is cut to fit.
-std::string RenderTable(const std::vector<std::string>& header, const std::vector<TableRow>& rows,
+std::string RenderTable(const std::vector<std::string>& header, std::vector<TableRow> rows,
                         const Style& style);
 
 /// "label  value" lines; a long value continues below itself.

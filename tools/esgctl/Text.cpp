@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <numeric>
 #include <sstream>
 
 namespace esgctl {
@@ -11,7 +12,7 @@ namespace {
 
 constexpr std::string_view kEllipsis = "\u2026";
 constexpr std::string_view kLeftToRightMark = "\u200e";
-constexpr gunichar kZeroWidthJoiner = 0x200d;
+constexpr std::string_view kZeroWidthJoiner = "\u200d";
 
 bool IsRightToLeft(gunichar c) {
   return (c >= 0x0590 && c <= 0x08ff) || (c >= 0xfb1d && c <= 0xfdff) ||
@@ -26,64 +27,37 @@ int CharacterWidth(gunichar c) {
   return g_unichar_iswide(c) != FALSE ? 2 : 1;
 }
 
-/// Calls `take(character, its first byte's offset)` until that returns false.
-template <typename Take>
-void ForEachCharacter(std::string_view text, Take take) {
-  const char* const end = text.data() + text.size();
-  for (const char* at = text.data(); at < end; at = g_utf8_next_char(at)) {
-    if (!take(g_utf8_get_char(at), static_cast<std::size_t>(at - text.data()))) {
-      return;
-    }
-  }
+std::u32string Characters(std::string_view text) {
+  glong length = 0;
+  g_autofree gunichar* characters =
+      g_utf8_to_ucs4_fast(text.data(), static_cast<glong>(text.size()), &length);
+  return {characters, characters + length};
 }
 
 /// As much of the beginning as fits.
 std::string_view Prefix(std::string_view text, int width) {
-  int used = 0;
-  std::size_t keep = text.size();
-  gunichar previous = 0;
-  std::size_t joiner = 0;
-  ForEachCharacter(text, [&](gunichar c, std::size_t at) {
-    used += CharacterWidth(c);
-    if (used > width) {
-      // A joiner left at the end would join what is put after it.
-      keep = previous == kZeroWidthJoiner ? joiner : at;
-      return false;
+  std::size_t size = 0;
+  while (size < text.size()) {
+    const char* const at = text.data() + size;
+    width -= CharacterWidth(g_utf8_get_char(at));
+    if (width < 0) {
+      break;
     }
-    joiner = at;
-    previous = c;
-    return true;
-  });
-  return text.substr(0, keep);
-}
-
-/// How many letters are to be added, left out or changed; two that are swapped count as one.
-std::size_t Distance(std::string_view a, std::string_view b) {
-  std::vector<std::vector<std::size_t>> steps(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
-  for (std::size_t i = 0; i <= a.size(); ++i) {
-    for (std::size_t j = 0; j <= b.size(); ++j) {
-      steps[i][j] = i + j;
-      if (i > 0 && j > 0) {
-        steps[i][j] = std::min({steps[i - 1][j] + 1, steps[i][j - 1] + 1,
-                                steps[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
-      }
-      if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
-        steps[i][j] = std::min(steps[i][j], steps[i - 2][j - 2] + 1);
-      }
-    }
+    size = static_cast<std::size_t>(g_utf8_next_char(at) - text.data());
   }
-  return steps[a.size()][b.size()];
+  // A joiner left at the end would join what is put after it.
+  const std::size_t joiner = text.substr(0, size).rfind(kZeroWidthJoiner);
+  const bool joins = size < text.size() && joiner != std::string_view::npos &&
+                     joiner + kZeroWidthJoiner.size() == size;
+  return text.substr(0, joins ? joiner : size);
 }
 
 }  // namespace
 
 int DisplayWidth(std::string_view text) {
-  int width = 0;
-  ForEachCharacter(text, [&width](gunichar c, std::size_t) {
-    width += CharacterWidth(c);
-    return true;
-  });
-  return width;
+  const std::u32string characters = Characters(text);
+  return std::accumulate(characters.begin(), characters.end(), 0,
+                         [](int width, gunichar c) { return width + CharacterWidth(c); });
 }
 
 std::string Cut(std::string_view text, int width) {
@@ -121,12 +95,10 @@ std::vector<std::string> Wrap(std::string_view text, int width) {
 }
 
 std::string GuardDirection(const std::string& text) {
-  bool rightToLeft = false;
-  ForEachCharacter(text, [&rightToLeft](gunichar c, std::size_t) {
-    rightToLeft = IsRightToLeft(c);
-    return !rightToLeft;
-  });
-  return rightToLeft ? std::string(kLeftToRightMark).append(text).append(kLeftToRightMark) : text;
+  const std::u32string characters = Characters(text);
+  return std::any_of(characters.begin(), characters.end(), IsRightToLeft)
+             ? std::string(kLeftToRightMark).append(text).append(kLeftToRightMark)
+             : text;
 }
 
 std::vector<std::string> Words(const std::string& text) {
@@ -153,16 +125,19 @@ std::string Folded(const std::string& text) {
   return folded;
 }
 
-std::string Suggestion(const std::string& word, const std::vector<std::string>& candidates) {
+std::string Suggestion(std::string word, const std::vector<std::string>& candidates) {
+  std::sort(word.begin(), word.end());
   std::string nearest;
-  std::size_t least = std::max<std::size_t>(1, std::min<std::size_t>(word.size(), 9) / 3) + 1;
-  if (word.size() > 100) {
-    return nearest;
-  }
+  std::size_t least = 3;
   for (const std::string& candidate : candidates) {
-    const std::size_t distance = Distance(word, candidate);
-    if (distance < least) {
-      least = distance;
+    // What one of the two has and the other does not: swapped letters make no difference.
+    std::string letters = candidate;
+    std::sort(letters.begin(), letters.end());
+    std::string different;
+    std::set_symmetric_difference(word.begin(), word.end(), letters.begin(), letters.end(),
+                                  std::back_inserter(different));
+    if (different.size() < least) {
+      least = different.size();
       nearest = candidate;
     }
   }

@@ -38,7 +38,7 @@ std::string WithoutAccents(const std::string& text);
 std::string Folded(const std::string& text);
 
 /// The candidate that `word` is most likely a mistyped form of; empty if none is close.
-std::string Suggestion(const std::string& word, const std::vector<std::string>& candidates);
+std::string Suggestion(std::string word, const std::vector<std::string>& candidates);
 
 }  // namespace esgctl
 

@@ -13,10 +13,6 @@ namespace esgctl {
 namespace {
 
 constexpr Seconds kEra = Seconds{1} << 32;
-constexpr Seconds kMinute = 60;
-constexpr Seconds kHour = 60 * kMinute;
-constexpr Seconds kDay = 24 * kHour;
-constexpr Seconds kWeek = 7 * kDay;
 constexpr int kTonight = 20;  // o'clock
 
 /// Local time; null beyond the calendar's end.
@@ -148,23 +144,20 @@ Moment ParseMoment(const std::string& written, Seconds now) {
   } else if (const auto moment = ParseCalendar(text, now)) {
     return *moment;
   }
-  throw Failure(kUsage, "\"" + written +
-                            "\" is no time. Write now, 20:00, 2026-05-01, \"2026-05-01 20:00\", "
-                            "\"tomorrow 06:00\", +2h or Unix seconds.");
+  throw Failure(kUsage, "\"" + written + "\" is not a time. Write " + kTimeForms + '.');
 }
 
 Seconds ParseDuration(const std::string& text) {
   if (const auto duration = TryDuration(Normalized(text))) {
     return *duration;
   }
-  throw Failure(kUsage,
-                "\"" + text + "\" is no length of time. Write 90m, 6h, 1h30m, 2d or seconds.");
+  throw Failure(kUsage, "\"" + text + "\" is not a duration. Write " + kDurationForms + '.');
 }
 
 TimeRange ParseRange(const std::string& from, const std::string& to, const std::string& length,
                      Seconds defaultLength, Seconds now) {
   if (!to.empty() && !length.empty()) {
-    throw Failure(kUsage, "--to and --for say the same thing; give one of them.");
+    throw Failure(kUsage, "--to and --for both set the end; give only one of them.");
   }
   TimeRange range;
   range.from = from.empty() ? now : ParseMoment(from, now).time;
@@ -202,6 +195,13 @@ std::vector<Piece> Pieces(const Clock& clock, const TimeRange& range) {
   return pieces;
 }
 
+Seconds PresentTime() { return g_get_real_time() / G_USEC_PER_SEC; }
+
+Seconds LocalOffset(Seconds time) {
+  g_autoptr(GDateTime) local = Local(time);
+  return local == nullptr ? 0 : g_date_time_get_utc_offset(local) / G_USEC_PER_SEC;
+}
+
 std::string FormatTime(Seconds time, const char* pattern) {
   g_autoptr(GDateTime) local = Local(time);
   return Format(local, pattern);
@@ -215,15 +215,15 @@ std::string FormatTimeOfDay(Seconds time) {
   return FormatTime(time, time % kMinute == 0 ? "%H:%M" : "%H:%M:%S");
 }
 
+std::string FormatRange(const TimeRange& range) {
+  return "from " + FormatDateTime(range.from) + " to " + FormatDateTime(range.to);
+}
+
 std::string FormatDuration(Seconds duration) {
-  const auto twoDigits = [](Seconds value) {
-    const std::string digits = std::to_string(value);
-    return digits.size() < 2 ? "0" + digits : digits;
-  };
-  std::string text = std::to_string(duration / kHour) + ':' + twoDigits(duration % kHour / kMinute);
-  if (duration % kMinute != 0) {
-    text += ':' + twoDigits(duration % kMinute);
-  }
+  const auto part = [](Seconds value) { return static_cast<int>(value); };
+  g_autofree char* text =
+      g_strdup_printf(duration % kMinute == 0 ? "%d:%02d" : "%d:%02d:%02d", part(duration / kHour),
+                      part(duration % kHour / kMinute), part(duration % kMinute));
   return text;
 }
 

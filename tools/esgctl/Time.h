@@ -12,6 +12,11 @@ namespace esgctl {
 
 using esg::tools::Seconds;
 
+inline constexpr Seconds kMinute = 60;
+inline constexpr Seconds kHour = 60 * kMinute;
+inline constexpr Seconds kDay = 24 * kHour;
+inline constexpr Seconds kWeek = 7 * kDay;
+
 /// What a record's time counts from.
 enum class Epoch {
   Unix,
@@ -27,6 +32,7 @@ class Clock {
   Clock(Epoch epoch, Seconds now) : m_epoch(epoch), m_now(now) {}
 
   Seconds Now() const { return m_now; }
+  void SetNow(Seconds now) { m_now = now; }
   Seconds FromRecord(std::uint32_t time) const;
   /// A usage failure for a time that a record cannot hold.
   std::uint32_t ToRecord(Seconds time) const;
@@ -39,8 +45,10 @@ class Clock {
 /// The forms of a time that people write. Seconds may follow a time of day, and a zone ("Z",
 /// "+02:00"); without one it is local. A weekday is the next one, today included.
 inline constexpr char kTimeForms[] =
-    "now, tonight, 20:00, 8pm, 2026-05-01, \"2026-05-01 20:00\", \"tomorrow 6am\", \"friday "
-    "20:00\", +2h, -30m or Unix seconds";
+    "now, today, tonight, yesterday, 20:00, 8pm, 2026-05-01, \"2026-05-01 20:00\", \"tomorrow "
+    "6am\", "
+    "\"friday 20:00\", +2h, -30m or Unix seconds";
+inline constexpr char kDurationForms[] = "90m, 6h, 1h30m, 2d, 1w or seconds";
 
 /// A point in time as people write it.
 struct Moment {
@@ -48,7 +56,7 @@ struct Moment {
   bool timeOfDay = false;  ///< only a time of day was given; today's was taken
 };
 
-/// Raises a usage failure if the text is no time.
+/// Raises a usage failure if the text is not a time.
 Moment ParseMoment(const std::string& written, Seconds now);
 
 /// "90m", "1h30m", "2d", "1w", or seconds.
@@ -75,12 +83,21 @@ struct Piece {
 /// The range in pieces of at most a day; none crosses the end of the record's 32 bits.
 std::vector<Piece> Pieces(const Clock& clock, const TimeRange& range);
 
+/// The present, in whole seconds.
+Seconds PresentTime();
+
+/// How far local time is ahead of UTC.
+Seconds LocalOffset(Seconds time);
+
 /// Local time as "2026-05-01 20:00"; the second form without the date. Seconds show unless they are
 /// 0.
 std::string FormatDateTime(Seconds time);
 std::string FormatTimeOfDay(Seconds time);
 /// Local time by a strftime pattern.
 std::string FormatTime(Seconds time, const char* pattern);
+
+/// "from 2026-05-01 20:00 to 2026-05-01 21:00".
+std::string FormatRange(const TimeRange& range);
 
 /// "0:30", or with seconds "0:00:30".
 std::string FormatDuration(Seconds duration);

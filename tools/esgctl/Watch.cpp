@@ -9,6 +9,7 @@
 #include <json/value.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <utility>
 
@@ -19,25 +20,16 @@
 namespace esgctl {
 namespace {
 
-/// The event by which the guide service says that the guide has changed.
+/// The event that announces a new guide.
 constexpr int kGuideChanged = 5;
 constexpr Seconds kLongestNap = 60;
 
 void Say(const std::string& line) { esg::tools::Report("esgctl", line); }
 
-gboolean OnSignal(gpointer watcher) {
-  static_cast<Watcher*>(watcher)->End(kFound);
-  return G_SOURCE_CONTINUE;
-}
+using Parameters = std::array<int, 3>;
 
-gboolean OnOutputGone(gint, GIOCondition, gpointer watcher) {
-  static_cast<Watcher*>(watcher)->End(kFound);
-  return G_SOURCE_CONTINUE;
-}
-
-std::string EventLine(int event, const ESGEventData& data, bool json) {
-  const Seconds now = g_get_real_time() / G_USEC_PER_SEC;
-  const int parameters[] = {data.m_param1, data.m_param2, data.m_param3};
+std::string EventLine(int event, const Parameters& parameters, bool json) {
+  const Seconds now = PresentTime();
   if (json) {
     Json::Value line;
     line["event"] = event;
@@ -58,13 +50,21 @@ std::string EventLine(int event, const ESGEventData& data, bool json) {
 
 Watcher::Watcher(esg::tools::Bus& bus, const std::vector<int>& events, Handler handler)
     : m_handler(std::move(handler)) {
-  // The library tells of short payloads on standard output, in between the lines that scripts read.
+  // The library reports short payloads on standard output, between the lines that scripts read.
   const int output = KeepOutput();
+  const GSourceFunc end = [](gpointer watcher) -> gboolean {
+    static_cast<Watcher*>(watcher)->End(kFound);
+    return G_SOURCE_CONTINUE;
+  };
+  const GUnixFDSourceFunc outputGone = [](gint, GIOCondition, gpointer watcher) -> gboolean {
+    static_cast<Watcher*>(watcher)->End(kFound);
+    return G_SOURCE_CONTINUE;
+  };
   m_sources = {
-      g_unix_signal_add(SIGINT, OnSignal, this), g_unix_signal_add(SIGTERM, OnSignal, this),
-      g_unix_fd_add(output, static_cast<GIOCondition>(G_IO_ERR | G_IO_HUP), OnOutputGone, this)};
+      g_unix_signal_add(SIGINT, end, this), g_unix_signal_add(SIGTERM, end, this),
+      g_unix_fd_add(output, static_cast<GIOCondition>(G_IO_ERR | G_IO_HUP), outputGone, this)};
   bus.OnLost([this] {
-    Say("the system bus has gone; start watching again when it is back");
+    Say("the system bus closed the connection; run esgctl again when the bus is back");
     End(kAway);
   });
   m_nameWatch = g_bus_watch_name_on_connection(
@@ -85,8 +85,8 @@ Watcher::Watcher(esg::tools::Bus& bus, const std::vector<int>& events, Handler h
                                                   });
   for (const int event : events) {
     if (proxy->SubscribeSignal(event) != 0) {
-      throw Failure(kAway, "The system bus does not take the subscription to event " +
-                               std::to_string(event) + ".");
+      throw Failure(
+          kAway, "The system bus refuses the subscription to event " + std::to_string(event) + ".");
     }
   }
 }
@@ -99,7 +99,8 @@ Watcher::~Watcher() {
 
 void Watcher::SetService(bool there) {
   if (there != m_service && !m_ended) {
-    Say(there ? "the guide service is there" : "the guide service is not there; watching goes on");
+    Say(there ? "the guide service is running"
+              : "the guide service is not running; still watching");
     m_awake = true;
   }
   m_service = there;
@@ -139,18 +140,18 @@ int Follow(Guide& guide, const std::function<Outcome()>& look) {
   do {
     try {
       const Outcome outcome = look();
-      const std::string& text = outcome.found ? outcome.text : outcome.nothing;
+      const std::string& text = outcome.text.empty() ? outcome.nothing : outcome.text;
       if (text != shown) {
-        outcome.found || !outcome.text.empty() ? Print(outcome.text) : Say(outcome.nothing);
+        outcome.text.empty() ? Say(text) : Print(text);
         shown = text;
       }
-      const Seconds now = g_get_real_time() / G_USEC_PER_SEC;
+      const Seconds now = PresentTime();
       nap = outcome.changes > now ? std::min(kLongestNap, outcome.changes - now) : kLongestNap;
     } catch (const Failure& failure) {
       if (failure.Status() != kAway) {
         throw;
       }
-      // The watcher tells of a service that is gone; it wakes this loop when one is back.
+      // The watcher reports that the service has stopped, and wakes this loop when it is back.
     }
   } while (watcher.Wait(static_cast<unsigned int>(nap)));
   return watcher.Status();
@@ -158,11 +159,11 @@ int Follow(Guide& guide, const std::function<Outcome()>& look) {
 
 int RunWatch(Session& session) {
   const Request& request = session.request;
-  esg::tools::Bus bus = ConnectToBus();
+  const auto bus = ConnectToBus();
   unsigned int seen = 0;
   const auto show = [&](Watcher& self, int event, const ESGEventData& data) {
     try {
-      Print(EventLine(event, data, request.json));
+      Print(EventLine(event, {data.m_param1, data.m_param2, data.m_param3}, request.json));
       if (++seen == request.count) {
         self.End(kFound);
       }
@@ -173,7 +174,7 @@ int RunWatch(Session& session) {
       self.End(kOther);
     }
   };
-  Watcher watcher(bus, request.events, show);
+  Watcher watcher(*bus, request.events, show);
   Say("watching");
   while (watcher.Wait(0)) {
   }
@@ -185,14 +186,21 @@ int RunEmit(Session& session) {
   if (request.numbers.size() > 3) {
     throw Failure(kUsage, "An event carries at most three integers.");
   }
-  const esg::tools::Bus bus = ConnectToBus();  // the emitter would wait a minute for one
+  const auto bus = ConnectToBus();  // the emitter would wait a minute for a bus
   ESGMessageBuffer payload;
+  // As a receiver reads them: three times -1 for an empty event, and 0 for a missing integer.
+  Parameters carried;
+  carried.fill(request.numbers.empty() ? -1 : 0);
+  std::copy(request.numbers.begin(), request.numbers.end(), carried.begin());
   for (const int number : request.numbers) {
     payload.PushInt(number);
   }
   static ECIPCBroadcaster emitter;  // its connection stays when it is destroyed
   if (!emitter.Send(request.events.front(), payload)) {
     throw Failure(kOther, "The event cannot be sent; --verbose shows why.");
+  }
+  if (request.json) {
+    Print(EventLine(request.events.front(), carried, true));
   }
   return kFound;
 }

@@ -43,9 +43,8 @@ class Watcher {
 
 /// What a command found at some moment.
 struct Outcome {
-  std::string text;   ///< to print
-  bool found = true;  ///< otherwise `nothing` says what there is not
-  std::string nothing;
+  std::string text;     ///< to print
+  std::string nothing;  ///< to say if there is no text
   Seconds changes = 0;  ///< when to look again, because a programme ends; 0: not known
 };
 

@@ -12,6 +12,7 @@
 #include "Commands.h"
 #include "Status.h"
 #include "Text.h"
+#include "common/Descriptors.h"
 
 namespace {
 
@@ -21,12 +22,11 @@ using esgctl::Request;
 using esgctl::Session;
 
 std::string Footer() {
-  return std::string("TIME is ") + esgctl::kTimeForms +
-         ".\nDURATION is 90m, 6h, 1h30m, 2d, 1w or seconds.\n"
-         "Services are listed in ~/.config/esg-client/services, or else in "
+  return std::string("TIME is ") + esgctl::kTimeForms + ".\nDURATION is " + esgctl::kDurationForms +
+         ".\nThe list of services is ~/.config/esg-client/services or, without that file, "
          "/etc/esg-client/services.\n"
-         "Exit status: 0 found, 10 not found, 2 wrong usage, 8 service or bus not there, 9 "
-         "unreadable answer, 1 anything else.";
+         "Exit status: 0 found, 10 not found, 2 wrong usage, 8 service or bus not available, 9 "
+         "unreadable reply, 1 any other failure.";
 }
 
 /// Help in which the usage is the synopsis of the manual.
@@ -64,8 +64,8 @@ CLI::Option* AddValue(CLI::App& app, const Parameter& parameter, const std::stri
   if (parameter.type != nullptr) {
     option->type_name(parameter.type);
   }
-  if (parameter.choices != nullptr) {
-    option->check(CLI::IsMember(esgctl::Words(parameter.choices)));
+  if (parameter.onlyThese) {
+    option->check(CLI::IsMember(esgctl::Words(parameter.values)));
   }
   return option;
 }
@@ -114,8 +114,9 @@ int Fail(int status, const std::string& message) {
 }
 
 /// The one place where whatever goes wrong becomes a message and an exit status.
-int Run(const Command& command, Session& session) {
+int Run(const Command& command, const Request& request) {
   try {
+    Session session(request);
     return command.run(session);
   } catch (const esgctl::ClosedPipe&) {
     return esgctl::kFound;
@@ -123,29 +124,28 @@ int Run(const Command& command, Session& session) {
     return Fail(failure.Status(), failure.what());
   } catch (const Json::Exception& error) {
     return Fail(esgctl::kUnreadable,
-                std::string("The answer of the guide service cannot be read: ") + error.what());
+                std::string("The reply of the guide service cannot be read: ") + error.what());
   } catch (const std::exception& error) {
     return Fail(esgctl::kOther, error.what());
   }
 }
 
 int Main(int argc, char** argv) {
-  esgctl::ReserveStandardDescriptors();
+  esg::tools::ReserveStandardDescriptors();
   // A closed pipe is found out by writing.
   std::signal(SIGPIPE, SIG_IGN);
   // Texts are UTF-8, whatever the user's locale; numbers stay as they are.
   std::setlocale(LC_CTYPE, "C.UTF-8");
 
-  Session session;
-  Request& request = session.request;
+  Request request;
   // For the shells: esgctl complete -- and the words of the command line so far.
   if (argc > 2 && argv[1] == std::string_view("complete")) {
     setenv("ESG_LOG", "none", 0);
     request.words.assign(argv + 3, argv + argc);
-    return Run({"complete", "", "", esgctl::RunComplete, ""}, session);
+    return Run({"complete", "", "", esgctl::RunComplete, ""}, request);
   }
 
-  CLI::App app("Looks into the broadcast guide through the guide service.", "esgctl");
+  CLI::App app("Shows, searches and exports the broadcast guide of the guide service.", "esgctl");
   app.require_subcommand(1);
   app.fallthrough();
   app.footer("The options of esgctl itself work here too; see esgctl --help.");
@@ -175,7 +175,7 @@ int Main(int argc, char** argv) {
   }
   // The library's log is for those who ask for it; what failed is told anyway.
   setenv("ESG_LOG", request.verbose ? "debug" : "none", request.verbose ? 1 : 0);
-  return Run(*chosen, session);
+  return Run(*chosen, request);
 }
 
 }  // namespace

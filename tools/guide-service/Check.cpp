@@ -105,12 +105,13 @@ std::string Describe(const Guide::Service& service) {
 void PrintGuide(std::ostream& out, const Guide& guide) {
   for (const Named& service : NamedServices(guide)) {
     out << "service " << Printable(service.channel) << ' ' << service.alias << ' '
-        << Printable(service.id) << ' ' << Printable(service.name) << ": "
-        << Describe(*service.service) << '\n';
+        << Printable(service.id) << (service.name.empty() ? "" : " ") << Printable(service.name)
+        << ": " << Describe(*service.service) << '\n';
   }
+  constexpr const char* kKinds[] = {"Service", "Schedule", "Content"};
   for (const Kept& kept : guide.Fragments()) {
-    out << "fragment " << Printable(kept.file->name) << ": " << KindOf(*kept.fragment) << ' '
-        << Printable(kept.fragment->id) << " version " << kept.fragment->version << ", "
+    out << "fragment " << Printable(kept.file->name) << ": " << kKinds[kept.fragment->body.index()]
+        << ' ' << Printable(kept.fragment->id) << " version " << kept.fragment->version << ", "
         << kept.fragment->size << " bytes\n";
   }
   out << guide.Services().size() << " services, " << guide.ProgramCount() << " programmes, "
@@ -120,10 +121,12 @@ void PrintGuide(std::ostream& out, const Guide& guide) {
 void PrintAliases(std::ostream& out, const Guide& guide) {
   out << "# NUMBER ALIAS ID NAME, written by esg-guide-service --aliases\n";
   for (const Named& service : NamedServices(guide)) {
-    const bool fits = service.id.find_first_of(" \t\r\n") == std::string::npos;
-    // An id with blanks cannot be listed.
+    // An id that is several words, or that may not be shown as it is, cannot be listed.
+    const bool fits =
+        service.id.find(' ') == std::string::npos && Printable(service.id) == service.id;
     out << (fits ? "" : "# ") << Printable(service.channel) << ' ' << service.alias << ' '
-        << Printable(service.id) << ' ' << Printable(service.name) << '\n';
+        << Printable(service.id) << (service.name.empty() ? "" : " ") << Printable(service.name)
+        << '\n';
   }
 }
 

@@ -1,5 +1,6 @@
 #include "Folder.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -7,7 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <ctime>
-#include <filesystem>
+#include <numeric>
 #include <system_error>
 #include <thread>
 #include <unordered_map>
@@ -21,38 +22,25 @@ namespace {
 /// The most that all files may be, unpacked.
 constexpr std::size_t kMaxGuide = std::size_t{512} << 20;
 
-constexpr std::int64_t kSecond = 1000000000;
+/// The most faults of one file that are listed: a delivery unit may have very many bad fragments.
+constexpr std::size_t kMaxFaults = 1000;
 
-std::int64_t Nanoseconds(const std::timespec& time) { return time.tv_sec * kSecond + time.tv_nsec; }
+std::string Reason(int error) { return std::generic_category().message(error); }
 
 Stamp StampOf(const struct stat& status) {
-  return {status.st_ino, static_cast<std::uint64_t>(status.st_size), Nanoseconds(status.st_ctim)};
+  constexpr std::int64_t kSecond = 1000000000;
+  return {status.st_ino, static_cast<std::uint64_t>(status.st_size),
+          status.st_ctim.tv_sec * kSecond + status.st_ctim.tv_nsec};
 }
 
 bool IsSame(const Stamp& a, const Stamp& b) {
   return a.node == b.node && a.size == b.size && a.changed == b.changed;
 }
 
-/// The clock of a file system is coarse: a file that has just changed can change again and show no
-/// other time.
-void Distrust(Stamp& stamp) {
-  std::timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  if (Nanoseconds(now) - stamp.changed < 2 * kSecond) {
-    stamp.changed = 0;
-  }
-}
-
-std::string Reason(int error) { return std::generic_category().message(error); }
-
-FileDescriptor Open(int folder, const std::string& name, int flags) {
-  return FileDescriptor(::openat(folder, name.c_str(), flags | O_RDONLY | O_CLOEXEC));
-}
-
 /// Returns why it cannot be read, or nothing.
-std::string Load(int folder, const std::string& name, std::string& bytes, Stamp& stamp) {
+std::string Load(int folder, const char* name, std::string& bytes, Stamp& stamp) {
   // A pipe in the folder must not block.
-  const FileDescriptor file = Open(folder, name, O_NONBLOCK);
+  const FileDescriptor file(::openat(folder, name, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
   if (!file || ::fstat(file.Get(), &status) != 0) {
     return Reason(errno);
@@ -61,21 +49,20 @@ std::string Load(int folder, const std::string& name, std::string& bytes, Stamp&
     return "not a file";
   }
   stamp = StampOf(status);
-  Distrust(stamp);
+  // The clock of a file system is coarse: a file that has just changed can change again and show
+  // the same time.
+  if (std::time(nullptr) - status.st_ctim.tv_sec <= 2) {
+    stamp.changed = 0;
+  }
   bytes.resize(std::min(static_cast<std::size_t>(status.st_size), kMaxFile) + 1);
   std::size_t size = 0;
-  for (;;) {
-    const ssize_t got = ::read(file.Get(), bytes.data() + size, bytes.size() - size);
+  ssize_t got = 1;
+  while (got != 0 && (size == 0 || size != stamp.size)) {
+    got = ::read(file.Get(), bytes.data() + size, bytes.size() - size);
     if (got < 0 && errno != EINTR) {
       return Reason(errno);
     }
-    if (got == 0) {
-      break;
-    }
     size += got > 0 ? static_cast<std::size_t>(got) : 0;
-    if (size == stamp.size) {
-      break;
-    }
     if (size > kMaxFile) {
       return "larger than " + std::to_string(kMaxFile >> 20) + " MiB";
     }
@@ -97,107 +84,182 @@ bool IsFragmentName(std::string_view name) {
 /// One reading of a folder, by several threads.
 class Reading {
  public:
-  Reading(int folder, const std::vector<std::string>& names, const Files& known)
-      : m_folder(folder), m_names(names), m_known(known), m_files(names.size()) {}
+  /// Raises std::system_error.
+  Reading(const std::string& path, const Files& known) : m_known(known) {
+    m_folder.reset(::opendir(path.c_str()));
+    errno = m_folder == nullptr ? errno : 0;
+    while (const dirent* entry = m_folder ? ::readdir(m_folder.get()) : nullptr) {
+      if (entry->d_name[0] != '.' && !IsFolder(*entry)) {
+        m_names.push_back(m_texts.Add(entry->d_name));
+      }
+      errno = 0;
+    }
+    if (errno != 0) {
+      throw std::system_error(errno, std::generic_category(), path);
+    }
+    m_files.resize(m_names.size());
+  }
 
   Files Run(unsigned int threads) {
     std::vector<std::thread> others;
     for (unsigned int i = 1; i < threads; ++i) {
-      others.emplace_back([this] { Work(); });
+      try {
+        others.emplace_back([this] { Work(); });
+      } catch (const std::system_error&) {
+        break;  // no more threads are possible
+      }
     }
+    // While the others have begun.
+    std::vector<std::size_t> order(m_names.size());
+    std::iota(order.begin(), order.end(), 0U);
+    std::sort(order.begin(), order.end(),
+              [this](std::size_t a, std::size_t b) { return Name(a) < Name(b); });
     Work();
     for (std::thread& other : others) {
       other.join();
     }
-    return std::move(m_files);
+    Files sorted;
+    sorted.reserve(order.size());
+    for (const std::size_t i : order) {
+      sorted.push_back(std::move(m_files[i]));
+    }
+    return sorted;
   }
 
  private:
+  bool IsFolder(const dirent& entry) const {
+    struct stat status {};
+    return entry.d_type == DT_DIR ||
+           (entry.d_type != DT_REG &&
+            ::fstatat(::dirfd(m_folder.get()), entry.d_name, &status, 0) == 0 &&
+            S_ISDIR(status.st_mode));
+  }
+
+  std::string_view Name(std::size_t i) const { return m_texts.At(m_names[i]); }
+
   void Work() {
-    FragmentParser parser;
+    pugi::xml_document document;
     std::string bytes;
     for (std::size_t i = m_next++; i < m_names.size(); i = m_next++) {
-      const File* known = nullptr;
-      const auto found =
-          std::lower_bound(m_known.begin(), m_known.end(), m_names[i],
-                           [](const auto& file, const auto& name) { return file->name < name; });
-      if (found != m_known.end() && (*found)->name == m_names[i]) {
-        known = found->get();
-        struct stat status {};
-        if (::fstatat(m_folder, m_names[i].c_str(), &status, 0) == 0 &&
-            IsSame(known->stamp, StampOf(status))) {
-          m_files[i] = *found;
-          continue;
-        }
+      const char* const name = Name(i).data();
+      const auto found = std::lower_bound(
+          m_known.begin(), m_known.end(), name,
+          [](const auto& file, const char* wanted) { return file->name < wanted; });
+      const bool isKnown = found != m_known.end() && (*found)->name == name;
+      struct stat status {};
+      if (isKnown && ::fstatat(::dirfd(m_folder.get()), name, &status, 0) == 0 &&
+          IsSame((*found)->stamp, StampOf(status))) {
+        m_files[i] = *found;
+        m_weight += (*found)->weight;
+      } else {
+        m_files[i] = Read(name, bytes, document, isKnown ? found->get() : nullptr);
       }
-      m_files[i] = Read(m_names[i], bytes, parser, known);
     }
   }
 
-  std::shared_ptr<const File> Read(const std::string& name, std::string& bytes,
-                                   FragmentParser& parser, const File* known) {
+  std::shared_ptr<const File> Read(const char* name, std::string& bytes,
+                                   pugi::xml_document& document, const File* known) {
     auto file = std::make_shared<File>();
     file->name = name;
+    std::string fault;
     try {
-      const std::string fault = Load(m_folder, name, bytes, file->stamp);
-      if (!fault.empty()) {
-        file->faults.push_back(name + ": left out: " + fault);
-      } else if ((m_total += bytes.size()) > kMaxGuide) {
-        file->faults.push_back(name + ": left out: the guide is larger than " +
-                               std::to_string(kMaxGuide >> 20) + " MiB");
-      } else {
+      fault = Load(::dirfd(m_folder.get()), name, bytes, file->stamp);
+      if (fault.empty() && (m_total += bytes.size()) > kMaxGuide) {
+        fault = "the guide is larger than " + std::to_string(kMaxGuide >> 20) + " MiB";
+      }
+      if (fault.empty()) {
         const std::size_t stored = bytes.size();
-        ReadBytes(*file, bytes, parser, known);
+        ReadBytes(*file, bytes, document, known, m_weight);
         m_total += bytes.size() - stored;
       }
     } catch (const std::bad_alloc&) {
-      file->faults.push_back(name + ": left out: there is not enough memory");
+      fault = "there is not enough memory";
+    }
+    if (!fault.empty()) {
+      file->faults.push_back(file->name + ": left out: " + fault);
+      file->stamp = {};  // the reason may go away without a change of the file
     }
     return file;
   }
 
-  const int m_folder;
-  const std::vector<std::string>& m_names;
+  struct Close {
+    void operator()(DIR* folder) const { ::closedir(folder); }
+  };
+
   const Files& m_known;
-  Files m_files;
+  std::unique_ptr<DIR, Close> m_folder;
+  IdList m_texts;
+  std::vector<std::uint32_t> m_names;  ///< in the order of the folder
+  Files m_files;                       ///< in that order too
   std::atomic<std::size_t> m_next{0};
   std::atomic<std::size_t> m_total{0};
+  std::atomic<std::size_t> m_weight{0};
 };
 
 void AddFragments(File& file, std::string& bytes, const std::vector<Part>& parts,
-                  FragmentParser& parser, const File* known) {
-  std::unordered_map<std::uint64_t, const Entry*> same;
-  for (std::size_t i = 0; known != nullptr && i < known->fragments.size(); ++i) {
-    same[known->fragments[i].fragment->hash] = &known->fragments[i];
-  }
-  std::size_t number = 0;
-  for (const Part& part : parts) {
-    ++number;
-    char* text = bytes.data() + part.offset;
-    const Report report = [&](const std::string& line) {
-      std::string& fault = file.faults.emplace_back(file.name + ": ");
-      fault += parts.size() > 1 ? "fragment " + std::to_string(number) + ": " : "";
-      fault += line;
-    };
-    const auto found = same.empty() ? same.end() : same.find(Hash(text, part.size));
-    std::shared_ptr<const Fragment> fragment =
-        found == same.end() ? parser.Parse(text, part.size, report) : found->second->fragment;
-    if (fragment != nullptr) {
-      file.fragments.push_back({std::move(fragment), part.offset});
+                  pugi::xml_document& document, const File* known,
+                  std::atomic<std::size_t>& weight) {
+  std::unordered_map<std::uint64_t, std::shared_ptr<const Fragment>> same;
+  if (known != nullptr) {
+    for (const Entry& entry : known->fragments) {
+      same[entry.fragment->hash] = entry.fragment;
     }
   }
-  file.fragments.shrink_to_fit();
+  std::size_t moreFaults = 0;
+  std::size_t tooMany = 0;
+  for (const Part& part : parts) {
+    char* const text = bytes.data() + part.offset;
+    const Report report = [&](const std::string& line) {
+      if (file.faults.size() >= kMaxFaults) {
+        ++moreFaults;
+        return;
+      }
+      std::string& fault = file.faults.emplace_back(file.name + ": ");
+      if (parts.size() > 1) {
+        fault.append("fragment ").append(std::to_string(&part - parts.data() + 1)).append(": ");
+      }
+      fault += line;
+    };
+    const auto found = same.empty() ? same.end() : same.find(Hash({text, part.size}));
+    std::shared_ptr<const Fragment> fragment =
+        found == same.end() ? ParseFragment(document, text, part.size, report) : found->second;
+    if (fragment == nullptr) {
+      continue;
+    }
+    const std::size_t added = Weight(*fragment);
+    if (weight + added > kMaxWeight) {
+      ++tooMany;
+      continue;
+    }
+    weight += added;
+    file.weight += added;
+    file.fragments.push_back({std::move(fragment), part.offset});
+  }
+  if (moreFaults != 0) {
+    file.faults.push_back(file.name + ": " + std::to_string(moreFaults) + " more faults");
+  }
+  if (tooMany != 0) {
+    file.faults.push_back(file.name + ": " + std::to_string(tooMany) +
+                          " fragments left out: the guide would take more than " +
+                          std::to_string(kMaxWeight >> 20) + " MiB of memory");
+    // There may be room for them later, without a change of the file.
+    file.hash = 0;
+    file.stamp = {};
+  }
 }
 
 }  // namespace
 
-void ReadBytes(File& file, std::string& bytes, FragmentParser& parser, const File* known) {
-  file.hash = Hash(bytes.data(), bytes.size());
+void ReadBytes(File& file, std::string& bytes, pugi::xml_document& document, const File* known,
+               std::atomic<std::size_t>& weight) {
+  file.hash = Hash(bytes);
   if (known != nullptr && known->hash == file.hash) {
     file.isUnit = known->isUnit;
     file.fragments = known->fragments;
     file.units = known->units;
     file.faults = known->faults;
+    file.weight = known->weight;
+    weight += file.weight;
     return;
   }
   const auto report = [&file](const std::string& line) {
@@ -210,7 +272,7 @@ void ReadBytes(File& file, std::string& bytes, FragmentParser& parser, const Fil
     }
   }
   std::vector<Part> parts;
-  if (parser.ParseDescriptor(bytes.data(), bytes.size(), file.units)) {
+  if (ParseDescriptor(bytes, file.units)) {
     return;
   }
   if (IsFragmentName(file.name)) {
@@ -220,43 +282,23 @@ void ReadBytes(File& file, std::string& bytes, FragmentParser& parser, const Fil
   } else if (file.faults.empty()) {
     report("not a fragment, a delivery unit or a descriptor, left out");
   }
-  AddFragments(file, bytes, parts, parser, known);
+  AddFragments(file, bytes, parts, document, known, weight);
 }
 
 Files Folder::Read(const Files& known, unsigned int threads) const {
-  const FileDescriptor folder = Open(AT_FDCWD, m_path, O_DIRECTORY);
-  std::error_code error(errno, std::generic_category());
-  std::vector<std::string> names;
-  if (folder) {
-    error.clear();
-    std::filesystem::directory_iterator entries(m_path, error);
-    for (; !error && entries != std::filesystem::directory_iterator(); entries.increment(error)) {
-      std::string name = entries->path().filename().string();
-      std::error_code ignored;
-      if (name[0] != '.' && !entries->is_directory(ignored)) {
-        names.push_back(std::move(name));
-      }
-    }
-  }
-  if (error) {
-    throw std::system_error(error, m_path);
-  }
-  std::sort(names.begin(), names.end());
-  return Reading(folder.Get(), names, known).Run(threads);
+  return Reading(m_path, known).Run(threads);
 }
 
 bool Folder::ReadFragment(const File& file, const Entry& entry, std::string& bytes) const {
-  const FileDescriptor folder = Open(AT_FDCWD, m_path, O_DIRECTORY);
   Stamp stamp;
-  if (!folder || !Load(folder.Get(), file.name, bytes, stamp).empty()) {
+  if (!Load(AT_FDCWD, (m_path + "/" + file.name).c_str(), bytes, stamp).empty()) {
     return false;
   }
   if (IsGzip(bytes)) {
     Unpack(bytes);
   }
-  const Fragment& fragment = *entry.fragment;
-  bytes = bytes.size() < entry.offset ? "" : bytes.substr(entry.offset, fragment.size);
-  return Hash(bytes.data(), bytes.size()) == fragment.hash;
+  bytes = bytes.size() < entry.offset ? "" : bytes.substr(entry.offset, entry.fragment->size);
+  return Hash(bytes) == entry.fragment->hash;
 }
 
 }  // namespace esg::guide

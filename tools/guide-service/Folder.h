@@ -1,6 +1,7 @@
 #ifndef GUIDE_FOLDER_H
 #define GUIDE_FOLDER_H
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -29,6 +30,7 @@ struct File {
   std::string name;
   Stamp stamp;
   std::uint64_t hash = 0;
+  std::size_t weight = 0;  ///< of the fragments
   bool isUnit = false;
   std::vector<Entry> fragments;
   std::vector<std::string> units;   ///< those that it lists as current, if it is a descriptor
@@ -37,20 +39,23 @@ struct File {
 
 using Files = std::vector<std::shared_ptr<const File>>;
 
+/// The most that the fragments of a guide may weigh. The guide before may still be there.
+inline constexpr std::size_t kMaxWeight = std::size_t{160} << 20;
+
 /// Reads the bytes of a file: a fragment or a descriptor in XML, or a delivery unit, each plain or
-/// gzip-compressed. Fragments that `known` has already are taken from there.
-void ReadBytes(File& file, std::string& bytes, FragmentParser& parser, const File* known);
+/// gzip-compressed. Fragments that `known` already has are taken from there. What the fragments
+/// weigh is added to `weight`; those that would make it too much are left out.
+void ReadBytes(File& file, std::string& bytes, pugi::xml_document& document, const File* known,
+               std::atomic<std::size_t>& weight);
 
 /// A folder of the files of a guide.
 class Folder {
  public:
   explicit Folder(std::string path) : m_path(std::move(path)) {}
 
-  const std::string& Path() const { return m_path; }
-
-  /// Reads the files of the folder, in the order of their names. Folders in it and hidden files
-  /// are left alone. Files of `known`, an earlier result, that have not changed are taken from
-  /// there. Raises std::system_error where the folder itself cannot be read.
+  /// Reads the files of the folder, in the order of their names. Ignores hidden files and the
+  /// folders in it. Files of `known`, an earlier result, that have not changed are taken from
+  /// there. Raises std::system_error if the folder itself cannot be read.
   Files Read(const Files& known, unsigned int threads) const;
 
   /// The bytes of a fragment; false where its file has changed since it was read, or is gone.

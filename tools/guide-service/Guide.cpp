@@ -34,15 +34,26 @@ const Guide::Service* Guide::Find(const std::string& service) const {
   return found == m_services.end() ? nullptr : &found->second;
 }
 
-const Program* Guide::At(const std::string& service, std::uint32_t moment) const {
+/// The last programme of a service, in order, that is wanted.
+template <typename Wanted>
+const Program* Guide::Last(const std::string& service, Wanted wanted) const {
   const Service* entry = Find(service);
   if (entry == nullptr) {
     return nullptr;
   }
-  const auto found =
-      std::find_if(entry->programs.rbegin(), entry->programs.rend(),
-                   [&](const Program& program) { return Contains(program.time, moment); });
+  const auto found = std::find_if(entry->programs.rbegin(), entry->programs.rend(), wanted);
   return found == entry->programs.rend() ? nullptr : &*found;
+}
+
+const Program* Guide::At(const std::string& service, std::uint32_t moment) const {
+  return Last(service, [&](const Program& program) { return Contains(program.time, moment); });
+}
+
+const Program* Guide::Item(const std::string& service, const std::string& contentId,
+                           std::uint32_t moment) const {
+  return Last(service, [&](const Program& program) {
+    return program.content->fragment->id == contentId && Contains(program.time, moment);
+  });
 }
 
 std::vector<const Program*> Guide::Within(const std::string& service, const Span& range) const {
@@ -97,19 +108,6 @@ const Program* Guide::Neighbour(const std::string& service, std::uint32_t start,
   return nullptr;
 }
 
-const Program* Guide::Item(const std::string& service, const std::string& contentId,
-                           std::uint32_t moment) const {
-  const Service* entry = Find(service);
-  if (entry == nullptr) {
-    return nullptr;
-  }
-  const auto found =
-      std::find_if(entry->programs.rbegin(), entry->programs.rend(), [&](const Program& program) {
-        return program.content->fragment->id == contentId && Contains(program.time, moment);
-      });
-  return found == entry->programs.rend() ? nullptr : &*found;
-}
-
 const Kept* Guide::Schedule(const std::string& service, const Span& range) const {
   const Service* entry = Find(service);
   return entry == nullptr ? nullptr : Nearest(entry->schedules, &Service::Timed::schedule, range);
@@ -144,7 +142,8 @@ std::size_t Guide::ProgramCount() const {
 bool Guide::HasSameFragments(const Guide& other) const {
   return std::equal(m_kept.begin(), m_kept.end(), other.m_kept.begin(), other.m_kept.end(),
                     [](const Kept& a, const Kept& b) {
-                      return a.fragment->hash == b.fragment->hash && a.file->name == b.file->name;
+                      return a.fragment->hash == b.fragment->hash && a.file->name == b.file->name &&
+                             a.entry->offset == b.entry->offset;
                     });
 }
 

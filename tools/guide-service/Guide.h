@@ -33,6 +33,8 @@ struct Program {
 inline constexpr std::size_t kMaxServices = 10000;
 inline constexpr std::size_t kMaxSchedulePrograms = 100000;
 inline constexpr std::size_t kMaxPrograms = 1000000;
+/// Contents that are scheduled but were not sent.
+inline constexpr std::size_t kMaxMissing = 100000;
 
 /// What the fragments say, put together. Answers point into the guide and live as long as it does.
 ///
@@ -96,6 +98,8 @@ class Guide {
   class Builder;
 
   static bool IsBefore(const Program& a, const Program& b);
+  template <typename Wanted>
+  const Program* Last(const std::string& service, Wanted wanted) const;
 
   Files m_files;
   std::vector<Kept> m_kept;  ///< in the order of the files

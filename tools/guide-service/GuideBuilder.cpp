@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <memory_resource>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -15,6 +16,7 @@ class Guide::Builder {
       : m_guide(guide), m_shift(shift), m_report(report) {}
 
   void Build() {
+    m_contents.reserve(m_guide.m_kept.size());
     for (const Kept& kept : m_guide.m_kept) {
       if (std::holds_alternative<ServiceFragment>(kept.fragment->body)) {
         AddService(kept);
@@ -114,11 +116,14 @@ class Guide::Builder {
     for (const Showing& showing : schedule.showings) {
       const std::string_view id = schedule.contents.At(showing.content);
       Program program{showing.time, ContentOf(kept, id)};
+      if (program.content == nullptr) {
+        continue;
+      }
       if (program.time.duration == 0) {
         program.time.duration = std::get<ContentFragment>(program.content->fragment->body).length;
       }
       if (program.time.duration == 0) {
-        m_report(kept.file->name + ": content " + std::string(id) + " at " +
+        m_report(kept.file->name + ": content " + Short(id) + " at " +
                  std::to_string(showing.time.start) + " has no duration, left out");
         continue;
       }
@@ -128,16 +133,24 @@ class Guide::Builder {
     return programs;
   }
 
+  /// Null where there are too many that were not sent.
   const Kept* ContentOf(const Kept& kept, std::string_view id) {
     const auto found = m_contents.find(id);
     if (found != m_contents.end()) {
       return found->second;
     }
-    m_report(kept.file->name + ": shows content " + std::string(id) +
+    if (m_guide.m_missing.size() == kMaxMissing) {
+      if (!std::exchange(m_tooManyMissing, true)) {
+        m_report("more than " + std::to_string(kMaxMissing) +
+                 " contents were not sent, the programmes of the others left out");
+      }
+      return nullptr;
+    }
+    m_report(kept.file->name + ": shows content " + Short(id) +
              ", which was not sent or cannot be read; it has no title");
     Fragment& fragment = m_guide.m_notSent.emplace_back();
     fragment.id = id;
-    fragment.body = ContentFragment{{}, 0, WriteRecord(id, {})};
+    fragment.body = ContentFragment{{}, 0, WriteRecord(id, pugi::xml_node())};
     const Kept& missing = m_guide.m_missing.emplace_back(Kept{&fragment, nullptr, nullptr});
     m_contents[fragment.id] = &missing;
     return &missing;
@@ -162,7 +175,8 @@ class Guide::Builder {
 
   void Finish(const std::string& id, Service& service) {
     std::vector<Program>& programs = service.programs;
-    std::sort(programs.begin(), programs.end(), IsBefore);
+    // Merges, as each Schedule is in order by itself.
+    std::stable_sort(programs.begin(), programs.end(), IsBefore);
     // Schedules overlap, so one programme may stand in several.
     programs.erase(std::unique(programs.begin(), programs.end(),
                                [](const Program& a, const Program& b) {
@@ -173,8 +187,8 @@ class Guide::Builder {
     for (std::size_t i = 0; i < programs.size(); ++i) {
       const Program& program = programs[i];
       if (i + 1 < programs.size() && programs[i + 1].time.start == program.time.start) {
-        m_report("service " + id + ": " + programs[i + 1].content->fragment->id +
-                 " is listed instead of " + program.content->fragment->id +
+        m_report("service " + Short(id) + ": " + Short(programs[i + 1].content->fragment->id) +
+                 " is listed instead of " + Short(program.content->fragment->id) +
                  ", which starts in the same second, " + std::to_string(program.time.start));
       }
       if (program.content->file != nullptr) {
@@ -187,9 +201,11 @@ class Guide::Builder {
   const std::uint32_t m_shift;
   const Report& m_report;
   std::unordered_map<std::string, std::string> m_names;
-  std::unordered_map<std::string_view, const Kept*> m_contents;
+  std::pmr::monotonic_buffer_resource m_blocks;
+  std::pmr::unordered_map<std::string_view, const Kept*> m_contents{&m_blocks};
   std::size_t m_count = 0;
   bool m_tooManyServices = false;
+  bool m_tooManyMissing = false;
 };
 
 bool Guide::IsBefore(const Program& a, const Program& b) {
@@ -231,9 +247,12 @@ std::vector<const File*> Current(const Files& files, const Report& report) {
 std::vector<Kept> KeepNewest(const Files& files, const Report& report) {
   constexpr std::size_t kNone = SIZE_MAX;
   std::vector<Kept> all;
-  std::vector<std::size_t> before;  // the fragment kept before with the same id
-  std::unordered_set<std::uint64_t> seen;
-  std::unordered_map<std::string_view, std::size_t> last[3];
+  std::vector<std::size_t> before;         // the fragment kept before with the same id
+  std::unordered_set<std::uint64_t> seen;  // of the ids that come more than once
+  // There are as many ids as programmes: nodes in blocks are half the size of nodes alone.
+  std::pmr::monotonic_buffer_resource blocks;
+  using Places = std::pmr::unordered_map<std::string_view, std::size_t>;
+  Places last[] = {Places(&blocks), Places(&blocks), Places(&blocks)};
   const std::vector<const File*> current = Current(files, report);
   std::size_t count = 0;
   for (const File* file : current) {
@@ -241,35 +260,33 @@ std::vector<Kept> KeepNewest(const Files& files, const Report& report) {
   }
   all.reserve(count);
   before.reserve(count);
-  seen.reserve(count);
+  last[2].reserve(count);
   for (const File* file : current) {
     for (const Entry& entry : file->fragments) {
       const Fragment& fragment = *entry.fragment;
-      if (!seen.insert(fragment.hash).second) {
-        continue;
-      }
-      std::size_t same = kNone;
-      if (!fragment.id.empty()) {
-        std::size_t& known =
-            last[fragment.body.index()].try_emplace(fragment.id, kNone).first->second;
-        same = known;
-        const std::uint32_t newest = same == kNone ? 0 : all[same].fragment->version;
-        if (same != kNone && fragment.version < newest) {
+      const bool sideBySide = std::holds_alternative<ScheduleFragment>(fragment.body);
+      std::size_t& place =
+          last[fragment.body.index()].try_emplace(fragment.id, kNone).first->second;
+      std::size_t same = place;
+      if (same != kNone) {
+        const Fragment& newest = *all[same].fragment;
+        seen.insert(newest.hash);
+        if (!seen.insert(fragment.hash).second ||
+            (!fragment.id.empty() && fragment.version < newest.version)) {
           continue;
         }
-        const bool sideBySide = std::holds_alternative<ScheduleFragment>(fragment.body);
-        if (same != kNone && fragment.version == newest) {
+        if (!fragment.id.empty() && fragment.version == newest.version) {
           report(file->name + ": differs from " + all[same].file->name +
                  " with the same id and version; " + (sideBySide ? "both are" : "the later is") +
                  " kept");
         }
-        if (fragment.version > newest || !sideBySide) {
+        if (!fragment.id.empty() && (fragment.version > newest.version || !sideBySide)) {
           for (; same != kNone; same = before[same]) {
             all[same].entry = nullptr;
           }
         }
-        known = all.size();
       }
+      place = all.size();
       before.push_back(same);
       all.push_back({&fragment, file, &entry});
     }

@@ -1,6 +1,5 @@
 #include "Listener.h"
 
-#include <ESGMarshal.h>
 #include <IPCS/ESGMessageBuffer.h>
 #include <json/reader.h>
 #include <json/value.h>
@@ -9,6 +8,7 @@
 #include <exception>
 #include <stdexcept>
 
+#include "Answer.h"
 #include "common/Text.h"
 
 namespace esg::guide {
@@ -22,7 +22,7 @@ constexpr std::size_t kMaxRequest = std::size_t{1} << 20;
 /// The deepest request, the record of a programme with previews, has seven levels.
 constexpr int kMaxDepth = 64;
 
-/// What a caller sent, at a length for one line of a log.
+/// What a caller sent, short enough for one line of a log.
 std::string Quote(std::string_view text) {
   constexpr std::size_t kMaxQuote = 200;
   return '"' + tools::Printable(text.substr(0, kMaxQuote)) +
@@ -46,23 +46,6 @@ Json::Value ParseRequest(const std::string& text) {
   return request;
 }
 
-std::string ServiceId(Json::Value& request) {
-  std::string id;
-  ESGMarshal::JsonTo_global_service_id(request, id);
-  return id;
-}
-
-Span Range(Json::Value& request) {
-  Span range;
-  ESGMarshal::JsonToStartTime(request, range.start);
-  ESGMarshal::JsonToDuration(request, range.duration);
-  return range;
-}
-
-std::string Found(const std::string& service, const Program* program) {
-  return program == nullptr ? "" : ProgramAnswer(service, *program);
-}
-
 struct Member {
   const char* name;
   bool (Json::Value::*isRight)() const;
@@ -78,27 +61,107 @@ constexpr Member kPosition{"eRelative_Position", &Json::Value::isInt};
 constexpr Member kRecordService{"globalServiceId", &Json::Value::isString};
 constexpr Member kRecordStart{"Start", &Json::Value::isUInt};
 
+/// The arguments of a request, after Answer has checked their types.
+struct Arguments {
+  std::string Text(const Member& member) const { return request[member.name].asString(); }
+  std::uint32_t Number(const Member& member) const { return request[member.name].asUInt(); }
+  Span Range() const { return {Number(kStart), Number(kDuration)}; }
+
+  eRelative_Position Position() const {
+    const int position = request[kPosition.name].asInt();
+    if (position < eRelative_Position_Previous || position > eRelative_Position_Next) {
+      throw std::invalid_argument("no such position");
+    }
+    return static_cast<eRelative_Position>(position);
+  }
+
+  const Json::Value& request;
+};
+
+std::string Found(const std::string& service, const Program* program) {
+  return program == nullptr ? "" : ProgramAnswer(service, *program);
+}
+
 }  // namespace
 
+/// Gives the text of the answer, which is empty if nothing is found.
 struct GuideListener::Method {
   const char* name;
-  std::string (GuideListener::*answer)(Json::Value& request);
   std::array<Member, 4> members;
+  std::string (*answer)(const GuideListener& self, const Arguments& in);
 };
 
 const GuideListener::Method GuideListener::kMethods[] = {
-    {"GetPresentProgram", &GuideListener::GetPresentProgram, {kService}},
-    {"GetProgramList", &GuideListener::GetProgramList, {kService, kStart, kDuration}},
-    {"GetProgram", &GuideListener::GetProgram, {kRecordService, kRecordStart, kPosition}},
-    {"GetProgramItem", &GuideListener::GetProgramItem, {kService, kContent, kStart}},
+    {"GetPresentProgram",
+     {kService},
+     [](const GuideListener& self, const Arguments& in) {
+       const std::string service = in.Text(kService);
+       return Found(service, self.m_guide->At(service, self.m_now()));
+     }},
+    {"GetProgramList",
+     {kService, kStart, kDuration},
+     [](const GuideListener& self, const Arguments& in) {
+       const std::string service = in.Text(kService);
+       const std::vector<const Program*> programs = self.m_guide->Within(service, in.Range());
+       return programs.empty() ? "" : ListAnswer(service, programs);
+     }},
+    {"GetProgram",
+     {kRecordService, kRecordStart, kPosition},
+     [](const GuideListener& self, const Arguments& in) {
+       const std::string service = in.Text(kRecordService);
+       return Found(service,
+                    self.m_guide->Neighbour(service, in.Number(kRecordStart),
+                                            in.request["eventID"].asString(), in.Position()));
+     }},
+    {"GetProgramItem",
+     {kService, kContent, kStart},
+     [](const GuideListener& self, const Arguments& in) {
+       const std::string service = in.Text(kService);
+       return Found(service, self.m_guide->Item(service, in.Text(kContent), in.Number(kStart)));
+     }},
     {"GetScheduleFragment",
-     &GuideListener::GetScheduleFragment,
-     {kBB, kService, kStart, kDuration}},
-    {"GetServiceFragment", &GuideListener::GetServiceFragment, {kBB, kService}},
-    {"GetContentFragment", &GuideListener::GetContentFragment, {kBB, kService, kStart, kDuration}},
-    {"SaveContentFragment", &GuideListener::SaveContentFragment, {kPath, kBB, kService}},
-    {"SaveScheduleFragment", &GuideListener::SaveScheduleFragment, {kPath, kBB, kService}},
-    {"SaveServiceFragment", &GuideListener::SaveServiceFragment, {kPath, kBB, kService}},
+     {kBB, kService, kStart, kDuration},
+     [](const GuideListener& self, const Arguments& in) {
+       return self.GetFragment(self.m_guide->Schedule(in.Text(kService), in.Range()));
+     }},
+    {"GetContentFragment",
+     {kBB, kService, kStart, kDuration},
+     [](const GuideListener& self, const Arguments& in) {
+       return self.GetFragment(self.m_guide->Content(in.Text(kService), in.Range()));
+     }},
+    {"GetServiceFragment",
+     {kBB, kService},
+     [](const GuideListener& self, const Arguments& in) {
+       const Guide::Service* service = self.m_guide->Find(in.Text(kService));
+       return self.GetFragment(service == nullptr ? nullptr : service->description);
+     }},
+    // A save names no time: it takes the fragment of the present moment, or the first if there is
+    // none.
+    {"SaveScheduleFragment",
+     {kPath, kBB, kService},
+     [](const GuideListener& self, const Arguments& in) {
+       const std::string id = in.Text(kService);
+       const Guide::Service* service = self.m_guide->Find(id);
+       const Kept* present = self.m_guide->Schedule(id, {self.m_now(), 1});
+       const Kept* first = service == nullptr ? nullptr : service->firstSchedule;
+       return self.SaveFragment(in.Text(kPath), present != nullptr ? present : first);
+     }},
+    {"SaveContentFragment",
+     {kPath, kBB, kService},
+     [](const GuideListener& self, const Arguments& in) {
+       const std::string id = in.Text(kService);
+       const Guide::Service* service = self.m_guide->Find(id);
+       const Kept* present = self.m_guide->Content(id, {self.m_now(), 1});
+       const Kept* first = service == nullptr ? nullptr : service->firstContent;
+       return self.SaveFragment(in.Text(kPath), present != nullptr ? present : first);
+     }},
+    {"SaveServiceFragment",
+     {kPath, kBB, kService},
+     [](const GuideListener& self, const Arguments& in) {
+       const Guide::Service* service = self.m_guide->Find(in.Text(kService));
+       return self.SaveFragment(in.Text(kPath),
+                                service == nullptr ? nullptr : service->description);
+     }},
 };
 
 GuideListener::GuideListener(const Folder& folder, const SaveFolder& saves,
@@ -122,53 +185,20 @@ bool GuideListener::OnMethodCall(const char* method, ESGMessageBuffer& in, ESGMe
   return ret;
 }
 
-std::string GuideListener::Answer(const std::string& name, const std::string& text) {
+std::string GuideListener::Answer(const std::string& name, const std::string& text) const {
   for (const Method& method : kMethods) {
     if (name != method.name) {
       continue;
     }
-    Json::Value request = ParseRequest(text);
+    const Json::Value request = ParseRequest(text);
     for (const Member& member : method.members) {
       if (member.name != nullptr && !(request[member.name].*member.isRight)()) {
         throw std::invalid_argument(std::string(member.name) + " is missing or of a wrong type");
       }
     }
-    return (this->*method.answer)(request);
+    return method.answer(*this, {request});
   }
   throw std::invalid_argument("no such method");
-}
-
-std::string GuideListener::GetPresentProgram(Json::Value& request) {
-  const std::string service = ServiceId(request);
-  return Found(service, m_guide->At(service, m_now()));
-}
-
-std::string GuideListener::GetProgramList(Json::Value& request) {
-  const std::string service = ServiceId(request);
-  const std::vector<const Program*> programs = m_guide->Within(service, Range(request));
-  return programs.empty() ? "" : ListAnswer(service, programs);
-}
-
-std::string GuideListener::GetProgram(Json::Value& request) {
-  eRelative_Position position = eRelative_Position_Current;
-  FCESGProgramInfo program;
-  ESGMarshal::JsonToeRelative_Position(request, position);
-  ESGMarshal::JsonToESGProgramInfo(request, program);
-  if (position < eRelative_Position_Previous || position > eRelative_Position_Next) {
-    throw std::invalid_argument("no such position");
-  }
-  const std::string& service = program.GlobalServiceID();
-  return Found(service,
-               m_guide->Neighbour(service, program.GetStartTime(), program.GetEventID(), position));
-}
-
-std::string GuideListener::GetProgramItem(Json::Value& request) {
-  const std::string service = ServiceId(request);
-  std::string content;
-  unsigned int moment = 0;
-  ESGMarshal::JsonToContentId(request, content);
-  ESGMarshal::JsonToStartTime(request, moment);
-  return Found(service, m_guide->Item(service, content, moment));
 }
 
 bool GuideListener::Load(const Kept* fragment, std::string& bytes) const {
@@ -177,65 +207,28 @@ bool GuideListener::Load(const Kept* fragment, std::string& bytes) const {
   }
   if (!m_folder.ReadFragment(*fragment->file, *fragment->entry, bytes)) {
     m_report(fragment->file->name +
-             ": has changed since the guide was read; its fragments can be "
-             "had when the guide has been read again");
+             ": has changed since the guide was read; its fragments are available again after the "
+             "next reading");
     return false;
   }
   return true;
 }
 
-std::string GuideListener::Read(const Kept* fragment) const {
+std::string GuideListener::GetFragment(const Kept* fragment) const {
   std::string bytes;
   return Load(fragment, bytes) ? FragmentAnswer(bytes) : "";
 }
 
-std::string GuideListener::GetScheduleFragment(Json::Value& request) {
-  return Read(m_guide->Schedule(ServiceId(request), Range(request)));
-}
-
-std::string GuideListener::GetContentFragment(Json::Value& request) {
-  return Read(m_guide->Content(ServiceId(request), Range(request)));
-}
-
-std::string GuideListener::GetServiceFragment(Json::Value& request) {
-  const Guide::Service* service = m_guide->Find(ServiceId(request));
-  return Read(service == nullptr ? nullptr : service->description);
-}
-
-std::string GuideListener::Save(Json::Value& request, const Kept* fragment) const {
+std::string GuideListener::SaveFragment(const std::string& path, const Kept* fragment) const {
   std::string bytes;
   if (!Load(fragment, bytes)) {
     return {};
   }
-  std::string path;
-  ESGMarshal::JsonToPath(request, path);
   const std::string fault = m_saves.Save(path, bytes);
   if (!fault.empty()) {
     m_report("not saved to " + Quote(path) + ": " + fault);
   }
   return fault.empty() ? kDone : "";
-}
-
-// A save names no time: it takes the fragment of the present moment, or the first if there is none.
-std::string GuideListener::SaveScheduleFragment(Json::Value& request) {
-  const std::string id = ServiceId(request);
-  const Guide::Service* service = m_guide->Find(id);
-  const Kept* present = m_guide->Schedule(id, {m_now(), 1});
-  return service == nullptr ? ""
-                            : Save(request, present != nullptr ? present : service->firstSchedule);
-}
-
-std::string GuideListener::SaveContentFragment(Json::Value& request) {
-  const std::string id = ServiceId(request);
-  const Guide::Service* service = m_guide->Find(id);
-  const Kept* present = m_guide->Content(id, {m_now(), 1});
-  return service == nullptr ? ""
-                            : Save(request, present != nullptr ? present : service->firstContent);
-}
-
-std::string GuideListener::SaveServiceFragment(Json::Value& request) {
-  const Guide::Service* service = m_guide->Find(ServiceId(request));
-  return service == nullptr ? "" : Save(request, service->description);
 }
 
 }  // namespace esg::guide

@@ -2,7 +2,6 @@
 #define GUIDE_LISTENER_H
 
 #include <IPCS/IESGCallListener.h>
-#include <json/forwards.h>
 
 #include <cstdint>
 #include <functional>
@@ -24,36 +23,24 @@ class GuideListener : public IESGCallListener {
   GuideListener(const Folder& folder, const SaveFolder& saves, std::function<std::uint32_t()> now,
                 Report report);
 
-  /// Takes over a guide and gives back the one before.
+  /// Replaces the guide and returns the one before.
   std::shared_ptr<const Guide> SetGuide(std::shared_ptr<const Guide> guide) {
     return std::exchange(m_guide, std::move(guide));
   }
 
   const Guide& CurrentGuide() const { return *m_guide; }
 
-  /// True where "ret" is.
+  /// True if "ret" is.
   bool OnMethodCall(const char* method, ESGMessageBuffer& in, ESGMessageBuffer& out) override;
 
  private:
   struct Method;
   static const Method kMethods[];
 
-  // Each gives the text of the answer, which is empty where nothing is found.
-  std::string GetPresentProgram(Json::Value& request);
-  std::string GetProgramList(Json::Value& request);
-  std::string GetProgram(Json::Value& request);
-  std::string GetProgramItem(Json::Value& request);
-  std::string GetScheduleFragment(Json::Value& request);
-  std::string GetServiceFragment(Json::Value& request);
-  std::string GetContentFragment(Json::Value& request);
-  std::string SaveScheduleFragment(Json::Value& request);
-  std::string SaveServiceFragment(Json::Value& request);
-  std::string SaveContentFragment(Json::Value& request);
-
-  std::string Answer(const std::string& name, const std::string& text);
+  std::string Answer(const std::string& name, const std::string& text) const;
   bool Load(const Kept* fragment, std::string& bytes) const;
-  std::string Read(const Kept* fragment) const;
-  std::string Save(Json::Value& request, const Kept* fragment) const;
+  std::string GetFragment(const Kept* fragment) const;
+  std::string SaveFragment(const std::string& path, const Kept* fragment) const;
 
   const Folder& m_folder;
   const SaveFolder& m_saves;

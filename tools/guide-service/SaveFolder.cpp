@@ -38,6 +38,7 @@ bool WriteAll(int file, std::string_view bytes) {
     }
     bytes.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
   }
+  // Before the answer says that it is saved. Saves are rare, and queries wait for this one.
   return ::fsync(file) == 0;
 }
 
@@ -89,28 +90,23 @@ std::string SaveFolder::Save(const std::string& path, const std::string& bytes) 
     }
     rest = *below;
   }
-  for (;;) {
-    const std::size_t begin = rest.find_first_not_of('/');
-    if (begin == std::string_view::npos) {
-      return "no file name";
-    }
-    rest.remove_prefix(begin);
-    const std::size_t end = std::min(rest.find('/'), rest.size());
-    const std::string name(rest.substr(0, end));
-    rest.remove_prefix(end);
-    if (name == "." || name == "..") {
-      return "outside the folder to save in";
-    }
-    if (rest.empty()) {
-      std::string fault = NoRoom(folder.Get(), bytes.size());
-      return fault.empty() ? WriteFile(folder.Get(), name, bytes) : fault;
-    }
+  const std::filesystem::path way = std::filesystem::path(rest).relative_path();
+  if (!way.has_filename()) {
+    return "no file name";
+  }
+  if (std::any_of(way.begin(), way.end(),
+                  [](const auto& part) { return part == "." || part == ".."; })) {
+    return "outside the folder to save in";
+  }
+  for (const std::filesystem::path& part : way.parent_path()) {
     folder = FileDescriptor(
-        ::openat(folder.Get(), name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        ::openat(folder.Get(), part.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!folder) {
       return Reason(errno);
     }
   }
+  std::string fault = NoRoom(folder.Get(), bytes.size());
+  return fault.empty() ? WriteFile(folder.Get(), way.filename(), bytes) : fault;
 }
 
 std::string SaveFolder::NoRoom(int folder, std::size_t size) const {

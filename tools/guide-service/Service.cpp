@@ -115,7 +115,7 @@ void Service::ReadAgain() {
     m_readAfter = true;
     return;
   }
-  m_reading = std::async(std::launch::async, [this] {
+  const auto read = [this] {
     Reading reading = Read(1);
     g_idle_add_full(
         G_PRIORITY_DEFAULT,
@@ -130,15 +130,21 @@ void Service::ReadAgain() {
         },
         this, nullptr);
     return reading;
-  });
+  };
+  try {
+    m_reading = std::async(std::launch::async, read);
+  } catch (const std::system_error& fault) {
+    m_isReading = false;
+    Take({nullptr, fault.what()});
+  }
 }
 
 void Service::Take(Reading reading) {
   const bool isFirst = m_emitter == nullptr;
   if (!reading.fault.empty()) {
     if (reading.fault != m_fault) {
-      m_report("the guide cannot be read: " + reading.fault + "; it stays as it was" +
-               (m_generation == 0 ? ", empty," : "") + " until it can");
+      m_report("the guide cannot be read: " + reading.fault + "; the service keeps " +
+               (m_generation == 0 ? "an empty guide" : "the previous guide") + " and tries again");
       m_fault = reading.fault;
     }
     if (m_timer == 0) {
@@ -162,10 +168,13 @@ void Service::Take(Reading reading) {
     m_emitter->Send(kGuideChanged, m_generation, static_cast<int>(guide.Services().size()),
                     static_cast<int>(guide.ProgramCount()));
   }
-  // A large guide takes a while to be freed.
-  m_disposal =
-      std::async(std::launch::async,
-                 [old = m_listener.SetGuide(std::move(reading.guide))]() mutable { old.reset(); });
+  // Freeing a large guide takes a while.
+  try {
+    m_disposal = std::async(
+        std::launch::async,
+        [old = m_listener.SetGuide(std::move(reading.guide))]() mutable { old.reset(); });
+  } catch (const std::system_error&) {  // no thread is possible: it has been freed here
+  }
 }
 
 // Replaced as a whole: tools may read the list at any time.
@@ -179,7 +188,7 @@ void Service::WriteAliases(const Guide& guide) {
   g_autoptr(GError) error = nullptr;
   if (g_file_set_contents(m_options.aliasFile.c_str(), text.data(),
                           static_cast<gssize>(text.size()), &error) == FALSE) {
-    m_report(std::string("the list of services stays as it was: ") + error->message);
+    m_report(std::string("the list of services cannot be written: ") + error->message);
   }
 }
 
@@ -189,7 +198,7 @@ void Service::WatchFolder() {
   g_autoptr(GFile) folder = g_file_new_for_path(m_options.guideFolder.c_str());
   m_monitor = g_file_monitor_directory(folder, G_FILE_MONITOR_WATCH_MOVES, nullptr, nullptr);
   if (m_monitor == nullptr) {
-    m_report("changes of the guide's folder cannot be noticed; SIGHUP has it read again");
+    m_report("the guide's folder cannot be watched; send SIGHUP after a change");
   } else {
     g_signal_connect(
         m_monitor, "changed",

@@ -34,13 +34,20 @@ std::shared_ptr<const Guide> Source::Read(unsigned int threads) {
     }
   }
   std::vector<std::string> faults;
-  auto guide =
-      std::make_shared<const Guide>(std::move(files), m_shift.value_or(0),
-                                    [&](const std::string& line) { faults.push_back(line); });
+  std::size_t moreFaults = 0;
+  const auto keep = [&](const std::string& line) {
+    if (faults.size() < m_maxReports) {
+      faults.push_back(line);
+    } else {
+      ++moreFaults;
+    }
+  };
+  auto guide = std::make_shared<const Guide>(std::move(files), m_shift.value_or(0), keep);
   const bool isNew = !m_guide || !m_guide->HasSameFragments(*guide);
   for (std::size_t i = 0; isNew && i < faults.size(); ++i) {
     ReportFault(faults[i]);
   }
+  m_faults += isNew ? moreFaults : 0;
   if (m_faults > m_maxReports) {
     m_report(std::to_string(m_faults - m_maxReports) +
              " more faults in the guide; --check lists them all");

@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::size_t kHeader = 9;
 constexpr std::size_t kTableEntry = 12;
+constexpr std::size_t kMaxParts = 500000;
 constexpr std::size_t kPartHeader = 2;  ///< encoding and kind, before the text
 
 /// Numbers are big-endian.
@@ -122,6 +123,10 @@ bool Divide(std::string_view unit, std::vector<Part>& parts,
   starts.erase(std::unique(starts.begin(), starts.end()), starts.end());
   starts.push_back(unit.size());
   for (std::size_t i = 0; i + 1 < starts.size(); ++i) {
+    if (parts.size() == kMaxParts) {
+      report("only its first " + std::to_string(kMaxParts) + " fragments are read");
+      break;
+    }
     if (KindAt(unit, starts[i]) == Kind::kGuide) {
       const std::size_t text = starts[i] + kPartHeader;
       parts.push_back({text, starts[i + 1] - text});

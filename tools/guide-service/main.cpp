@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
@@ -7,6 +9,7 @@
 
 #include "Check.h"
 #include "Service.h"
+#include "common/Descriptors.h"
 #include "common/Failure.h"
 #include "common/Text.h"
 
@@ -61,11 +64,17 @@ int Run(const Options& options) {
 }
 
 int Main(int argc, char** argv) {
+  esg::tools::ReserveStandardDescriptors();
   std::signal(SIGPIPE, SIG_IGN);
+#ifdef __GLIBC__
+  // Threads that allocate apart from each other cannot use what the others have freed, and a new
+  // guide would take more memory than the one before.
+  mallopt(M_ARENA_MAX, 1);
+#endif
   Options options;
   CLI::App app(
-      "Answers the guide's queries on the system bus from a folder of ATSC A/332 fragments and "
-      "delivery units, and emits an event when the guide changes.",
+      "Replies to queries on the system bus from a folder of ATSC A/332 fragments and delivery "
+      "units, and emits an event when the guide changes.",
       kProgram);
   app.set_version_flag("--version", std::string(kProgram) + " " GUIDE_SERVICE_VERSION);
   app.add_option("--guide", options.guideFolder,
@@ -73,16 +82,17 @@ int Main(int argc, char** argv) {
       ->required()
       ->type_name("DIR");
   app.add_flag("--today", options.today, "move the guide by whole days so that it starts today");
-  app.add_option("--save-dir", options.saveFolder,
-                 "where clients may have fragments saved; without it, nowhere")
+  app.add_option(
+         "--save-dir", options.saveFolder,
+         "where clients may have fragments saved; without this option, every save is refused")
       ->type_name("DIR");
   app.add_option("--save-quota", options.saveLimits.quota,
-                 "the most that the files saved may take up, in MiB")
+                 "the most that all saved files may occupy, in MiB")
       ->capture_default_str()
       ->check(CLI::Range(0, 1 << 20))
       ->type_name("MIB");
   app.add_option("--save-free", options.saveLimits.free,
-                 "the least that saves leave free on the disk, in MiB")
+                 "the least that a save must leave free on the disk, in MiB")
       ->capture_default_str()
       ->check(CLI::Range(0, 1 << 20))
       ->type_name("MIB");
@@ -93,23 +103,23 @@ int Main(int argc, char** argv) {
         // Calls name it as their interface too.
         return g_dbus_is_interface_name(name.c_str()) != FALSE
                    ? std::string()
-                   : "not a bus name that calls can go to: " + name;
+                   : "not a bus name that calls can use: " + name;
       });
   app.add_flag("--stdin-events", options.stdinEvents,
-               "emit the events written on standard input, a line each: NUMBER [P1 P2 P3]");
+               "emit the events that are written to standard input, one a line: NUMBER [P1 P2 P3]");
   app.add_flag("--check", options.check,
-               "print the services, the fragments and what is wrong with them, and exit");
+               "print the services, the fragments and all faults, and exit");
   app.add_flag("--aliases", options.aliases,
                "print the list of services for esg-client/services, and exit");
   app.add_option("--alias-file", options.aliasFile,
-                 "where to keep that list while serving; written whenever the guide changes")
+                 "write that list to FILE at the start and whenever the guide changes")
       ->type_name("FILE");
   app.add_flag("--strict", options.strict,
-               "with --check or --aliases: exit with 65 if anything is wrong with the guide");
+               "with --check or --aliases: exit with 65 if the guide has any fault");
   app.footer(
       "Exit status: 0 ended by SIGINT or SIGTERM, 64 wrong usage, 65 faults in the guide\n"
       "(--strict), 66 the folder cannot be read (--check, --aliases), 69 no system bus,\n"
-      "75 the name is taken, 77 the name is refused, 70 anything else.");
+      "75 the name is taken, 77 the name is refused, 70 any other failure.");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& fault) {

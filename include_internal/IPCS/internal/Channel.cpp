@@ -75,7 +75,7 @@ Channel::Outcome Channel::Call(DBusMessage* message, MessagePtr& reply) {
 }
 
 void Channel::GiveReason(Caller& caller) const {
-  if (caller.outcome == Outcome::Answered && caller.reply == nullptr) {
+  if (caller.outcome == Outcome::Replied && caller.reply == nullptr) {
     caller.reply = NewFailure(caller.message, m_isLost);
   }
 }
@@ -90,7 +90,7 @@ void Channel::WarnOnce(Lock& lock) {
   }
 }
 
-void Channel::AskBus(const MessagePtr& request, DBusError* error) {
+void Channel::CallBus(const MessagePtr& request, DBusError* error) {
   MessagePtr reply;
   const Outcome outcome = request != nullptr ? Call(request.get(), reply) : Outcome::NotSent;
   if (outcome == Outcome::NotConnected) {
@@ -245,7 +245,9 @@ void Channel::ReadAndWrite(Lock& lock) {
     status = dbus_connection_dispatch(Connection());
   }
   lock.lock();
-  m_needsMemory = m_needsMemory || status == DBUS_DISPATCH_NEED_MEMORY;
+  if (status == DBUS_DISPATCH_NEED_MEMORY || (m_isUnpolled && !PollSocket())) {
+    m_needsMemory = true;
+  }
   if (m_needsMemory) {
     Schedule();  // this thread may leave before the next attempt
   }
@@ -257,7 +259,7 @@ DBusHandlerResult Channel::OnMessage(DBusConnection* /*connection*/, DBusMessage
   const Lock lock(self);
   const int type = dbus_message_get_type(message);
   if (type == DBUS_MESSAGE_TYPE_METHOD_RETURN || type == DBUS_MESSAGE_TYPE_ERROR) {
-    self.TakeAnswer(message);
+    self.TakeReply(message);
     return DBUS_HANDLER_RESULT_HANDLED;
   }
   if (dbus_message_is_signal(message, DBUS_INTERFACE_LOCAL, "Disconnected") != FALSE) {
@@ -277,7 +279,7 @@ DBusHandlerResult Channel::OnMessage(DBusConnection* /*connection*/, DBusMessage
   return DBUS_HANDLER_RESULT_HANDLED;
 }
 
-void Channel::TakeAnswer(DBusMessage* message) {
+void Channel::TakeReply(DBusMessage* message) {
   const dbus_uint32_t serial = dbus_message_get_reply_serial(message);
   const auto place = std::find_if(m_outstanding.begin(), m_outstanding.end(),
                                   [serial](const Place& each) { return each.serial == serial; });
@@ -338,22 +340,27 @@ dbus_bool_t Channel::Watch(DBusWatch* watch, bool isThere) {
   const NoCancel guard;  // libdbus holds locks here
   const bool reads = (dbus_watch_get_flags(watch) & DBUS_WATCH_READABLE) != 0;
   (reads ? m_readWatch : m_writeWatch) = isThere ? watch : nullptr;
-  const auto wants = [](DBusWatch* each, EPOLL_EVENTS event) {
-    return each != nullptr && dbus_watch_get_enabled(each) != FALSE ? event : 0U;
-  };
-  const bool isPolled = Poll(dbus_watch_get_unix_fd(watch),
-                             wants(m_readWatch, EPOLLIN) | wants(m_writeWatch, EPOLLOUT));
+  const bool isPolled = PollSocket();
   eventfd_write(m_toggled.number, 1);
-  m_hasToggled =
-      true;  // after the write: otherwise a thread clears the event too early, and it stays set
+  // After the write: otherwise a thread clears the event too early, and it stays set.
+  m_hasToggled = true;
   return isPolled ? TRUE : FALSE;
+}
+
+bool Channel::PollSocket() {
+  const auto wants = [](DBusWatch* watch, EPOLL_EVENTS event) {
+    return watch != nullptr && dbus_watch_get_enabled(watch) != FALSE ? event : 0U;
+  };
+  m_isUnpolled = !Poll(m_socket, wants(m_readWatch, EPOLLIN) | wants(m_writeWatch, EPOLLOUT));
+  return !m_isUnpolled;
 }
 
 bool Channel::Poll(int file, unsigned int events) const {
   epoll_event wanted = {};
   wanted.events = events;
   if (events == 0) {  // epoll would still report a hang-up, again and again
-    return epoll_ctl(m_epoll.number, EPOLL_CTL_DEL, file, &wanted) == 0 || errno == ENOENT;
+    epoll_ctl(m_epoll.number, EPOLL_CTL_DEL, file, &wanted);
+    return true;
   }
   return epoll_ctl(m_epoll.number, EPOLL_CTL_MOD, file, &wanted) == 0 ||
          epoll_ctl(m_epoll.number, EPOLL_CTL_ADD, file, &wanted) == 0;

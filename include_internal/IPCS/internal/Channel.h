@@ -42,7 +42,7 @@ using ChannelPtr = std::shared_ptr<Channel>;
 class Channel {
  public:
   enum class Mail { Drop, Keep };
-  enum class Outcome { Answered, NotSent, NotConnected };
+  enum class Outcome { Replied, NotSent, NotConnected };
   struct Caller;
 
   /// Held while a thread reads from or writes to the connection, but not while it polls or
@@ -81,7 +81,7 @@ class Channel {
   Outcome Call(DBusMessage* message, MessagePtr& reply);
   /// Calls a method of the bus in the same way; a null `request` means no memory. Sets `error` on
   /// failure.
-  void AskBus(const MessagePtr& request, DBusError* error);
+  void CallBus(const MessagePtr& request, DBusError* error);
   /// Calls that do not block.
   Requests& LateCalls() { return *m_requests; }
   /// Sends a message that needs no reply. Waits at most 0.1 seconds for the bus to accept it; the
@@ -131,7 +131,7 @@ class Channel {
   void Leave(Blocked& caller);
   void Turn(Lock& lock, Clock::time_point deadline, const Caller* reader);
   void ReadAndWrite(Lock& lock);
-  void TakeAnswer(DBusMessage* message);
+  void TakeReply(DBusMessage* message);
   void SetLost();
   bool OwnWatches();
   template <typename Result, bool kIsThere>
@@ -139,6 +139,7 @@ class Channel {
     return static_cast<Result>(static_cast<Channel*>(channel)->Watch(watch, kIsThere));
   }
   bool Poll(int file, unsigned int events) const;
+  bool PollSocket();
   dbus_bool_t Watch(DBusWatch* watch, bool isThere);
 
   bool HasMail() const;
@@ -148,6 +149,7 @@ class Channel {
   static gint64 GLibTime(Clock::time_point time);
 
   const ConnectionPtr m_connection;
+  int m_socket = -1;  // of both watches
   const Mail m_mail;
   const pid_t m_process = getpid();
   /// All pollers share both: the socket while libdbus wants it, and changes of that.
@@ -156,11 +158,12 @@ class Channel {
   const FileDescriptor m_wakeUp{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};  // for the reader
   std::atomic<DBusWatch*> m_readWatch{nullptr};
   std::atomic<DBusWatch*> m_writeWatch{nullptr};
-  std::atomic<GMainContext*> m_firstContext{
-      nullptr};  // has dbus-glib's source, which keeps it alive alive
+  /// Has dbus-glib's source, which keeps it alive.
+  std::atomic<GMainContext*> m_firstContext{nullptr};
   Channel* m_nextToDestroy = nullptr;
   std::atomic<bool> m_hasToggled{false};
   std::atomic<bool> m_needsMemory{false};
+  std::atomic<bool> m_isUnpolled{false};  // the kernel refused to report what libdbus wants
   bool m_hasFilter = false;
   // m_mutex guards the following fields.
   bool m_isLost = false;
@@ -198,7 +201,7 @@ struct Channel::Caller {
   std::list<Place> seat{{this}};  // moves between the lists without an allocation
   const std::list<Place>::iterator place = seat.begin();
   bool isDone = false;
-  Outcome outcome = Outcome::Answered;
+  Outcome outcome = Outcome::Replied;
   MessagePtr reply;
 };
 

@@ -27,7 +27,9 @@ Channel* toDestroy = nullptr;
 Channel::Channel(ConnectionPtr connection, Mail mail)
     : m_connection(std::move(connection)),
       m_mail(mail),
-      m_requests(std::make_unique<Requests>(*this)) {}
+      m_requests(std::make_unique<Requests>(*this)) {
+  dbus_connection_get_socket(Connection(), &m_socket);
+}
 
 ChannelPtr Channel::Open(Mail mail, Error& error) {
   const auto unlock = [] { tableMutex.unlock(); };  // keeps the table consistent in a child
@@ -56,7 +58,7 @@ ChannelPtr Channel::Open(Mail mail, Error& error) {
                                                     channel.get(), nullptr) != FALSE;
   if (!isSafe || !channel->m_hasFilter || channel->m_wakeUp.number < 0 || !channel->OwnWatches() ||
       !channel->Poll(channel->m_toggled.number, EPOLLIN)) {
-    dbus_set_error_const(&error, DBUS_ERROR_NO_MEMORY, "No resources to wait for answers");
+    dbus_set_error_const(&error, DBUS_ERROR_NO_MEMORY, "No resources to wait for replies");
     return nullptr;
   }
   return channel;
@@ -113,8 +115,8 @@ void Channel::Release(Channel* channel) {
 
 gboolean Channel::Destroy(gpointer channel) {
   auto* self = static_cast<Channel*>(channel);
-  self->m_requests
-      ->Drop();  // takes the lock, which shows a race detector which thread held it last
+  // Takes the lock, so that a race detector sees which thread held it last.
+  self->m_requests->Drop();
   const std::lock_guard<std::mutex> table(tableMutex);
   if (opening > 0) {
     self->m_nextToDestroy = std::exchange(toDestroy, self);

@@ -30,30 +30,30 @@ struct Requests::Request : Channel::Caller {
         requests(asked) {}
 
   void OnDone() noexcept override {
-    requests.m_answered.splice(requests.m_answered.end(), ticket);
+    requests.m_replied.splice(requests.m_replied.end(), ticket);
     requests.Schedule();
   }
-  bool MayTakeLong() const override { return !requests.m_answered.empty(); }
+  bool MayTakeLong() const override { return !requests.m_replied.empty(); }
 
   const MessagePtr messageOwner;
   const Done done;
   const std::uint64_t number;
   Requests& requests;
-  std::list<std::uint64_t> ticket{number};  // moves to m_answered without an allocation
+  std::list<std::uint64_t> ticket{number};  // moves to m_replied without an allocation
 };
 
 Requests::Requests(Channel& channel) : m_channel(channel) {}
 
 Requests::~Requests() = default;
 
-std::uint64_t Requests::Ask(MessagePtr message, Done done) {
+std::uint64_t Requests::Start(MessagePtr message, Done done) {
   m_channel.Attach(nullptr);
   const Channel::Lock lock(m_channel);
   if (m_source == nullptr && !m_channel.m_isClosed) {
     m_source.reset(NewSource());
     g_source_set_callback(m_source.get(), &OnContext, m_channel.Connection(), nullptr);
-    g_source_set_can_recurse(m_source.get(),
-                             TRUE);  // a callback may run a nested loop and wait for other requests
+    // A callback may run a nested main loop and wait for other requests there.
+    g_source_set_can_recurse(m_source.get(), TRUE);
     g_source_attach(m_source.get(), nullptr);
   }
   const std::uint64_t number = ++m_lastNumber;
@@ -83,7 +83,7 @@ bool Requests::Cancel(std::uint64_t number) {
     m_sends = true;  // later, because the next one may be cancelled as well
   }
   if (g_main_context_is_owner(g_main_context_default()) == FALSE) {
-    m_takenBack.insert(std::move(request));
+    m_cancelled.insert(std::move(request));
   }
   Schedule();
   return true;
@@ -94,7 +94,7 @@ void Requests::Drop() {
   const Channel::Lock lock(m_channel);
   m_channel.SetLost();  // nothing refers to them any more
   dropped[0].swap(m_requests);
-  dropped[1].swap(m_takenBack);
+  dropped[1].swap(m_cancelled);
 }
 
 void Requests::Schedule() {
@@ -102,7 +102,7 @@ void Requests::Schedule() {
     return;
   }
   gint64 time = -1;
-  if (m_sends || !m_answered.empty() || !m_takenBack.empty()) {
+  if (m_sends || !m_replied.empty() || !m_cancelled.empty()) {
     time = 0;
   } else if (!m_requests.empty()) {  // no reply is there, and the first request is the oldest
     time = Channel::GLibTime(m_requests.begin()->second->deadline);
@@ -117,11 +117,11 @@ gboolean Requests::OnContext(gpointer connection) {
   }
   Requests& self = channel->LateCalls();
   Channel::Lock lock(*channel);
-  Table takenBack;
-  takenBack.swap(self.m_takenBack);
-  if (!takenBack.empty()) {
+  Table cancelled;
+  cancelled.swap(self.m_cancelled);
+  if (!cancelled.empty()) {
     lock.unlock();
-    takenBack.clear();  // destroys the application's callbacks
+    cancelled.clear();  // destroys the application's callbacks
     lock.lock();
   }
   self.m_sends = false;
@@ -135,19 +135,19 @@ gboolean Requests::OnContext(gpointer connection) {
 }
 
 void Requests::Deliver(Channel::Lock& lock) {
-  Table::node_type answered;
-  while (answered.empty() && !m_answered.empty()) {
-    answered = m_requests.extract(m_answered.front());
-    m_answered.pop_front();
+  Table::node_type replied;
+  while (replied.empty() && !m_replied.empty()) {
+    replied = m_requests.extract(m_replied.front());
+    m_replied.pop_front();
   }
-  if (answered.empty()) {
+  if (replied.empty()) {
     return;
   }
-  Request& request = *answered.mapped();
+  Request& request = *replied.mapped();
   m_channel.GiveReason(request);
   lock.unlock();
   [&request]() noexcept { request.done(request.outcome, request.reply); }();
-  answered = {};  // destroys its callback
+  replied = {};  // destroys its callback
   lock.lock();
 }
 

@@ -25,7 +25,7 @@ class Requests {
   /// Like Channel::Call(), but does not wait. The default main context calls `done`, never inside
   /// this function, in the order in which the replies arrive, and also destroys it. A null message
   /// ends as NotSent. Never returns 0.
-  std::uint64_t Ask(MessagePtr message, Done done);
+  std::uint64_t Start(MessagePtr message, Done done);
   /// Cancels a request: `done` is not called later, but may be running in another thread. Returns
   /// false if `done` has been called or the request was cancelled before.
   bool Cancel(std::uint64_t number);
@@ -48,8 +48,8 @@ class Requests {
   bool m_sends = false;  // has to send calls that wait for their turn
   std::uint64_t m_lastNumber = 0;
   Table m_requests;
-  std::list<std::uint64_t> m_answered;  // some may have been cancelled
-  Table m_takenBack;                    // for the main context to destroy
+  std::list<std::uint64_t> m_replied;  // some may have been cancelled
+  Table m_cancelled;                   // for the main context to destroy
 };
 
 }  // namespace esg::internal

@@ -2,7 +2,7 @@
 #
 # esg-client
 #
-# Never built with Buildroot; only its options have been compared with the CMake files.
+# Never built with Buildroot: scripts/check-recipes reads it with make, and compares its options with CMake's.
 #
 ################################################################################
 
@@ -20,17 +20,27 @@ ESG_CLIENT_CONF_OPTS = \
 	-DESG_DIRECT_READER=OFF \
 	-DESG_PLATFORM_LIBRARIES="$(call qstrip,$(BR2_PACKAGE_ESG_CLIENT_PLATFORM))"
 
+ifeq ($(BR2_PACKAGE_PYTHON3),y)
+ESG_CLIENT_CONF_OPTS += -DESG_PYTHON_DIR=lib/python$(PYTHON3_VERSION_MAJOR)/site-packages
+endif
+
+define ESG_CLIENT_USERS
+	- -1 esg-event -1 - - - - Sends events to single applications
+	$(ESG_CLIENT_SERVICE_USER)
+endef
+
 ifeq ($(BR2_PACKAGE_ESG_CLIENT_TOOLS),y)
 ESG_CLIENT_CONF_OPTS += -DESG_BUILD_TOOLS=ON
 ESG_CLIENT_DEPENDENCIES += cli11 pugixml util-linux zlib
-define ESG_CLIENT_USERS
-	esg-guide -1 esg-guide -1 * /var/lib/esg-guide-service - esg-event Electronic service guide
+ESG_CLIENT_SERVICE_USER = esg-guide -1 esg-guide -1 * /var/lib/esg-guide-service - - Electronic service guide
+# For a bus that starts the service without systemd.
+define ESG_CLIENT_PERMISSIONS
+	/var/lib/esg-guide-service d 750 esg-guide esg-guide - - - - -
+	/var/lib/esg-guide-service/guide d 750 esg-guide esg-guide - - - - -
+	/var/lib/esg-guide-service/saved d 750 esg-guide esg-guide - - - - -
 endef
 else
 ESG_CLIENT_CONF_OPTS += -DESG_BUILD_TOOLS=OFF
-define ESG_CLIENT_USERS
-	- - esg-event -1 - - - - Sends events to single applications
-endef
 endif
 
 $(eval $(cmake-package))

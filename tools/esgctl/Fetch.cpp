@@ -1,0 +1,129 @@
+// services, xml, save: what the guide service has beside programmes
+
+#include <json/value.h>
+
+#include <algorithm>
+
+#include "Commands.h"
+#include "Json.h"
+#include "Table.h"
+#include "Text.h"
+
+namespace esgctl {
+namespace {
+
+std::string Written(const std::vector<Service>& services, const Request& request) {
+  Json::Value list(Json::arrayValue);
+  std::vector<TableRow> rows;
+  for (const Service& service : services) {
+    list.append(ServiceToJson(service));
+    rows.push_back({{service.number, service.alias, service.id, service.name}});
+  }
+  if (request.json || rows.empty()) {
+    return request.json ? JsonText(list) : "";
+  }
+  return RenderTable({"NUMBER", "ALIAS", "ID", "NAME"}, std::move(rows), TableStyle(request));
+}
+
+/// The lines of a text, without what a terminal would obey.
+std::string PrintableLines(std::string_view text) {
+  std::string lines;
+  while (!text.empty()) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    lines += Printable(line) + '\n';
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
+  }
+  return lines;
+}
+
+/// What a command about a fragment has done, for scripts.
+std::string ResultJson(const Request& request, const std::string& id, const char* name,
+                       const std::string& value) {
+  Json::Value result;
+  result["kind"] = request.kind;
+  result["service"] = id;
+  result[name] = value;
+  return JsonText(result);
+}
+
+}  // namespace
+
+int RunServices(Session& session) {
+  const Request& request = session.request;
+  std::vector<Service> services;
+  if (!request.services.empty() || !session.KnownServices().All().empty()) {
+    services = session.NamedServices();
+  }
+  if (request.names) {
+    std::string lines;
+    for (const Service& service : services) {
+      lines += Printable(service.ShortName()) + '\n';
+    }
+    Print(lines);
+    return kFound;
+  }
+  if (!std::all_of(services.begin(), services.end(),
+                   [](const Service& service) { return service.IsComplete(); })) {
+    try {
+      services = session.ChosenServices();
+    } catch (const Failure& failure) {
+      // The list itself does not need the guide service.
+      esg::tools::Report("esgctl", std::string("some names are unknown: ") + failure.what());
+    }
+  }
+  Print(Written(services, request));
+  if (services.empty()) {
+    esg::tools::Report("esgctl", "there is no list of services.\n" + HowToListServices());
+  }
+  return kFound;
+}
+
+int RunXml(Session& session) {
+  const Request& request = session.request;
+  const TimeRange range = session.Range(kDay);
+  const unsigned int start = session.clock.ToRecord(range.from);
+  const auto length = static_cast<unsigned int>(range.to - range.from);
+  const std::string id = session.ChosenServices().front().id;
+  const auto timed =
+      request.kind == "schedule" ? &ESGAsync::GetScheduleFragment : &ESGAsync::GetContentFragment;
+  const auto texts =
+      session.guide.Ask<std::string>(1, [&](std::size_t, ESGAsync::FragmentCallback done) {
+        return request.kind == "service"
+                   ? ESGAsync::GetServiceFragment(id, request.bb, std::move(done))
+                   : timed(id, start, length, request.bb, std::move(done));
+      });
+  const std::optional<std::string>& text = texts.front();
+  if (!text) {
+    throw Failure(kNotFound, "The guide service has no " + request.kind + " fragment of " + id +
+                                 (request.kind == "service" ? "." : " for this time range."));
+  }
+  if (request.json) {
+    Print(ResultJson(request, id, "xml", *text));
+  } else {
+    Print(OutputIsTerminal() ? PrintableLines(*text) : *text);
+  }
+  return kFound;
+}
+
+int RunSave(Session& session) {
+  const Request& request = session.request;
+  const std::string id = session.ChosenServices().front().id;
+  const auto save = request.kind == "service"    ? &ESGAsync::SaveServiceFragment
+                    : request.kind == "schedule" ? &ESGAsync::SaveScheduleFragment
+                                                 : &ESGAsync::SaveContentFragment;
+  const auto saved = session.guide.Ask<bool>(1, [&](std::size_t, const auto& done) {
+    return save(request.path, id, request.bb,
+                [done](const ESGFailure& failure) { done(failure, true); });
+  });
+  if (!saved.front()) {
+    throw Failure(kOther, "The guide service did not save the fragment: it has none of " + id +
+                              ", or refuses to write to " + request.path +
+                              ".\nIts log says which.");
+  }
+  if (request.json) {
+    Print(ResultJson(request, id, "path", request.path));
+  }
+  return kFound;
+}
+
+}  // namespace esgctl

@@ -35,16 +35,16 @@ class Banner {
   explicit Banner(std::string serviceId) : m_serviceId(std::move(serviceId)) {}
 
   void Refresh() {
-    if (m_isAsking) {
-      m_asksAgain = true;  // the reply may be older than the event
+    if (m_isQuerying) {
+      m_queriesAgain = true;  // the reply may be older than the event
       return;
     }
-    m_isAsking = true;  // one query at a time, however many events arrive
+    m_isQuerying = true;  // one query at a time, however many events arrive
     ESGAsync::GetPresentProgram(
         m_serviceId, [this](const ESGFailure& failure, const FCESGProgramInfo& program) {
-          m_isAsking = false;
+          m_isQuerying = false;
           Show(failure ? ESGFailureText(failure.reason) : program.Title());
-          if (std::exchange(m_asksAgain, false)) {
+          if (std::exchange(m_queriesAgain, false)) {
             Refresh();
           } else {
             RefreshIn(failure ? kMaxWait : MillisecondsLeft(program) + kMargin);
@@ -82,8 +82,8 @@ class Banner {
 
   const std::string m_serviceId;
   std::string m_shown;
-  bool m_isAsking = false;
-  bool m_asksAgain = false;
+  bool m_isQuerying = false;
+  bool m_queriesAgain = false;
   guint m_timer = 0;
 };
 

@@ -1,4 +1,4 @@
-// A file of the guide, of any kind, to a guide and its answers.
+// Reads the input as a file of the guide, of any kind, and queries the resulting guide.
 
 #include "Guide.h"
 

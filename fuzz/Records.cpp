@@ -1,5 +1,5 @@
-// JSON text to every record and to the result of every query. All readers agree, and records
-// survive the way to JSON and back.
+// Reads the input as JSON into every record and every result of a query. All readers must agree,
+// and records must survive the way to JSON and back.
 
 #include <dbus/dbus.h>
 
@@ -19,7 +19,7 @@ namespace {
 
 using Json::Value;
 
-/// The other results in the manner of a record. They have no reader of constant values.
+/// The other results in the form of a record. They have no reader of constant values.
 struct Programs : ESGProgramMap {
   static bool ToJson(Programs programs, Value& target) {
     return ESGMarshal::ESGProgramMapToJson(programs, target);
@@ -43,7 +43,7 @@ fuzz::Goal readInPieces{"a list read in two pieces"};
 fuzz::Goal declined{"declined directly, and read by the JSON library"};
 fuzz::Goal tooDeep{"more levels than the JSON library accepts"};
 
-/// The text of the exception that is raised; empty if there is none.
+/// The text of the exception that is raised; empty for none.
 template <class Work>
 std::string Raised(Work work) {
   try {
@@ -61,7 +61,7 @@ Value Written(const Record& record) {
   return target;
 }
 
-/// Goes through text if it can: the JSON library does not keep what is not UTF-8.
+/// Converts to text and back if possible: the JSON library does not preserve invalid UTF-8.
 Value Carried(const Value& value) {
   Json::StreamWriterBuilder plain;
   plain["emitUTF8"] = true;
@@ -99,7 +99,7 @@ void CheckRecords(const Value& value) {
   (CheckRecord<Records>(value), ...);
 }
 
-/// Reads an answer as a blocking query of C++ does.
+/// Reads a reply as a blocking query of C++ does.
 template <class Result>
 bool ReadAnswer(Value answer, Result& result) {
   bool isRead = false;

@@ -36,7 +36,7 @@ const std::string kHostile[] = {
     R"({"ret":true,"global_service_id":{"urn:example:one":1},"Start":"soon","title":{},
         "ESGProgramMap":{"key":"one"}})"};
 
-/// Returns after the answers to all queries, and to those that were made when these were answered.
+/// Returns after the replies to all queries, and to those that their callbacks made.
 void Settle() {
   for (int round = 0; round < 2; ++round) {
     bool isDone = false;

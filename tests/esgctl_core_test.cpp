@@ -1,4 +1,4 @@
-// What esgctl does without a bus: text, times, aliases, JSON, and the grid.
+// The parts of esgctl that need no bus: text, times, aliases, JSON, and the grid.
 
 #include <gmock/gmock.h>
 #include <json/value.h>
@@ -21,11 +21,11 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Pair;
 
-// Central Europe by rule, so that no time zone files are needed.
+// Central Europe as a rule, which needs no time zone files.
 const int zone = setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
 constexpr Seconds kNow = 1777651200;  // 2026-05-01 18:00 in that zone
 
-/// The status of the failure that `action` ends in, and its message.
+/// The exit status and the message of the failure that `action` raises.
 template <typename Action>
 std::pair<int, std::string> FailureOf(Action action) {
   try {
@@ -38,7 +38,7 @@ std::pair<int, std::string> FailureOf(Action action) {
 
 TEST(EsgctlTextNoBus, WidthCutAndPad) {
   const std::tuple<const char*, int, const char*> cases[] = {
-      // its width; cut to 5
+      // the text, its width, and the text cut to 5 columns
       {"ab日本語", 8, "ab日…"},
       {"cafe\u0301s!", 6, "cafe\u0301…"},   // the accent stays with its letter
       {"👩\u200d👩\u200d👧", 6, "👩\u200d👩…"},  // no joiner is left before the ellipsis
@@ -55,7 +55,7 @@ TEST(EsgctlTextNoBus, WidthCutAndPad) {
 }
 
 TEST(EsgctlTimeNoBus, RangesAsPeopleWriteThem) {
-  // --from, --to, --for; the range, or nothing where they are wrong usage.
+  // --from, --to, --for, and the range; empty for wrong usage.
   const char* const cases[][4] = {
       {"", "", "", "2026-05-01 18:00 to 2026-05-01 19:00"},
       {"-1h30m", "+2h", "", "2026-05-01 16:30 to 2026-05-01 20:00"},
@@ -81,10 +81,10 @@ TEST(EsgctlTimeNoBus, RangesAsPeopleWriteThem) {
 }
 
 TEST(EsgctlTimeNoBus, TimesOfRecords) {
-  // The numbers start again at 2036-02-07 06:28:16 UTC; no piece may cross that.
+  // The count of seconds restarts at 2036-02-07 06:28:16 UTC, which no piece may cross.
   constexpr Seconds kRollover = 2085978496;
   const std::tuple<Epoch, Seconds, std::uint32_t, Seconds> cases[] = {
-      // at `now`, a record's time
+      // what the records count from, the present, a record's time, and that time in the present era
       {Epoch::Ntp, kNow, 100, kRollover + 100},
       {Epoch::Ntp, kRollover + 100, 4294967295U, kRollover - 1},
       {Epoch::Unix, kNow, 4294967295U, 4294967295},

@@ -1,4 +1,4 @@
-// The program esgctl itself, on a private bus, against peers good and bad.
+// The program esgctl, on a private bus, with good and bad services.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -44,7 +44,7 @@ class Program : public ChildProgram {
 
 Result RunProgram(const std::string& line) { return Program(line).End(); }
 
-/// A peer that answers each method with a text.
+/// Replies to every method with a text.
 RawPeer::Handler Answers(const std::string& text) {
   return [text](DBusMessage* call) { return MakeReply(call, 1, text); };
 }
@@ -55,7 +55,7 @@ Json::Value Parse(const std::string& text) {
   return value;
 }
 
-/// An empty configuration folder, and local time that is UTC.
+/// An empty configuration folder, and UTC as the local time.
 class EsgctlWithoutBus : public testing::Test {
  protected:
   EsgctlWithoutBus() {
@@ -119,7 +119,7 @@ TEST_F(Esgctl, SendsWhatWasAsked) {
   Inbox<std::string> asked;
   RawPeer service(kESGServiceName, [&asked](DBusMessage* call) {
     const Body body = ReadBody(call);
-    // What is asked to find out what to ask, and for the names of services.
+    // esgctl calls these to prepare the actual call, and to find the names of services.
     if (body.text == "GetProgramList" || body.text == "GetPresentProgram" ||
         body.text == "GetServiceFragment") {
       return MakeReply(call, 1, R"({"ret":false})");
@@ -147,7 +147,7 @@ TEST_F(Esgctl, SendsWhatWasAsked) {
   }
 }
 
-/// One service, S, with a programme from 16:00 to 17:30 whose texts mean harm.
+/// One service, S, with a programme from 16:00 to 17:30 whose texts are harmful.
 // NOLINTNEXTLINE(misc-misleading-bidirectional): that is the harm
 constexpr char kHarm[] = "</b><script>alert(1)</script>\"&\u202e";
 RawPeer::Handler HarmfulGuide() {
@@ -221,7 +221,7 @@ TEST_F(Esgctl, FindsAndFollows) {
     EXPECT_THAT(RunProgram(found + range).output, HasSubstr("5 S <i>  2026-05-01 16:00")) << found;
   }
   EXPECT_EQ(RunProgram("search --word scrip" + range).status, 10);
-  // The next showing, or else the last one, is found without a time.
+  // Without a time, the next showing is found, or else the last one.
   EXPECT_THAT(RunProgram("show s1 EP012345670089").output,
               AllOf(HasSubstr("Rating      TV-G L [VCHIP]"), HasSubstr("Audio       fr"),
                     HasSubstr("Episode     0089"), HasSubstr("Title       Anders [de]")));
@@ -236,7 +236,7 @@ TEST_F(Esgctl, FindsAndFollows) {
 }
 
 TEST_F(Esgctl, LongRangesComeInPieces) {
-  // Each answer has one programme of its own and one that all of them have.
+  // Each reply has one programme of its own and one that all replies have.
   RawPeer service(kESGServiceName, [](DBusMessage* call) {
     Json::Value reply;
     reply["ret"] = true;

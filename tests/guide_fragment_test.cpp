@@ -17,7 +17,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::PrintToString;
 
-// All that was read from a fragment, in one line.
+/// Everything that was read from a fragment, on one line.
 std::string Describe(const Fragment& fragment) {
   std::ostringstream line;
   const auto put = [&line](std::string_view id) { line << ' ' << id; };
@@ -41,7 +41,7 @@ std::string Describe(const Fragment& fragment) {
 
 TEST(NoBusGuideFragment, EveryFormIsRead) {
   const std::string none = R"(c/0 0 "eventID":"c","genre":"","privateExt":null,)";
-  // What is sent; what is read from it, if anything; what is reported, if anything.
+  // The XML, what is read from it, and what is reported. Empty: nothing.
   const std::string cases[][3] = {
       {R"(<Service xmlns="urn:a" id="5" globalServiceID="tag:x" version="3"/>)", "5/3 tag:x||", ""},
       {R"(<?xml version="1.0"?><!-- & --><o:Service xmlns:o="u" id="5"><Name>N</Name><PrivateExt>
@@ -49,7 +49,7 @@ TEST(NoBusGuideFragment, EveryFormIsRead) {
           <s:MinorChannelNum>1</s:MinorChannelNum></s:ATSC3ServiceExtension></PrivateExt>
           </o:Service>)",
        "5/0 |N|33.1", ""},
-      // Windows: the end, else the duration, else nothing yet; across the era's end; senseless.
+      // Windows with an end, with a duration, with neither, across the end of the era, and invalid.
       {R"(<Schedule id="s"><ServiceReference idRef="5"/><ServiceReference idRef="6"/>
           <ContentReference idRef="c"><PresentationWindow startTime="100" endTime="160" duration="9"/>
           <PresentationWindow startTime="200" duration="PT1M30S"/>
@@ -59,7 +59,7 @@ TEST(NoBusGuideFragment, EveryFormIsRead) {
           <PresentationWindow startTime="-1"/><PresentationWindow/>
           <PresentationWindow startTime="4294967296"/></ContentReference></Schedule>)",
        "s/0 5 6: c@100+60 c@200+90 c@300+0 c@4294967290+10 c@600+8", "3 windows"},
-      // Texts as attribute and as content; the first that says anything; white space; CDATA.
+      // Texts as attributes and as content, empty texts, white space and CDATA.
       {R"(<Content id="c" version="2"><ServiceReference idRef="5"/><Name text="T" xml:lang="en"/>
           <Name text="U" xml:lang="fr"/><Description text="" xml:lang="en"/><Description text="D"/>
           <Length>PT1H30M</Length><Genre href="http://g/genre-cs/:120"/></Content>)",
@@ -70,7 +70,7 @@ TEST(NoBusGuideFragment, EveryFormIsRead) {
        R"(c/0 0 "eventID":"c","genre":"Quiz, Sitcom, 9999","privateExt":null,"synopsis":"",)"
        R"("title":"T & U & V"})",
        ""},
-      // The private extension, with and without one more element around it.
+      // The private extension, with and without an element around it.
       {R"(<Content id="c"><PrivateExt xmlns:sa="s"><sa:ContentIcon MIMEType="image/png" width="2"
           height="3">http://e/?a=1&amp;b=2</sa:ContentIcon><sa:ATSC3ContentExtension>
           <sa:Preview usage="trailer"><sa:PreviewIcon dataSize="4">i</sa:PreviewIcon>
@@ -81,12 +81,12 @@ TEST(NoBusGuideFragment, EveryFormIsRead) {
        R"({"descriptions":[{"lang":"de","text":"Q"}],"icons":[{"dataSize":4,"height":0,)"
        R"("mimeType":"","uri":"i","width":0}],"usage":"trailer"}]},"synopsis":"","title":""})",
        ""},
-      // Not well-formed, but plain enough.
+      // Not well-formed, but readable.
       {"<Content id='c'><Name text='A & B'/><Description>C&D &copy; &#12</Description></Content>",
        none + R"("synopsis":"C&D &copy; &#12","title":"A & B"})", "ampersand"},
       {"<Content id='c'><Name text='caf\xe9'/></Content>",
        none + "\"synopsis\":\"\",\"title\":\"caf\uFFFD\"}", ""},
-      // Beyond help.
+      // Unusable.
       {"<Service version='1'/>", "", "without an id"},
       {"<Schedule id='s'><ContentReference idRef='c'/></Schedule>", "", "without a service"},
       {"<Content id='c'><Name text='A'/></Contents>", "", "left out: Start-end tags mismatch"},
@@ -132,7 +132,7 @@ TEST(NoBusGuideFragment, UnitsGiveWhatCanBeRead) {
   const std::string unit = Unit({"<Content id='a'/>\n", "<Content id='b'/>\n", "<x/>\n"});
   std::string inside = unit;  // the second starts within the first
   inside[9 + 12 + 11] = 5;
-  // What is stored; the ids read; the report.
+  // The stored bytes, the ids that are read, and the report.
   const std::tuple<std::string, std::string, std::string> cases[] = {
       {Gzip(unit), "ab", "u: fragment 3: not a fragment"},
       {Gzip(unit).substr(0, Gzip(unit).size() - 9), "ab", "cut off or damaged"},
@@ -155,7 +155,7 @@ TEST(NoBusGuideFragment, UnitsGiveWhatCanBeRead) {
   EXPECT_TRUE(full->fragments.empty());
   EXPECT_THAT(full->faults.back(), HasSubstr("2 fragments left out: the guide would take more"));
   EXPECT_EQ(full->hash, 0U) << "it would be taken for unchanged when there is room";
-  // Fragments are read from where they were: elsewhere, they make another guide.
+  // Fragments are read again from their place in the file: at another place, the guide differs.
   const std::string moved = Unit({"<x/>", "<Content id='a'/>\n", "<Content id='b'/>\n"});
   Reports reports;
   EXPECT_FALSE(Guide({ReadFile("u", unit)}, 0, reports.report)
@@ -182,7 +182,7 @@ TEST(NoBusGuideFragment, FilesAreReadOnceAndAgainWhenTheyChange) {
   ASSERT_EQ(mkfifo((folder.path / "pipe.xml").c_str(), 0600), 0);
   const Folder source(folder.path);
   std::map<std::string, std::shared_ptr<const Fragment>> read;
-  // The ids of the fragments that are read, without those that stay the same objects.
+  // The ids of the fragments that were parsed, without those that are still the same objects.
   const auto newIn = [&read](const Files& files) {
     std::string ids;
     for (const auto& file : files) {

@@ -22,7 +22,7 @@ using testing::SizeIs;
 
 constexpr char kPresent[] = R"({"global_service_id":"5"})";
 
-/// Of those that XML takes; also bytes that are not UTF-8.
+/// Every byte that XML accepts, and some that are not UTF-8.
 std::string EveryByte() {
   std::string bytes(254, '\0');
   std::iota(bytes.begin(), bytes.end(), '\1');
@@ -31,7 +31,7 @@ std::string EveryByte() {
   return bytes + "\xc3\"\xff\xe2\x82";
 }
 
-/// Content c is on service 5 for 33 times ten seconds, from 1000 on; now it is 1015.
+/// Service 5 shows content c 33 times, for ten seconds each, from 1000 on. The time is 1015.
 class NoBusGuideListener : public testing::Test {
  protected:
   NoBusGuideListener() {

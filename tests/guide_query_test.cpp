@@ -11,14 +11,14 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-/// Times of the tests count from here. The era of NTP ends at 450.
+/// The tests count time from here. The NTP era ends at 450.
 constexpr std::uint32_t kBase = 0U - 450;
 
 std::string Content(const std::string& id, const std::string& inner = "") {
   return "<Content id='" + id + "'><Length>PT25S</Length>" + inner + "</Content>";
 }
 
-/// `programs`, such as "a 100 50", are contents with their start and duration.
+/// `programs` lists contents with their start and duration, such as "a 100 50".
 std::string Schedule(const std::string& services, const std::string& programs) {
   std::string xml = "<Schedule>";
   std::istringstream words(services);
@@ -35,7 +35,7 @@ std::string Schedule(const std::string& services, const std::string& programs) {
   return xml + "</Schedule>";
 }
 
-/// Each fragment in a file, named.
+/// One file for each pair of a name and a fragment.
 Files MakeFiles(const std::vector<std::pair<std::string, std::string>>& fragments) {
   Files files;
   for (const auto& [name, xml] : fragments) {
@@ -62,7 +62,7 @@ std::string Names(const std::vector<const Program*>& programs) {
   return names;
 }
 
-/// a 100-200, b 200-300, a gap, c 400-600 with d 500-520 within, a again 600-700, e and f both at
+/// a 100-200, b 200-300, a gap, c 400-600, d 500-520 during c, a again 600-700, both e and f at
 /// 700, b again 800-825.
 class NoBusGuideQuery : public testing::Test {
  protected:
@@ -86,7 +86,7 @@ class NoBusGuideQuery : public testing::Test {
 };
 
 TEST_F(NoBusGuideQuery, RangesAreHalfOpen) {
-  // On air at the start (started last) | what overlaps | the nearest Schedule | and Content.
+  // At the start of the range | overlapping it | the nearest Schedule | the nearest Content.
   const std::pair<Span, const char*> cases[] = {
       {{99, 2}, "- | a@100 | schedule 1 | content a"},
       {{100, 500}, "a@100 | a@100 b@200 c@400 d@500 | schedule 1 | content c"},
@@ -154,7 +154,7 @@ TEST(NoBusGuide, ABroadcastCannotBecomeMoreThanTheLimits) {
               testing::IsSupersetOf({HasSubstr("product.xml: a Schedule of 100010 programmes"),
                                      HasSubstr("more than 10000 services"),
                                      HasSubstr("x... is listed instead of xx")}));
-  // A long id may be in as many lines as a Schedule has windows.
+  // A long id may occur in as many lines as a Schedule has windows.
   EXPECT_THAT(reports.lines, testing::Not(testing::Contains(HasSubstr(longId))));
 }
 

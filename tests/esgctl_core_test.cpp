@@ -154,7 +154,7 @@ TEST(EsgctlGridNoBus, Drawing) {
     made.program.SetTitle(title);
     return made;
   };
-  const std::vector<Service> services = {
+  const Service services[] = {
       {"", "", "one", ""}, {"", "", "two", ""}, {"", "", "three", ""}, {"", "", "none", ""}};
   const std::vector<Listing> rows = {
       {&services[0],

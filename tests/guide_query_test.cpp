@@ -29,8 +29,9 @@ std::string Schedule(const std::string& services, const std::string& programs) {
   std::string content;
   std::string duration;
   for (std::uint32_t start = 0; text >> content >> start >> duration;) {
-    xml += "<ContentReference idRef='" + content + "'><PresentationWindow startTime='" +
-           std::to_string(kBase + start) + "' duration='" + duration + "'/></ContentReference>";
+    xml.append("<ContentReference idRef='").append(content).append("'><PresentationWindow");
+    xml.append(" startTime='").append(std::to_string(kBase + start)).append("' duration='");
+    xml.append(duration).append("'/></ContentReference>");
   }
   return xml + "</Schedule>";
 }

@@ -322,9 +322,10 @@ int main(int /*argc*/, char** argv) {
     }
   };
   round.inStep ? start(1, &RunSteps) : start(round.callers, &RunCaller);
-  // The sanitizers do not survive a cancellation within poll(), or lose track of its stack.
+  // The sanitizers do not survive a cancellation within poll(), or lose track of its stack. In a
+  // child, another thread may have held the locks of their allocators.
   start(round.cancels && !kSanitized ? 1 : 0, &RunCancellations);
-  start(round.forks && kForksSafely ? 1 : 0, &RunForks);
+  start(round.forks && !kSanitized ? 1 : 0, &RunForks);
   start(round.silentCalls, [](int thread) {
     Choices choices = ChoicesOf(thread);
     SmallCall(choices, -1);

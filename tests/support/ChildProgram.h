@@ -33,7 +33,6 @@ class ChildProgram {
 
   void Write(const std::string& text);
   void CloseInput() { Close(kInput); }
-  void CloseOutput() { Close(kOutput); }
   void Signal(int signal) const;
 
   /// Waits for its end. Returns the exit status, or the negated signal that ended it.

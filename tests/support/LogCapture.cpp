@@ -17,12 +17,6 @@ Shared<std::vector<Line>>& TheLines() {
   return lines;
 }
 
-int CountIn(const std::vector<Line>& lines, std::string_view part) {
-  return static_cast<int>(std::count_if(lines.begin(), lines.end(), [part](const Line& line) {
-    return line.text.find(part) != std::string::npos;
-  }));
-}
-
 void Add(Line line) {
   std::fputs(line.text.c_str(), stderr);
   TheLines().With([&](auto& lines) { lines.push_back(std::move(line)); });
@@ -35,11 +29,11 @@ std::vector<Line> Lines() {
 }
 
 int Count(std::string_view part) {
-  return TheLines().With([part](auto& lines) { return CountIn(lines, part); });
-}
-
-bool WaitFor(std::string_view part, int count) {
-  return TheLines().WaitUntil([&](auto& lines) { return CountIn(lines, part) >= count; });
+  return TheLines().With([part](auto& lines) {
+    return static_cast<int>(std::count_if(lines.begin(), lines.end(), [part](const Line& line) {
+      return line.text.find(part) != std::string::npos;
+    }));
+  });
 }
 
 void Clear() {

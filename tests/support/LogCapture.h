@@ -19,8 +19,6 @@ struct Line {
 std::vector<Line> Lines();
 /// Returns how many lines contain `part`.
 int Count(std::string_view part);
-/// Waits until that many lines contain `part`. Returns false after 30 seconds.
-bool WaitFor(std::string_view part, int count = 1);
 void Clear();
 
 }  // namespace esg::test::log_capture

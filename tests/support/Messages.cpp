@@ -2,8 +2,6 @@
 
 #include <stdexcept>
 
-#include "RawPeer.h"
-
 namespace esg::test {
 namespace {
 
@@ -91,13 +89,6 @@ std::size_t LargestPayload(DBusMessage* message) {
   dbus_message_marshal(message, &bytes, &size);
   dbus_free(bytes);
   return (32UL << 20) - static_cast<std::size_t>(size);
-}
-
-bool BusTakes(MessagePtr message) {
-  internal::Error error;
-  const internal::ConnectionPtr connection = OpenBus(error);
-  dbus_connection_send(connection.get(), message.get(), nullptr);
-  return dbus_bus_name_has_owner(connection.get(), DBUS_SERVICE_DBUS, nullptr) != FALSE;
 }
 
 }  // namespace esg::test

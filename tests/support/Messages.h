@@ -36,8 +36,6 @@ MessagePtr WithBody(MessagePtr message, const std::string& signature);
 
 /// How many bytes of payload can be added to a message so that the bus accepts it.
 std::size_t LargestPayload(DBusMessage* message);
-/// Whether the bus accepts a message. It disconnects the sender of one that is too large.
-bool BusTakes(MessagePtr message);
 
 }  // namespace esg::test
 

@@ -21,13 +21,11 @@ struct LeaksAllowed {
 
 #if defined(__has_feature)
 inline constexpr bool kThreadSanitized = __has_feature(thread_sanitizer);
-/// Another thread may hold the locks of the sanitizer's allocator when a process forks.
-inline constexpr bool kForksSafely = !__has_feature(address_sanitizer);
+inline constexpr bool kSanitized = kThreadSanitized || __has_feature(address_sanitizer);
 #else
 inline constexpr bool kThreadSanitized = false;
-inline constexpr bool kForksSafely = true;
+inline constexpr bool kSanitized = false;
 #endif
-inline constexpr bool kSanitized = kThreadSanitized || !kForksSafely;
 
 }  // namespace esg::test
 

@@ -103,7 +103,7 @@ TEST_F(EsgctlWithoutBus, WrongUsageAndNoBusAtAll) {
   m_folder.Write("esg-client/services", "1.1 one id-1 The One\n- other id-2\nbroken\n");
   TestBus();  // its address, without a daemon
   for (const char* line : {"", "now s --json --raw", "list s --from 1800-01-01", "now o",
-                           "xml film s", "emit 5 1 2 3 4", "save service s", "search --regex ("}) {
+                           "xml film s", "emit 5 1 2 3 4", "search --title", "search --regex ("}) {
     const Result result = RunProgram(line);
     EXPECT_EQ(result.status, 2) << line;
     EXPECT_NE(result.errors, "") << line;
@@ -111,7 +111,8 @@ TEST_F(EsgctlWithoutBus, WrongUsageAndNoBusAtAll) {
   EXPECT_THAT(RunProgram("now s1").errors, HasSubstr("The system bus cannot be reached"));
   EXPECT_THAT(RunProgram("now o").errors,
               AllOf(HasSubstr("1.1 The One  id-1"), HasSubstr("line 3")));
-  EXPECT_EQ(RunProgram("services --names").output, "one\nother\n");
+  EXPECT_EQ(RunProgram("services --names").output + RunProgram("complete -- now 1").output,
+            "one\nother\none\n1.1\nother\n");
   EXPECT_THAT(RunProgram("nwo").errors, HasSubstr("Did you mean now?"));
 }
 
@@ -217,7 +218,7 @@ TEST_F(Esgctl, FindsAndFollows) {
     return (changed ? Answers(kFilm) : HarmfulGuide())(call);
   });
   const std::string range = " --from 1777651200 --for 1h";
-  for (const char* found : {"search ALÉRT --genre crime", "search --regex ^..b --title"}) {
+  for (const char* found : {"search ALÉRT", "search --regex ^..b", "search --genre crime"}) {
     EXPECT_THAT(RunProgram(found + range).output, HasSubstr("5 S <i>  2026-05-01 16:00")) << found;
   }
   EXPECT_EQ(RunProgram("search --word scrip" + range).status, 10);

@@ -18,7 +18,7 @@ class Bus {
   Bus(const Bus&) = delete;
   Bus& operator=(const Bus&) = delete;
 
-  /// Calls the bus itself and waits for the answer, at most 5 seconds unless told otherwise; null
+  /// Calls the bus itself and waits for the reply, at most 5 seconds unless told otherwise; null
   /// with `error` set where there is none. Does not start services.
   GVariant* Call(const char* method, GVariant* arguments, const char* replyType,
                  GError** error = nullptr, int milliseconds = 5000) const;

@@ -1,5 +1,7 @@
 #include "Commands.h"
 
+#include <glib.h>
+
 #include <algorithm>
 #include <iterator>
 #include <string_view>
@@ -18,7 +20,7 @@ const std::vector<Parameter>& Parameters() {
       {"CONTENT-ID", &Request::contentId, "Which programme; without START, its next showing"},
       {"START", &Request::start,
        "A time at which the programme is on, or starts if a content id is given", nullptr, kTimes},
-      {"WORD", &Request::words, "What to look for; all words must occur"},
+      {"WORD", &Request::words, "What to look for; all words must occur. Optional with --genre"},
       {"KIND", &Request::kind, "Which kind of fragment: schedule, service or content", nullptr,
        "schedule service content", true},
       {"FORMAT", &Request::format, "xmltv for other programs, html for a browser, json for scripts",
@@ -68,7 +70,7 @@ const std::vector<Command> kCommands = {
     {"show", "SERVICE [CONTENT-ID] [START]", "--json --raw", RunShow, "Show one programme in full"},
     {"grid", "[SERVICE]...", "--from --to --for --json", RunGrid,
      "Draw services against time, for 3 hours by default"},
-    {"search", "WORD...", "--title --genre --word --regex --from --to --for --ids --json",
+    {"search", "[WORD]...", "--title --genre --word --regex --from --to --for --ids --json",
      RunSearch, "Search all services, from yesterday to two weeks ahead by default"},
     {"services", "[SERVICE]...", "--names --json", RunServices,
      "List the services that can be named"},
@@ -140,8 +142,13 @@ std::vector<std::string> Completions(const std::vector<std::string>& words,
     parameter = TryFindParameter(NameOf(arguments.front()));
   }
   if (parameter != nullptr && parameter->name == std::string_view("SERVICE")) {
+    // Numbers are only for those who begin to write one.
+    const bool digit = !words.empty() && g_ascii_isdigit(words.back()[0]) != FALSE;
     for (const Service& service : services.All()) {
       candidates.push_back(service.ShortName());
+      if (digit && !service.number.empty()) {
+        candidates.push_back(service.number);
+      }
     }
     return candidates;
   }
@@ -159,7 +166,7 @@ Services& Session::KnownServices() {
   if (!m_services) {
     m_services = Services::Load();
     for (const std::string& complaint : m_services->Complaints()) {
-      esg::tools::Report("esgctl", m_services->Path() + ", " + complaint);
+      Say(m_services->Path() + ", " + complaint);
     }
   }
   return *m_services;

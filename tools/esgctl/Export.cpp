@@ -18,17 +18,19 @@ namespace {
 
 constexpr char kXmltvTime[] = "%Y%m%d%H%M%S %z";
 
-/// Adds an element whose text has only characters that XML allows.
-pugi::xml_node AddText(pugi::xml_node parent, const char* name, const std::string& text) {
+/// Adds an element whose texts have only characters that XML allows. Empty attributes are left out.
+pugi::xml_node Add(pugi::xml_node parent, const char* name, const std::string& text,
+                   std::initializer_list<std::pair<const char*, std::string>> attributes = {}) {
   pugi::xml_node node = parent.append_child(name);
-  node.text().set(Printable(text).c_str());
-  return node;
-}
-
-void AddAttribute(pugi::xml_node node, const char* name, const std::string& value) {
-  if (!value.empty()) {
-    node.append_attribute(name).set_value(Printable(value).c_str());
+  for (const auto& [attribute, value] : attributes) {
+    if (!value.empty()) {
+      node.append_attribute(attribute).set_value(Printable(value).c_str());
+    }
   }
+  if (!text.empty()) {
+    node.text().set(Printable(text).c_str());
+  }
+  return node;
 }
 
 /// A name for each service in the form that XMLTV wants: words of letters, digits and hyphens, with
@@ -57,27 +59,20 @@ std::vector<std::string> ChannelIds(const Listings& listings) {
 /// The text of the record first, then those in other languages.
 void AddTexts(pugi::xml_node node, const char* name, const std::string& first,
               const Json::Value& texts) {
-  std::string language;
-  for (const Json::Value& text : texts) {
-    if (text["text"] == first) {
-      language = text["lang"].asString();
-      break;
-    }
-  }
+  const auto same = std::find_if(texts.begin(), texts.end(),
+                                 [&](const Json::Value& text) { return text["text"] == first; });
   if (!first.empty()) {
-    AddAttribute(AddText(node, name, first), "lang", language);
+    Add(node, name, first, {{"lang", same == texts.end() ? "" : (*same)["lang"].asString()}});
   }
   for (const Json::Value& text : texts) {
     if (text["text"] != first) {
-      AddAttribute(AddText(node, name, text["text"].asString()), "lang", text["lang"].asString());
+      Add(node, name, text["text"].asString(), {{"lang", text["lang"].asString()}});
     }
   }
 }
 
 void AddRating(pugi::xml_node programme, const std::string& system, const std::string& value) {
-  pugi::xml_node rating = programme.append_child("rating");
-  AddAttribute(rating, "system", system);
-  AddText(rating, "value", value);
+  Add(Add(programme, "rating", "", {{"system", system}}), "value", value);
 }
 
 /// Other programs know "TV-14" alone. What a rating says beside that, such as "L", is an advisory.
@@ -98,33 +93,30 @@ void AddRatings(pugi::xml_node programme, const Json::Value& ratings) {
 void AddProgramme(pugi::xml_node tv, const std::string& channel, const Json::Value& program) {
   const Seconds start = program["start"].asInt64();
   const Seconds end = program["end"].asInt64();
-  pugi::xml_node node = tv.append_child("programme");
-  AddAttribute(node, "start", FormatTime(start, kXmltvTime));
-  if (end > start) {
-    AddAttribute(node, "stop", FormatTime(end, kXmltvTime));
-  }
-  AddAttribute(node, "channel", channel);
+  const std::string stop = end > start ? FormatTime(end, kXmltvTime) : "";
+  const pugi::xml_node node =
+      Add(tv, "programme", "",
+          {{"start", FormatTime(start, kXmltvTime)}, {"stop", stop}, {"channel", channel}});
   AddTexts(node, "title", program.get("title", "Untitled").asString(), program["titles"]);
   AddTexts(node, "desc", program["synopsis"].asString(), program["synopses"]);
   std::istringstream genres(program["genre"].asString());
   for (std::string genre; std::getline(genres, genre, ',');) {
-    AddText(node, "category", std::string(Trimmed(genre)));
+    Add(node, "category", std::string(Trimmed(genre)));
   }
   if (!program["audio_languages"].empty()) {
-    AddText(node, "language", program["audio_languages"][0].asString());
+    Add(node, "language", program["audio_languages"][0].asString());
   }
   for (const Json::Value& icon : program["icons"]) {
     if (icon.isMember("uri")) {
-      AddAttribute(node.append_child("icon"), "src", icon["uri"].asString());
+      Add(node, "icon", "", {{"src", icon["uri"].asString()}});
     }
   }
   if (program.isMember("series")) {
-    AddAttribute(AddText(node, "episode-num",
-                         program["series"].asString() + '.' + program["episode"].asString()),
-                 "system", "dd_progid");
+    Add(node, "episode-num", program["series"].asString() + '.' + program["episode"].asString(),
+        {{"system", "dd_progid"}});
   }
   for (const Json::Value& language : program["text_languages"]) {
-    AddText(node.append_child("subtitles"), "language", language.asString());
+    Add(Add(node, "subtitles", ""), "language", language.asString());
   }
   AddRatings(node, program["ratings"]);
 }
@@ -134,22 +126,20 @@ std::string Xmltv(const Listings& listings, const Facts& facts) {
   document.append_child(pugi::node_declaration).append_attribute("version").set_value("1.0");
   document.first_child().append_attribute("encoding").set_value("UTF-8");
   document.append_child(pugi::node_doctype).set_value("tv SYSTEM \"xmltv.dtd\"");
-  pugi::xml_node tv = document.append_child("tv");
-  AddAttribute(tv, "generator-info-name", "esgctl");
+  const pugi::xml_node tv = Add(document.root(), "tv", "", {{"generator-info-name", "esgctl"}});
   const std::vector<std::string> ids = ChannelIds(listings);
   for (std::size_t i = 0; i < listings.size(); ++i) {
     if (listings[i].showings.empty()) {
       continue;  // XMLTV's own checker wants programmes of each channel
     }
     const Service& service = *listings[i].service;
-    pugi::xml_node channel = tv.append_child("channel");
-    AddAttribute(channel, "id", ids[i]);
+    const pugi::xml_node channel = Add(tv, "channel", "", {{"id", ids[i]}});
     AddTexts(channel, "display-name", service.Label(), facts.services[i]["titles"]);
     if (!service.number.empty()) {
-      AddText(channel, "display-name", service.number);
+      Add(channel, "display-name", service.number);
     }
     for (const Json::Value& icon : facts.services[i]["icons"]) {
-      AddAttribute(channel.append_child("icon"), "src", icon.asString());
+      Add(channel, "icon", "", {{"src", icon.asString()}});
     }
   }
   for (std::size_t i = 0; i < listings.size(); ++i) {
@@ -171,45 +161,41 @@ std::string Place(Seconds from, Seconds to, const TimeRange& range) {
 
 void AddCell(pugi::xml_node row, const Showing& showing, const TimeRange& range) {
   const auto& [service, program, start, end] = showing;
-  pugi::xml_node cell = row.append_child("li");
-  AddAttribute(cell, "style", Place(start, end, range));
-  AddAttribute(cell, "data-start", std::to_string(start));
-  AddAttribute(cell, "data-end", std::to_string(end));
-  pugi::xml_node button = cell.append_child("button");
-  AddAttribute(button, "type", "button");
-  AddText(button, "time", FormatTimeOfDay(start));
-  AddText(button, "bdi", program.Title());
-  pugi::xml_node details = cell.append_child("div");
+  const pugi::xml_node cell = Add(row, "li", "",
+                                  {{"style", Place(start, end, range)},
+                                   {"data-start", std::to_string(start)},
+                                   {"data-end", std::to_string(end)}});
+  const pugi::xml_node button = Add(cell, "button", "", {{"type", "button"}});
+  Add(button, "time", FormatTimeOfDay(start));
+  Add(button, "bdi", program.Title());
+  pugi::xml_node details = Add(cell, "div", "");
   details.append_attribute("hidden").set_value("");
-  AddText(details, "p",
-          FormatTime(start, "%A ") + FormatDateTime(start) + " \u2013 " + FormatTimeOfDay(end));
-  AddAttribute(AddText(details, "p", program.Synopsis()), "dir", "auto");
-  AddText(details, "p", program.Genre());
+  Add(details, "p",
+      FormatTime(start, "%A ") + FormatDateTime(start) + " \u2013 " + FormatTimeOfDay(end));
+  Add(details, "p", program.Synopsis(), {{"dir", "auto"}});
+  Add(details, "p", program.Genre());
 }
 
 std::string Page(const Listings& listings, const TimeRange& range) {
   pugi::xml_document document;
-  AddText(
-      document.root(), "h1",
+  Add(document.root(), "h1",
       FormatTime(range.from, "%A, %-d %B %Y, %H:%M") + " \u2013 " + FormatTime(range.to, "%H:%M"));
-  pugi::xml_node guide = document.append_child("div");
-  AddAttribute(guide, "id", "guide");
-  AddAttribute(guide, "style", "--m:" + std::to_string((range.to - range.from) / 60));
-  AddAttribute(guide, "data-from", std::to_string(range.from));
-  AddAttribute(guide, "data-to", std::to_string(range.to));
-  pugi::xml_node times = guide.append_child("ol");
-  AddAttribute(times, "id", "times");
-  AddAttribute(times, "aria-hidden", "true");
+  const pugi::xml_node guide =
+      Add(document.root(), "div", "",
+          {{"id", "guide"},
+           {"style", "--m:" + std::to_string((range.to - range.from) / 60)},
+           {"data-from", std::to_string(range.from)},
+           {"data-to", std::to_string(range.to)}});
+  const pugi::xml_node times = Add(guide, "ol", "", {{"id", "times"}, {"aria-hidden", "true"}});
   for (Seconds time = range.from; time < range.to; time += kHour / 2) {
-    AddAttribute(AddText(times, "li", FormatTimeOfDay(time)), "style",
-                 Place(time, time + kHour / 2, range));
+    Add(times, "li", FormatTimeOfDay(time), {{"style", Place(time, time + kHour / 2, range)}});
   }
   for (const auto& [service, showings] : listings) {
-    pugi::xml_node section = guide.append_child("section");
-    pugi::xml_node heading = section.append_child("h2");
-    AddText(heading, "small", service->number);
-    AddText(heading, "bdi", service->Label());
-    pugi::xml_node row = section.append_child("ol");
+    const pugi::xml_node section = Add(guide, "section", "");
+    const pugi::xml_node heading = Add(section, "h2", "");
+    Add(heading, "small", service->number);
+    Add(heading, "bdi", service->Label());
+    const pugi::xml_node row = Add(section, "ol", "");
     for (const Showing& showing : showings) {
       AddCell(row, showing, range);
     }
@@ -241,7 +227,7 @@ TimeRange Evening(const Session& session) {
 
 int RunExport(Session& session) {
   const std::string& format = session.request.format;
-  View view(session);
+  View view;
   view.range = [&] { return format == "html" ? Evening(session) : session.Range(kWeek); };
   view.show = [&](const Listings& listings, const TimeRange& range) {
     if (format == "html") {

@@ -68,12 +68,12 @@ int RunServices(Session& session) {
       services = session.ChosenServices();
     } catch (const Failure& failure) {
       // The list itself does not need the guide service.
-      esg::tools::Report("esgctl", std::string("some names are unknown: ") + failure.what());
+      Say(std::string("some names are unknown: ") + failure.what());
     }
   }
   Print(Written(services, request));
   if (services.empty()) {
-    esg::tools::Report("esgctl", "there is no list of services.\n" + HowToListServices());
+    Say("there is no list of services.\n" + HowToListServices());
   }
   return kFound;
 }

@@ -11,14 +11,9 @@ namespace esgctl {
 namespace {
 
 using esg::tools::Attribute;
-using esg::tools::CleanText;
+using esg::tools::FirstText;
 using esg::tools::LocalName;
-
-/// <Name text="Title"/> or <Name>Title</Name>.
-std::string Text(const pugi::xml_node& node) {
-  std::string text = Attribute(node, "text");
-  return text.empty() ? CleanText(node.child_value()) : text;
-}
+using esg::tools::Text;
 
 /// The most of one sort that a fragment tells, so that none takes long to be read.
 constexpr Json::ArrayIndex kMostTexts = 100;
@@ -52,24 +47,16 @@ std::string RatingSystem(const std::string& region, const std::string& dimension
   return region != "1" ? description : dimension == "7" ? "MPAA" : "VCHIP";
 }
 
-/// The text of the child with this local name.
-std::string ChildText(const pugi::xml_node& node, std::string_view name) {
-  return Text(node.find_child(
-      [name](const pugi::xml_node& child) { return LocalName(child.name()) == name; }));
-}
-
 /// Adds a rating for each system, its values in the order of the dimensions: "TV-14 D L V".
 void AddRatings(Json::Value& list, const pugi::xml_node& node) {
-  const std::string region = ChildText(node, "RegionIdentifier");
-  const std::string description = ChildText(node, "RatingDescription");
+  const std::string region = FirstText(node, "RegionIdentifier");
+  const std::string description = FirstText(node, "RatingDescription");
   std::map<std::string, std::map<std::string, std::string>> values;  // by system and dimension
-  for (const pugi::xml_node& child : node.children()) {
-    if (LocalName(child.name()) == "RatingDimVal") {
-      const std::string dimension = ChildText(child, "RatingDimension");
-      values[RatingSystem(region, dimension, description)][dimension] =
-          ChildText(child, "RatingValueString");
-    }
-  }
+  esg::tools::ForEach(node, "RatingDimVal", [&](const pugi::xml_node& child) {
+    const std::string dimension = FirstText(child, "RatingDimension");
+    values[RatingSystem(region, dimension, description)][dimension] =
+        FirstText(child, "RatingValueString");
+  });
   for (const auto& [system, byDimension] : values) {
     std::string text;
     for (const auto& [dimension, value] : byDimension) {

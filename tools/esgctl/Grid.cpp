@@ -1,7 +1,6 @@
-#include "Grid.h"
-
 #include <algorithm>
 
+#include "Table.h"
 #include "Text.h"
 
 namespace esgctl {
@@ -12,31 +11,26 @@ constexpr int kWidestName = 24;
 constexpr int kTickWidth = 8;  // "20:00" or "05-01", and room
 
 /// The columns of times on the screen.
-class Scale {
- public:
-  Scale(const TimeRange& range, int columns) : m_range(range), m_columns(columns) {}
+struct Scale {
+  TimeRange range;
+  int columns;
 
-  int Columns() const { return m_columns; }
   int Column(Seconds time) const {
-    const Seconds inside = std::clamp(time, m_range.from, m_range.to);
-    return static_cast<int>((inside - m_range.from) * m_columns / (m_range.to - m_range.from));
+    const Seconds inside = std::clamp(time, range.from, range.to);
+    return static_cast<int>((inside - range.from) * columns / (range.to - range.from));
   }
-
- private:
-  TimeRange m_range;
-  int m_columns;
 };
 
-Seconds TickStep(const TimeRange& range, int columns) {
-  static constexpr Seconds kSteps[] = {300, 900, 1800, 3600, 7200, 10800, 21600, 43200, 86400};
-  const Seconds length = range.to - range.from;
+Seconds TickStep(const Scale& scale) {
+  static constexpr Seconds kSteps[] = {5 * kMinute, 15 * kMinute, 30 * kMinute, kHour, 2 * kHour,
+                                       3 * kHour,   6 * kHour,    12 * kHour,   kDay};
+  const Seconds length = scale.range.to - scale.range.from;
   for (const Seconds step : kSteps) {
-    if (step * columns >= length * kTickWidth) {
+    if (step * scale.columns >= length * kTickWidth) {
       return step;
     }
   }
-  const Seconds days = length * kTickWidth / columns / 86400 + 1;
-  return days * 86400;
+  return (length * kTickWidth / scale.columns / kDay + 1) * kDay;
 }
 
 void Place(std::string& line, int column, const std::string& text) {
@@ -47,15 +41,16 @@ void Place(std::string& line, int column, const std::string& text) {
   line.replace(at, text.size(), text);
 }
 
-std::string TickLine(const TimeRange& range, const Scale& scale) {
-  const Seconds step = TickStep(range, scale.Columns());
+std::string TickLine(const Scale& scale) {
+  const TimeRange& range = scale.range;
+  const Seconds step = TickStep(scale);
   const Seconds offset = LocalOffset(range.from);
   std::string line;
   for (Seconds t = (range.from + offset + step - 1) / step * step - offset; t < range.to;
        t += step) {
     const std::string time = FormatTime(t, "%H:%M");
     const std::string label = time == "00:00" ? FormatTime(t, "%m-%d") : time;
-    if (scale.Column(t) + static_cast<int>(label.size()) <= scale.Columns()) {
+    if (scale.Column(t) + static_cast<int>(label.size()) <= scale.columns) {
       Place(line, scale.Column(t), label);
     }
   }
@@ -67,7 +62,7 @@ std::string NowLine(Seconds now, const Scale& scale) {
   const int column = scale.Column(now);
   const int width = static_cast<int>(time.size()) + 1;
   std::string line;
-  if (column + 1 + width <= scale.Columns()) {
+  if (column + 1 + width <= scale.columns) {
     Place(line, column, "v " + time);
   } else {
     Place(line, column - width, time + " v");
@@ -80,17 +75,19 @@ std::string Fitted(const std::string& text, int width) {
   return GuardDirection(Pad(Cut(Printable(text), width), width));
 }
 
-/// What one stretch of a row shows.
-struct Stretch {
-  int from;
-  int to;
-  const Showing* showing;  // null: nothing is on
-  bool shortBefore;
-};
+/// Time without a programme, after one that is too short to draw if `shortBefore`.
+std::string Gap(int from, int to, bool shortBefore) {
+  if (from == to) {
+    return {};
+  }
+  const char* const edge = shortBefore ? ":" : from == 0 || to - from == 1 ? "." : "|";
+  return edge + std::string(static_cast<std::size_t>(to - from - 1), '.');
+}
 
-std::vector<Stretch> Layout(const std::vector<Showing>& showings, const TimeRange& range,
-                            const Scale& scale) {
-  std::vector<Stretch> stretches;
+std::string Row(const std::vector<Showing>& showings, const Scale& scale, Seconds now,
+                const Style& style) {
+  const TimeRange& range = scale.range;
+  std::string row;
   int at = 0;
   bool shortBefore = false;
   for (std::size_t i = 0; i < showings.size(); ++i) {
@@ -106,34 +103,15 @@ std::vector<Stretch> Layout(const std::vector<Showing>& showings, const TimeRang
       shortBefore = true;
       continue;
     }
-    if (from > at) {
-      stretches.push_back({at, from, nullptr, false});
-    }
-    stretches.push_back({from, to, &showing, shortBefore});
+    const char* const edge = shortBefore ? ":" : showing.start < range.from ? "<" : "|";
+    const bool goesOn = showing.end > range.to && to == scale.columns && to - from > 1;
+    const std::string title = Fitted(showing.program.Title(), to - from - 1 - (goesOn ? 1 : 0));
+    row += Gap(at, from, false) + edge + (showing.IsOn(now) ? Bold(title, style) : title);
+    row += goesOn ? ">" : "";
     shortBefore = false;
     at = to;
   }
-  if (at < scale.Columns()) {
-    stretches.push_back({at, scale.Columns(), nullptr, shortBefore});
-  }
-  return stretches;
-}
-
-std::string Draw(const Stretch& stretch, int columns, const TimeRange& range, Seconds now,
-                 const Style& style) {
-  const int width = stretch.to - stretch.from;
-  if (stretch.showing == nullptr) {
-    const char* const edge = stretch.shortBefore               ? ":"
-                             : stretch.from == 0 || width == 1 ? "."
-                                                               : "|";
-    return edge + std::string(static_cast<std::size_t>(width - 1), '.');
-  }
-  const Showing& showing = *stretch.showing;
-  const char* const edge = stretch.shortBefore ? ":" : showing.start < range.from ? "<" : "|";
-  const bool goesOn = showing.end > range.to && stretch.to == columns && width > 1;
-  const int room = width - 1 - (goesOn ? 1 : 0);
-  const std::string title = Fitted(showing.program.Title(), room);
-  return edge + (showing.IsOn(now) ? Bold(title, style) : title) + (goesOn ? ">" : "");
+  return row + Gap(at, scale.columns, shortBefore);
 }
 
 }  // namespace
@@ -145,19 +123,16 @@ std::string RenderGrid(const std::vector<Listing>& listings, const TimeRange& ra
     names = std::max(names, DisplayWidth(Printable(listing.service->Label())));
   }
   names = std::min({names, kWidestName, std::max(style.width / 4, kTickWidth)});
-  const Scale scale(range, std::max(kNarrowestGrid, style.width - names - 1));
+  const Scale scale = {range, std::max(kNarrowestGrid, style.width - names - 1)};
   const std::string margin(static_cast<std::size_t>(names + 1), ' ');
 
-  std::string text = margin + TickLine(range, scale) + '\n';
+  std::string text = margin + TickLine(scale) + '\n';
   if (now >= range.from && now < range.to) {
     text += margin + Bold(NowLine(now, scale), style) + '\n';
   }
   for (const Listing& listing : listings) {
-    text += Fitted(listing.service->Label(), names) + ' ';
-    for (const Stretch& stretch : Layout(listing.showings, range, scale)) {
-      text += Draw(stretch, scale.Columns(), range, now, style);
-    }
-    text += '\n';
+    text += Fitted(listing.service->Label(), names) + ' ' +
+            Row(listing.showings, scale, now, style) + '\n';
   }
   return text;
 }

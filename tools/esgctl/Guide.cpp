@@ -27,106 +27,34 @@ Failure NoService(const std::string& why) {
                      "\nStart it, for example: esg-guide-service --guide DIR --today"};
 }
 
-/// Whether the service is on the bus; nothing if the bus does not reply.
-std::optional<bool> IsThere(const esg::tools::Bus& bus, GError** error) {
+/// Whether the service is on the bus.
+bool IsThere(const esg::tools::Bus& bus) {
+  g_autoptr(GError) error = nullptr;
   g_autoptr(GVariant) reply =
-      bus.Call("NameHasOwner", g_variant_new("(s)", kESGServiceName), "(b)", error);
+      bus.Call("NameHasOwner", g_variant_new("(s)", kESGServiceName), "(b)", &error);
   if (reply == nullptr) {
-    return std::nullopt;
+    throw NoBus(error->message);
   }
   gboolean there = FALSE;
   g_variant_get(reply, "(b)", &there);
   return there != FALSE;
 }
 
-/// A programme of this service as a reference to send back, or where there is none, a time.
-/// Services may leave their own id out of an answer, and the record's is settable by its JSON form
-/// only.
-FCESGProgramInfo Reference(const Service& service, const Showing* showing, unsigned int time) {
-  Json::Value value;
-  FCESGProgramInfo::ToJson(showing == nullptr ? FCESGProgramInfo() : showing->program, value);
-  value["globalServiceId"] = service.id;
-  FCESGProgramInfo reference;
-  FCESGProgramInfo::FromJson(value, reference);
-  if (showing == nullptr) {
-    reference.SetStartTime(time);
-  }
-  return reference;
-}
-
-/// A line on the terminal that shows how many answers have arrived, after a second.
-class Progress {
- public:
-  Progress(std::size_t total, const std::size_t& left) : m_total(total), m_left(left) {
-    if (isatty(STDERR_FILENO) != 0) {
-      m_timer = g_timeout_add_seconds(1, Show, this);
-    }
-  }
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
-  ~Progress() {
-    if (m_timer != 0) {
-      g_source_remove(m_timer);
-      std::fputs(m_seconds > 0 ? kBackAndClear : "", stderr);
-    }
-  }
-
- private:
-  static constexpr char kBackAndClear[] = "\r\x1b[K";
-
-  static gboolean Show(gpointer progress) {
-    auto& self = *static_cast<Progress*>(progress);
-    std::fprintf(stderr, "%sAsking the guide service, %zu of %zu (%d s)", kBackAndClear,
-                 self.m_total - self.m_left, self.m_total, ++self.m_seconds);
-    return G_SOURCE_CONTINUE;
-  }
-
-  const std::size_t m_total;
-  const std::size_t& m_left;
-  guint m_timer = 0;
-  int m_seconds = 0;
-};
-
-}  // namespace
-
-std::unique_ptr<esg::tools::Bus> ConnectToBus() {
-  try {
-    return std::make_unique<esg::tools::Bus>();
-  } catch (const std::runtime_error& error) {
-    throw NoBus(error.what());
-  }
-}
-
-esg::tools::Bus& Guide::Bus() {
-  if (m_bus != nullptr) {
-    return *m_bus;
-  }
-  m_bus = ConnectToBus();
+void StartService(const esg::tools::Bus& bus) {
   g_autoptr(GError) error = nullptr;
-  const std::optional<bool> there = IsThere(*m_bus, &error);
-  if (!there) {
-    throw NoBus(error->message);
-  }
-  g_autoptr(GVariant) started = nullptr;
-  if (!*there) {
-    started = m_bus->Call("StartServiceByName", g_variant_new("(su)", kESGServiceName, 0U), "(u)",
-                          &error, kStartMilliseconds);
-  }
-  if (!*there && started == nullptr) {
+  g_autoptr(GVariant) reply =
+      bus.Call("StartServiceByName", g_variant_new("(su)", kESGServiceName, 0U), "(u)", &error,
+               kStartMilliseconds);
+  if (reply == nullptr) {
     throw NoService(g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) != FALSE
                         ? std::string("nobody owns ") + kESGServiceName + " on the bus."
                         : std::string("the bus cannot start it: ") + error->message);
   }
-  return *m_bus;
 }
 
-Failure Guide::Diagnosis(const ESGFailure& failure) const {
-  g_autoptr(GError) error = nullptr;
-  const std::optional<bool> there = IsThere(*m_bus, &error);
-  if (!there) {
-    return NoBus(error->message);
-  }
-  if (!*there) {
+/// Why a query failed.
+Failure Diagnosis(const esg::tools::Bus& bus, const ESGFailure& failure) {
+  if (!IsThere(bus)) {
     return NoService("it has just gone.");
   }
   const std::string detail =
@@ -148,16 +76,66 @@ Failure Guide::Diagnosis(const ESGFailure& failure) const {
   }
 }
 
-void Guide::Wait(std::size_t count,
-                 const std::function<ESGAsync::Identifier(std::size_t, const Done&)>& ask,
-                 Need need) {
-  if (count > 0) {
-    Bus();
+/// A programme of this service as a reference to send back, or where there is none, a time.
+/// Services may leave their own id out of a reply, and the record's is settable by its JSON form
+/// only.
+FCESGProgramInfo Reference(const Service& service, const Showing* showing, unsigned int time) {
+  Json::Value value;
+  FCESGProgramInfo::ToJson(showing == nullptr ? FCESGProgramInfo() : showing->program, value);
+  value["globalServiceId"] = service.id;
+  FCESGProgramInfo reference;
+  FCESGProgramInfo::FromJson(value, reference);
+  if (showing == nullptr) {
+    reference.SetStartTime(time);
   }
-  std::size_t left = count;
+  return reference;
+}
+
+constexpr char kBackAndClear[] = "\r\x1b[K";
+
+/// How many replies have arrived, for a line on the terminal.
+struct Progress {
+  std::size_t total;
+  std::size_t left;
+  int seconds = 0;
+
+  static gboolean Show(gpointer progress) {
+    auto& self = *static_cast<Progress*>(progress);
+    std::fprintf(stderr, "%sAsking the guide service, %zu of %zu (%d s)", kBackAndClear,
+                 self.total - self.left, self.total, ++self.seconds);
+    return G_SOURCE_CONTINUE;
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<esg::tools::Bus> ConnectToBus() {
+  try {
+    return std::make_unique<esg::tools::Bus>();
+  } catch (const std::runtime_error& error) {
+    throw NoBus(error.what());
+  }
+}
+
+esg::tools::Bus& Guide::Bus() {
+  if (m_bus == nullptr) {
+    m_bus = ConnectToBus();
+    if (!IsThere(*m_bus)) {
+      StartService(*m_bus);
+    }
+  }
+  return *m_bus;
+}
+
+void Guide::Wait(std::size_t count, const Question<const Done&>& ask, Need need) {
+  if (count == 0) {
+    return;
+  }
+  Bus();
+  Progress progress{count, count};
   ESGFailure failure;
   const Done done = [&](const ESGFailure& result) {
-    --left;
+    --progress.left;
     const bool welcome =
         need == Need::Welcome && (result.reason == ESGFailureReason::ServiceError ||
                                   result.reason == ESGFailureReason::Unreadable);
@@ -165,20 +143,23 @@ void Guide::Wait(std::size_t count,
       failure = result;
     }
   };
-  std::vector<ESGAsync::Identifier> questions;
-  questions.reserve(count);
+  std::vector<ESGAsync::Identifier> queries;
+  queries.reserve(count);
   for (std::size_t i = 0; i < count; ++i) {
-    questions.push_back(ask(i, done));
+    queries.push_back(ask(i, done));
   }
-  const Progress progress(count, left);
-  while (left > 0 && !failure) {
+  const guint timer =
+      isatty(STDERR_FILENO) != 0 ? g_timeout_add_seconds(1, Progress::Show, &progress) : 0;
+  while (progress.left > 0 && !failure) {
     g_main_context_iteration(nullptr, TRUE);
   }
+  if (timer != 0) {
+    g_source_remove(timer);
+    std::fputs(progress.seconds > 0 ? kBackAndClear : "", stderr);
+  }
   if (failure) {
-    for (const ESGAsync::Identifier question : questions) {
-      ESGAsync::Cancel(question);
-    }
-    throw Diagnosis(failure);
+    std::for_each(queries.begin(), queries.end(), ESGAsync::Cancel);
+    throw Diagnosis(*m_bus, failure);
   }
 }
 
@@ -189,13 +170,14 @@ Showing Guide::MakeShowing(const Service& service, FCESGProgramInfo program) con
 }
 
 std::vector<Listing> Guide::Programmes(const std::vector<Service>& services,
-                                       const ProgramQuestion& question, Need need) {
-  auto answers = Ask<FCESGProgramInfo>(services.size(), question, need);
+                                       const Question<ESGAsync::ProgramCallback>& question,
+                                       Need need) {
+  auto programs = Ask<FCESGProgramInfo>(services.size(), question, need);
   std::vector<Listing> listings;
   for (std::size_t i = 0; i < services.size(); ++i) {
     Listing& listing = listings.emplace_back(Listing{&services[i], {}});
-    if (answers[i]) {
-      listing.showings.push_back(MakeShowing(services[i], std::move(*answers[i])));
+    if (programs[i]) {
+      listing.showings.push_back(MakeShowing(services[i], std::move(*programs[i])));
     }
   }
   return listings;
@@ -217,26 +199,30 @@ std::vector<Listing> Guide::Neighbours(const std::vector<Service>& services,
   });
 }
 
-std::vector<Listing> Guide::Lists(const std::vector<Service>& services, const TimeRange& range) {
+std::vector<Listing> Guide::Lists(const std::vector<Service>& services, const TimeRange& range,
+                                  const Wanted& wanted) {
   const std::vector<Piece> pieces = Pieces(m_clock, range);
-  auto answers = Ask<ESGProgramMap>(
+  auto lists = Ask<ESGProgramMap>(
       services.size() * pieces.size(), [&](std::size_t i, ESGAsync::ProgramListCallback done) {
         const Piece& piece = pieces[i % pieces.size()];
         return ESGAsync::GetProgramList(services[i / pieces.size()].id, piece.start, piece.duration,
                                         std::move(done));
       });
+  auto list = lists.begin();
   std::vector<Listing> listings;
   for (const Service& service : services) {
     // A programme that touches two pieces comes twice, under one key.
     ESGProgramMap byKey;
-    for (std::size_t i = 0; i < pieces.size(); ++i) {
-      if (auto& answer = answers[listings.size() * pieces.size() + i]) {
-        byKey.merge(*answer);
+    for (std::size_t i = 0; i < pieces.size(); ++i, ++list) {
+      if (*list) {
+        byKey.merge(**list);
       }
     }
     std::vector<Showing>& showings = listings.emplace_back(Listing{&service, {}}).showings;
-    for (auto& entry : byKey) {
-      showings.push_back(MakeShowing(service, std::move(entry.second)));
+    for (auto& [key, program] : byKey) {
+      if (wanted(program)) {
+        showings.push_back(MakeShowing(service, std::move(program)));
+      }
     }
     std::stable_sort(showings.begin(), showings.end(),
                      [](const Showing& a, const Showing& b) { return a.start < b.start; });
@@ -258,7 +244,8 @@ bool Guide::Complete(std::vector<Service>& services) {
   return !incomplete.empty();
 }
 
-std::vector<Json::Value> Guide::AskFacts(std::size_t count, const FragmentQuestion& question) {
+std::vector<Json::Value> Guide::AskFacts(std::size_t count,
+                                         const Question<ESGAsync::FragmentCallback>& question) {
   std::vector<Json::Value> facts;
   for (const auto& text : Ask<std::string>(count, question, Need::Welcome)) {
     facts.push_back(ParseFacts(text.value_or("")));

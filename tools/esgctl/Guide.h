@@ -35,11 +35,13 @@ class Guide {
   esg::tools::Bus& Bus();
 
   using Done = std::function<void(const ESGFailure&)>;
+  template <typename Callback>
+  using Question = std::function<ESGAsync::Identifier(std::size_t, Callback)>;
   /// Asks `count` questions at once; `ask(i, callback)` asks one. The results are in the same
-  /// order. If answers are merely Welcome, an error or an unreadable answer counts as none.
+  /// order. If replies are merely Welcome, an error or an unreadable reply counts as none.
   enum class Need { All, Welcome };
-  template <typename Result, typename Question>
-  std::vector<std::optional<Result>> Ask(std::size_t count, Question ask, Need need = Need::All) {
+  template <typename Result, typename Asking>
+  std::vector<std::optional<Result>> Ask(std::size_t count, Asking ask, Need need = Need::All) {
     std::vector<std::optional<Result>> results(count);
     Wait(
         count,
@@ -56,19 +58,21 @@ class Guide {
   }
 
   /// Asks for one programme of each service; the question is as for Ask.
-  using ProgramQuestion =
-      std::function<ESGAsync::Identifier(std::size_t, ESGAsync::ProgramCallback)>;
   std::vector<Listing> Programmes(const std::vector<Service>& services,
-                                  const ProgramQuestion& question, Need need = Need::All);
+                                  const Question<ESGAsync::ProgramCallback>& question,
+                                  Need need = Need::All);
   /// What is on now, on each service.
   std::vector<Listing> Present(const std::vector<Service>& services);
   /// The programme before or after the one that is on at `time` (or now) on each service, or before
   /// or after the time itself where nothing is.
   std::vector<Listing> Neighbours(const std::vector<Service>& services, std::optional<Seconds> time,
                                   eRelative_Position position);
-  /// The programmes of each service. Asks for a day at a time, since the service cannot answer more
-  /// than the bus carries.
-  std::vector<Listing> Lists(const std::vector<Service>& services, const TimeRange& range);
+  /// The wanted programmes of each service. Asks for a day at a time, since the service cannot
+  /// reply with more than the bus carries.
+  using Wanted = std::function<bool(const FCESGProgramInfo&)>;
+  std::vector<Listing> Lists(
+      const std::vector<Service>& services, const TimeRange& range,
+      const Wanted& wanted = [](const FCESGProgramInfo&) { return true; });
   /// Adds numbers and names that are missing; whether any were.
   bool Complete(std::vector<Service>& services);
   /// What the fragments of the services and of all programmes say; each is asked for once.
@@ -79,13 +83,10 @@ class Guide {
   Failure Explain(const std::string& what, const Service& service, const TimeRange& range);
 
  private:
-  void Wait(std::size_t count,
-            const std::function<ESGAsync::Identifier(std::size_t, const Done&)>& ask, Need need);
-  Failure Diagnosis(const ESGFailure& failure) const;
+  void Wait(std::size_t count, const Question<const Done&>& ask, Need need);
   Showing MakeShowing(const Service& service, FCESGProgramInfo program) const;
-  using FragmentQuestion =
-      std::function<ESGAsync::Identifier(std::size_t, ESGAsync::FragmentCallback)>;
-  std::vector<Json::Value> AskFacts(std::size_t count, const FragmentQuestion& question);
+  std::vector<Json::Value> AskFacts(std::size_t count,
+                                    const Question<ESGAsync::FragmentCallback>& question);
   std::vector<Json::Value> ServiceFacts(const std::vector<const Service*>& services);
 
   const Clock& m_clock;

@@ -11,37 +11,38 @@
 namespace esgctl {
 namespace {
 
-/// The record's members under the names for scripts, without what is empty or 0.
+bool IsNothing(const Json::Value& value) {
+  if (value.isObject() || value.isArray()) {
+    return value.empty();
+  }
+  return value.isString() ? value.asString().empty() : value.asInt64() == 0;
+}
+
+/// Sets a member unless the value is empty or 0.
+void Put(Json::Value& target, const std::string& name, const Json::Value& value) {
+  if (!IsNothing(value)) {
+    target[name] = value;
+  }
+}
+
+/// The record's members under the names for scripts.
 Json::Value Renamed(const Json::Value& record) {
   static const std::map<std::string, std::string> kNames = {
       {"eventID", "content_id"}, {"globalServiceId", "service"}, {"contentIcons", "icons"},
       {"mimeType", "mime_type"}, {"dataSize", "data_size"},      {"Start", "start"}};
-  Json::Value result(record.isArray() ? Json::arrayValue : Json::objectValue);
+  if (!record.isObject() && !record.isArray()) {
+    return record;
+  }
+  Json::Value result(record.type());
   for (auto member = record.begin(); member != record.end(); ++member) {
-    const bool nested = member->isObject() || member->isArray();
-    const Json::Value value = nested ? Renamed(*member) : *member;
     if (record.isArray()) {
-      result.append(value);
-    } else if (nested             ? !value.empty()
-               : value.isString() ? !value.asString().empty()
-                                  : value.asInt64() != 0) {
+      result.append(Renamed(*member));
+    } else {
       const auto name = kNames.find(member.name());
-      result[name == kNames.end() ? member.name() : name->second] = value;
+      Put(result, name == kNames.end() ? member.name() : name->second, Renamed(*member));
     }
   }
   return result;
-}
-
-void Put(Json::Value& target, const char* name, const std::string& text) {
-  if (!text.empty()) {
-    target[name] = text;
-  }
-}
-
-void Put(Json::Value& target, const char* name, const Json::Value& list) {
-  if (!list.empty()) {
-    target[name] = list;
-  }
 }
 
 }  // namespace

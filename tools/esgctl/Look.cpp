@@ -7,7 +7,6 @@
 
 #include "Json.h"
 #include "Table.h"
-#include "Watch.h"
 
 namespace esgctl {
 namespace {
@@ -33,51 +32,28 @@ Seconds NextChange(const Listings& listings, Seconds now) {
 }
 
 std::string AsTable(const Showings& showings, const Session& session) {
-  struct Column {
-    const char* name;
-    std::function<std::string(const Showing&)> cell;
-  };
   const Request& request = session.request;
-  std::vector<Column> columns;
-  if (request.services.size() != 1) {
-    columns.push_back({"CHANNEL", [](const Showing& it) { return ChannelCell(*it.service); }});
-  }
-  columns.push_back({"START", [](const Showing& it) { return FormatDateTime(it.start); }});
-  columns.push_back({"END", [](const Showing& it) { return FormatTimeOfDay(it.end); }});
-  columns.push_back(
-      {"LENGTH", [](const Showing& it) { return FormatDuration(it.end - it.start); }});
-  if (request.ids) {
-    columns.push_back({"CONTENT-ID", [](const Showing& it) { return it.program.GetEventID(); }});
-  }
-  columns.push_back({"TITLE", [](const Showing& it) { return it.program.Title(); }});
-
-  std::vector<std::string> header;
-  header.reserve(columns.size());
-  for (const Column& column : columns) {
-    header.emplace_back(column.name);
-  }
+  const auto chosen = [&](std::vector<std::string> cells) {
+    if (!request.ids) {
+      cells.erase(cells.end() - 2);
+    }
+    if (request.services.size() == 1) {
+      cells.erase(cells.begin());
+    }
+    return cells;
+  };
   std::vector<TableRow> rows;
   for (const Showing* const showing : showings) {
-    TableRow& row = rows.emplace_back();
-    row.marked = showing->IsOn(session.clock.Now());
-    for (const Column& column : columns) {
-      row.cells.push_back(column.cell(*showing));
-    }
+    const auto& [service, program, start, end] = *showing;
+    rows.push_back({chosen({ChannelCell(*service), FormatDateTime(start), FormatTimeOfDay(end),
+                            FormatDuration(end - start), program.GetEventID(), program.Title()}),
+                    showing->IsOn(session.clock.Now())});
   }
-  return RenderTable(header, std::move(rows), TableStyle(request));
+  return RenderTable(chosen({"CHANNEL", "START", "END", "LENGTH", "CONTENT-ID", "TITLE"}),
+                     std::move(rows), TableStyle(request));
 }
 
 }  // namespace
-
-View::View(Session& session) {
-  range = [&session] { return session.Range(kDay); };
-  ask = [&session](const std::vector<Service>& services, const TimeRange& when) {
-    return session.guide.Lists(services, when);
-  };
-  show = [&session](const Listings& listings, const TimeRange&) {
-    return Written(AllOf(listings), session);
-  };
-}
 
 Showings AllOf(const Listings& listings) {
   Showings showings;
@@ -107,17 +83,19 @@ std::string Written(const Showings& showings, const Session& session, bool singl
 
 int Look(Session& session, const View& view) {
   const Request& request = session.request;
-  TimeRange range = view.range();  // wrong usage comes first
+  const auto rangeNow = [&] { return view.range ? view.range() : session.Range(kDay); };
+  TimeRange range = rangeNow();  // wrong usage comes first
   const std::vector<Service> services = session.ChosenServices();
   Listings listings;
   const auto look = [&] {
     session.clock.SetNow(PresentTime());
-    range = view.range();
-    listings = view.ask(services, range);
+    range = rangeNow();
+    listings = view.ask ? view.ask(services, range) : session.guide.Lists(services, range);
     Outcome outcome;
     outcome.changes = NextChange(listings, session.clock.Now());
     if (!IsEmpty(listings) || request.json || request.raw) {
-      outcome.text = view.show(listings, range);
+      outcome.text =
+          view.show ? view.show(listings, range) : Written(AllOf(listings), session, view.single);
     }
     outcome.nothing =
         view.nothing + (range.to - range.from > 1 ? ' ' + FormatRange(range) : std::string()) +

@@ -15,10 +15,10 @@ using Listings = std::vector<Listing>;
 /// A command that looks at the programmes of the chosen services in a time range. By default it
 /// lists those of a day.
 struct View {
-  explicit View(Session& session);
-
   /// Says that there are none.
   std::string nothing = "Nothing is on";
+  /// Whether a service has at most one.
+  bool single = false;
   /// The time range, seen from the present. A usage failure where the user wrote a wrong one.
   std::function<TimeRange()> range;
   std::function<Listings(const std::vector<Service>&, const TimeRange&)> ask;
@@ -29,6 +29,17 @@ struct View {
 /// Asks and prints: once, or with --follow again whenever the output changes. Returns the exit
 /// status.
 int Look(Session& session, const View& view);
+
+/// What a command found at some moment.
+struct Outcome {
+  std::string text;     ///< to print
+  std::string nothing;  ///< to say if there is no text
+  Seconds changes = 0;  ///< when to look again, because a programme ends; 0: not known
+};
+
+/// Prints what `look` finds, and again whenever it has changed, until watching ends. Returns the
+/// exit status.
+int Follow(Guide& guide, const std::function<Outcome()>& look);
 
 using Showings = std::vector<const Showing*>;
 Showings AllOf(const Listings& listings);

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "Status.h"
+#include "common/Text.h"
 
 namespace esgctl {
 namespace {
@@ -72,6 +73,8 @@ int KeepOutput() {
   output = kept;
   return output;
 }
+
+void Say(const std::string& message) { esg::tools::Report("esgctl", message); }
 
 void Print(const std::string& text) {
   std::string_view rest = text;

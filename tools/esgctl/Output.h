@@ -26,6 +26,9 @@ bool OutputIsTerminal();
 /// written.
 void Print(const std::string& text);
 
+/// Writes a message to standard error after the name of the program.
+void Say(const std::string& message);
+
 /// Reserves standard output for Print and discards what others write there. Returns the descriptor
 /// that Print writes to.
 int KeepOutput();

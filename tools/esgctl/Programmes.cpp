@@ -7,9 +7,9 @@
 #include <memory>
 #include <utility>
 
-#include "Grid.h"
 #include "Json.h"
 #include "Look.h"
+#include "Table.h"
 #include "Text.h"
 
 namespace esgctl {
@@ -17,19 +17,12 @@ namespace {
 
 constexpr Seconds kHalfHour = kHour / 2;
 
-/// A view of one programme on each service.
-View ViewOfOne(Session& session, const char* nothing) {
-  View view(session);
-  view.nothing = nothing;
-  view.show = [&session](const Listings& listings, const TimeRange&) {
-    return Written(AllOf(listings), session, true);
-  };
-  return view;
-}
-
-int LookBeside(Session& session, eRelative_Position position, const char* nothing) {
+/// Shows one programme of each service: the present one, or the one before or after.
+int LookAtOne(Session& session, eRelative_Position position, const char* nothing) {
   const std::string& of = session.request.of;
-  View view = ViewOfOne(session, nothing);
+  View view;
+  view.nothing = nothing;
+  view.single = true;
   view.range = [&] {
     const Seconds now = session.clock.Now();
     const Seconds time = of.empty() ? now : ParseMoment(of, now).time;
@@ -37,67 +30,58 @@ int LookBeside(Session& session, eRelative_Position position, const char* nothin
     return TimeRange{time, time + 1};
   };
   view.ask = [&](const std::vector<Service>& services, const TimeRange& range) {
-    return session.guide.Neighbours(
-        services, of.empty() ? std::nullopt : std::make_optional(range.from), position);
+    const auto time = of.empty() ? std::nullopt : std::make_optional(range.from);
+    return position == eRelative_Position_Current
+               ? session.guide.Present(services)
+               : session.guide.Neighbours(services, time, position);
   };
   return Look(session, view);
 }
 
-/// Whether a text without accents has something in it; case does not count.
-class Pattern {
- public:
-  Pattern(const std::string& written, bool regex, bool word) {
-    const std::string plain = WithoutAccents(written);
-    g_autofree char* escaped = g_regex_escape_string(plain.c_str(), -1);
-    std::string text = regex ? plain : escaped;
-    if (word) {
-      text = "(?<!\\w)(?:" + text + ")(?!\\w)";
-    }
-    g_autoptr(GError) error = nullptr;
-    m_regex.reset(g_regex_new(text.c_str(),
-                              static_cast<GRegexCompileFlags>(G_REGEX_CASELESS | G_REGEX_OPTIMIZE),
-                              static_cast<GRegexMatchFlags>(0), &error));
-    if (m_regex == nullptr) {
-      throw Failure(kUsage, "\"" + written + "\" is not a regular expression: " + error->message);
-    }
-  }
+/// Finds something in texts without accents; case does not count.
+using Pattern = std::shared_ptr<GRegex>;
 
-  bool IsIn(const std::string& text) const {
-    return g_regex_match(m_regex.get(), text.c_str(), static_cast<GRegexMatchFlags>(0), nullptr) !=
-           FALSE;
+Pattern Compile(const std::string& written, bool regex, bool word) {
+  const std::string plain = WithoutAccents(written);
+  g_autofree char* escaped = g_regex_escape_string(plain.c_str(), -1);
+  std::string text = regex ? plain : escaped;
+  if (word) {
+    text = "(?<!\\w)(?:" + text + ")(?!\\w)";
   }
+  g_autoptr(GError) error = nullptr;
+  GRegex* const compiled = g_regex_new(
+      text.c_str(), static_cast<GRegexCompileFlags>(G_REGEX_CASELESS | G_REGEX_OPTIMIZE),
+      static_cast<GRegexMatchFlags>(0), &error);
+  if (compiled == nullptr) {
+    throw Failure(kUsage, "\"" + written + "\" is not a regular expression: " + error->message);
+  }
+  return {compiled, g_regex_unref};
+}
 
- private:
-  struct Release {
-    void operator()(GRegex* regex) const { g_regex_unref(regex); }
-  };
-  std::unique_ptr<GRegex, Release> m_regex;
-};
+bool IsIn(const std::string& text, const Pattern& pattern) {
+  return g_regex_match(pattern.get(), text.c_str(), static_cast<GRegexMatchFlags>(0), nullptr) !=
+         FALSE;
+}
 
 }  // namespace
 
 int RunNow(Session& session) {
-  View view = ViewOfOne(session, "Nothing is on now");
-  view.range = [&] { return TimeRange{session.clock.Now(), session.clock.Now() + 1}; };
-  view.ask = [&](const std::vector<Service>& services, const TimeRange&) {
-    return session.guide.Present(services);
-  };
-  return Look(session, view);
+  return LookAtOne(session, eRelative_Position_Current, "Nothing is on now");
 }
 
 int RunNext(Session& session) {
-  return LookBeside(session, eRelative_Position_Next, "Nothing comes next");
+  return LookAtOne(session, eRelative_Position_Next, "Nothing comes next");
 }
 
 int RunPrevious(Session& session) {
-  return LookBeside(session, eRelative_Position_Previous, "Nothing was on before");
+  return LookAtOne(session, eRelative_Position_Previous, "Nothing was on before");
 }
 
-int RunList(Session& session) { return Look(session, View(session)); }
+int RunList(Session& session) { return Look(session, {}); }
 
 int RunGrid(Session& session) {
   const Request& request = session.request;
-  View view(session);
+  View view;
   view.range = [&] {
     TimeRange range = session.Range(3 * kHour);
     // The whole half hour, so that what is on now is seen from its start more often than not.
@@ -117,19 +101,22 @@ int RunGrid(Session& session) {
 
 int RunSearch(Session& session) {
   const Request& request = session.request;
+  if (request.words.empty() && request.genre.empty()) {
+    throw Failure(kUsage, "WORD or --genre is required.\nSee esgctl --help.");
+  }
   std::vector<Pattern> words;
   for (const std::string& word : request.words) {
-    words.emplace_back(word, request.regex, request.word);
+    words.push_back(Compile(word, request.regex, request.word));
   }
-  const Pattern genre(request.genre, false, false);
+  const Pattern genre = Compile(request.genre, false, false);
   const auto fits = [&](const FCESGProgramInfo& program) {
     const std::string text = WithoutAccents(
         request.title ? program.Title() : program.Title() + '\n' + program.Synopsis());
-    return genre.IsIn(WithoutAccents(program.Genre())) &&
+    return IsIn(WithoutAccents(program.Genre()), genre) &&
            std::all_of(words.begin(), words.end(),
-                       [&](const Pattern& word) { return word.IsIn(text); });
+                       [&](const Pattern& word) { return IsIn(text, word); });
   };
-  View view(session);
+  View view;
   view.nothing = "There is no match";
   view.range = [&] {
     const bool usual = request.from.empty() && request.to.empty() && request.length.empty();
@@ -137,13 +124,7 @@ int RunSearch(Session& session) {
     return usual ? TimeRange{now - kDay, now + 2 * kWeek} : session.Range(15 * kDay);
   };
   view.ask = [&](const std::vector<Service>& services, const TimeRange& range) {
-    Listings listings = session.guide.Lists(services, range);
-    for (auto& [service, all] : listings) {
-      all.erase(std::remove_if(all.begin(), all.end(),
-                               [&](const Showing& showing) { return !fits(showing.program); }),
-                all.end());
-    }
-    return listings;
+    return session.guide.Lists(services, range, fits);
   };
   view.show = [&](const Listings& listings, const TimeRange&) {
     Showings hits = AllOf(listings);

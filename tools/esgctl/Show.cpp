@@ -76,15 +76,13 @@ std::string InFull(const Json::Value& program, const Showing& showing, const Sty
 Listing NextShowing(Session& session, const std::vector<Service>& services,
                     const std::string& contentId) {
   const Seconds now = session.clock.Now();
+  const auto isWanted = [&](const FCESGProgramInfo& program) {
+    return program.GetEventID() == contentId;
+  };
   for (const TimeRange& range :
        {TimeRange{now, now + 2 * kWeek}, TimeRange{now - 2 * kWeek, now}}) {
-    Listing found = session.guide.Lists(services, range).front();
+    Listing found = session.guide.Lists(services, range, isWanted).front();
     auto& all = found.showings;
-    all.erase(std::remove_if(all.begin(), all.end(),
-                             [&](const Showing& showing) {
-                               return showing.program.GetEventID() != contentId;
-                             }),
-              all.end());
     if (!all.empty()) {
       all = {range.to == now ? all.back() : all.front()};
       return found;

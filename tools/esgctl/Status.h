@@ -13,7 +13,7 @@ enum Status : int {
   kOther = 1,
   kUsage = 2,
   kAway = 8,        ///< the service or the bus is not there
-  kUnreadable = 9,  ///< the answer cannot be read
+  kUnreadable = 9,  ///< the reply cannot be read
   kNotFound = 10,
 };
 

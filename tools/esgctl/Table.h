@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "Showing.h"
+
 namespace esgctl {
 
 /// How output may look.
@@ -29,6 +31,14 @@ std::string RenderTable(const std::vector<std::string>& header, std::vector<Tabl
 /// "label  value" lines; a long value continues below itself.
 std::string RenderFields(const std::vector<std::pair<std::string, std::string>>& fields,
                          const Style& style);
+
+/// Services against time.
+///
+/// `|` marks where a programme starts, and `:` where it starts after others that are too short to
+/// draw. `<` and `>` mark programmes that extend beyond the range, and dots time without a
+/// programme. Where programmes overlap, the later one covers the earlier. `v` marks the present.
+std::string RenderGrid(const std::vector<Listing>& listings, const TimeRange& range, Seconds now,
+                       const Style& style);
 
 }  // namespace esgctl
 

@@ -1,4 +1,4 @@
-#include "Watch.h"
+// watch, emit, --follow: events
 
 #include <ESGEMSProxy.h>
 #include <IESGService.h>
@@ -13,18 +13,15 @@
 #include <csignal>
 #include <utility>
 
-#include "Commands.h"
 #include "Json.h"
-#include "Text.h"
+#include "Look.h"
 
 namespace esgctl {
 namespace {
 
 /// The event that announces a new guide.
 constexpr int kGuideChanged = 5;
-constexpr Seconds kLongestNap = 60;
-
-void Say(const std::string& line) { esg::tools::Report("esgctl", line); }
+constexpr unsigned int kLongestNap = 60;  // seconds
 
 using Parameters = std::array<int, 3>;
 
@@ -46,97 +43,105 @@ std::string EventLine(int event, const Parameters& parameters, bool json) {
   return line + '\n';
 }
 
-}  // namespace
+/// Waits for events until SIGINT or SIGTERM arrives, the reader of the output goes, or the bus is
+/// lost (status kAway). Continues when the service stops and starts again.
+class Watcher {
+ public:
+  /// Called for each event. Must not throw.
+  using Handler = std::function<void(Watcher& self, int event, const ESGEventData& data)>;
 
-Watcher::Watcher(esg::tools::Bus& bus, const std::vector<int>& events, Handler handler)
-    : m_handler(std::move(handler)) {
-  // The library reports short payloads on standard output, between the lines that scripts read.
-  const int output = KeepOutput();
-  const GSourceFunc end = [](gpointer watcher) -> gboolean {
-    static_cast<Watcher*>(watcher)->End(kFound);
-    return G_SOURCE_CONTINUE;
-  };
-  const GUnixFDSourceFunc outputGone = [](gint, GIOCondition, gpointer watcher) -> gboolean {
-    static_cast<Watcher*>(watcher)->End(kFound);
-    return G_SOURCE_CONTINUE;
-  };
-  m_sources = {
-      g_unix_signal_add(SIGINT, end, this), g_unix_signal_add(SIGTERM, end, this),
-      g_unix_fd_add(output, static_cast<GIOCondition>(G_IO_ERR | G_IO_HUP), outputGone, this)};
-  bus.OnLost([this] {
-    Say("the system bus closed the connection; run esgctl again when the bus is back");
-    End(kAway);
-  });
-  m_nameWatch = g_bus_watch_name_on_connection(
-      bus.Connection(), kESGServiceName, G_BUS_NAME_WATCHER_FLAGS_NONE,
-      [](GDBusConnection*, const char*, const char*, gpointer watcher) {
-        static_cast<Watcher*>(watcher)->SetService(true);
-      },
-      [](GDBusConnection*, const char*, gpointer watcher) {
-        static_cast<Watcher*>(watcher)->SetService(false);
-      },
-      this, nullptr);
-  IESGEMS* const proxy = ESGEMSProxy::GetInstance(EIIPCConnection::GetInstance(),
-                                                  [this](int event, const ESGEventData& data) {
-                                                    if (!m_ended) {
-                                                      m_handler(*this, event, data);
-                                                    }
-                                                    return 0;
-                                                  });
-  for (const int event : events) {
-    if (proxy->SubscribeSignal(event) != 0) {
-      throw Failure(
-          kAway, "The system bus refuses the subscription to event " + std::to_string(event) + ".");
+  Watcher(esg::tools::Bus& bus, const std::vector<int>& events, const Handler& handler) {
+    // The library reports short payloads on standard output, between the lines that scripts read.
+    const int output = KeepOutput();
+    const GUnixFDSourceFunc outputGone = [](gint, GIOCondition, gpointer watcher) {
+      return Interrupted(watcher);
+    };
+    m_sources = {
+        g_unix_signal_add(SIGINT, Interrupted, this), g_unix_signal_add(SIGTERM, Interrupted, this),
+        g_unix_fd_add(output, static_cast<GIOCondition>(G_IO_ERR | G_IO_HUP), outputGone, this)};
+    bus.OnLost([this] {
+      Say("the system bus closed the connection; run esgctl again when the bus is back");
+      End(kAway);
+    });
+    m_nameWatch = g_bus_watch_name_on_connection(
+        bus.Connection(), kESGServiceName, G_BUS_NAME_WATCHER_FLAGS_NONE,
+        [](GDBusConnection*, const char*, const char*, gpointer watcher) {
+          static_cast<Watcher*>(watcher)->SetService(true);
+        },
+        [](GDBusConnection*, const char*, gpointer watcher) {
+          static_cast<Watcher*>(watcher)->SetService(false);
+        },
+        this, nullptr);
+    IESGEMS* const proxy = ESGEMSProxy::GetInstance(
+        EIIPCConnection::GetInstance(), [this, handler](int event, const ESGEventData& data) {
+          if (!m_status) {
+            handler(*this, event, data);
+          }
+          return 0;
+        });
+    for (const int event : events) {
+      if (proxy->SubscribeSignal(event) != 0) {
+        throw Failure(kAway, "The system bus refuses the subscription to event " +
+                                 std::to_string(event) + ".");
+      }
     }
   }
-}
-
-Watcher::~Watcher() {
-  m_ended = true;
-  g_bus_unwatch_name(m_nameWatch);
-  std::for_each(m_sources.begin(), m_sources.end(), g_source_remove);
-}
-
-void Watcher::SetService(bool there) {
-  if (there != m_service && !m_ended) {
-    Say(there ? "the guide service is running"
-              : "the guide service is not running; still watching");
-    m_awake = true;
+  Watcher(const Watcher&) = delete;
+  Watcher& operator=(const Watcher&) = delete;
+  ~Watcher() {
+    End(kFound);
+    g_bus_unwatch_name(m_nameWatch);
+    std::for_each(m_sources.begin(), m_sources.end(), g_source_remove);
   }
-  m_service = there;
-}
 
-void Watcher::End(int status) {
-  if (!m_ended) {
-    m_status = status;
-  }
-  m_ended = true;
-}
-
-bool Watcher::Wait(unsigned int seconds) {
-  const guint timer = seconds == 0 ? 0
-                                   : g_timeout_add_seconds(
-                                         seconds,
-                                         [](gpointer watcher) -> gboolean {
-                                           static_cast<Watcher*>(watcher)->Wake();
-                                           return G_SOURCE_CONTINUE;
-                                         },
-                                         this);
-  while (!m_ended && !m_awake) {
-    g_main_context_iteration(nullptr, TRUE);
-  }
-  if (timer != 0) {
+  /// Waits for a call of Wake or End, at most `seconds`. False after End.
+  bool Wait(unsigned int seconds = kLongestNap) {
+    const GSourceFunc wake = [](gpointer watcher) -> gboolean {
+      static_cast<Watcher*>(watcher)->Wake();
+      return G_SOURCE_CONTINUE;
+    };
+    const guint timer = g_timeout_add_seconds(seconds, wake, this);
+    while (!m_status && !m_awake) {
+      g_main_context_iteration(nullptr, TRUE);
+    }
     g_source_remove(timer);
+    m_awake = false;
+    return !m_status;
   }
-  m_awake = false;
-  return !m_ended;
-}
+  void Wake() { m_awake = true; }
+  /// The first status stays.
+  void End(int status) { m_status = m_status.value_or(status); }
+  int Status() const { return m_status.value_or(kFound); }
+
+ private:
+  static gboolean Interrupted(gpointer watcher) {
+    static_cast<Watcher*>(watcher)->End(kFound);
+    return G_SOURCE_CONTINUE;
+  }
+
+  void SetService(bool there) {
+    if (there != m_service && !m_status) {
+      Say(there ? "the guide service is running"
+                : "the guide service is not running; still watching");
+      m_awake = true;
+    }
+    m_service = there;
+  }
+
+  std::vector<unsigned int> m_sources;
+  unsigned int m_nameWatch = 0;
+  std::optional<int> m_status;  ///< once watching has ended
+  bool m_awake = false;
+  bool m_service = true;
+};
+
+}  // namespace
 
 int Follow(Guide& guide, const std::function<Outcome()>& look) {
   Watcher watcher(guide.Bus(), {kGuideChanged},
                   [](Watcher& self, int, const ESGEventData&) { self.Wake(); });
   std::string shown;
-  Seconds nap = kLongestNap;
+  unsigned int nap = kLongestNap;
   do {
     try {
       const Outcome outcome = look();
@@ -145,15 +150,15 @@ int Follow(Guide& guide, const std::function<Outcome()>& look) {
         outcome.text.empty() ? Say(text) : Print(text);
         shown = text;
       }
-      const Seconds now = PresentTime();
-      nap = outcome.changes > now ? std::min(kLongestNap, outcome.changes - now) : kLongestNap;
+      const Seconds left = outcome.changes - PresentTime();
+      nap = left > 0 && left < kLongestNap ? static_cast<unsigned int>(left) : kLongestNap;
     } catch (const Failure& failure) {
       if (failure.Status() != kAway) {
         throw;
       }
       // The watcher reports that the service has stopped, and wakes this loop when it is back.
     }
-  } while (watcher.Wait(static_cast<unsigned int>(nap)));
+  } while (watcher.Wait(nap));
   return watcher.Status();
 }
 
@@ -176,7 +181,7 @@ int RunWatch(Session& session) {
   };
   Watcher watcher(*bus, request.events, show);
   Say("watching");
-  while (watcher.Wait(0)) {
+  while (watcher.Wait()) {
   }
   return watcher.Status();
 }

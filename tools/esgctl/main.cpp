@@ -109,7 +109,7 @@ std::string Hint(const std::vector<std::string>& words) {
 }
 
 int Fail(int status, const std::string& message) {
-  esg::tools::Report("esgctl", message);
+  esgctl::Say(message);
   return status;
 }
 

@@ -1,9 +1,11 @@
 // The program esgctl, on a private bus, with good and bad services.
 
 #include <fcntl.h>
+#include <glib.h>
 #include <gmock/gmock.h>
 #include <json/json.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <fstream>
@@ -148,11 +150,14 @@ TEST_F(Esgctl, SendsWhatWasAsked) {
   }
 }
 
-/// One service, S, with a programme from 16:00 to 17:30 whose texts are harmful.
-// NOLINTNEXTLINE(misc-misleading-bidirectional): that is the harm
-constexpr char kHarm[] = "</b><script>alert(1)</script>\"&\u202e";
-RawPeer::Handler HarmfulGuide() {
-  return [](DBusMessage* call) {
+constexpr char kHarm[] =
+    // NOLINTNEXTLINE(misc-misleading-bidirectional): that is the harm
+    "</bdi></script><script>alert=harm=1</script><img src=x onerror=harm=1>\"'&\u202e]]>-->{GUIDE}";
+
+/// One service, S, with programmes from 16:00 whose texts are harmful: one until 17:30, or several
+/// of half an hour.
+RawPeer::Handler HarmfulGuide(unsigned int count = 1) {
+  return [count](DBusMessage* call) {
     const std::string method = ReadBody(call).text;
     Json::Value reply;
     reply["ret"] = true;
@@ -168,20 +173,20 @@ RawPeer::Handler HarmfulGuide() {
           "</RatingValueString></RatingDimVal><RatingDimVal><RatingDimension>2</RatingDimension>"
           "<RatingValueString>L</RatingValueString></RatingDimVal>"
           "</ContentAdvisoryRatings><AudioLanguage languageSDPTag='fr'/></Content>";
-    } else {
-      Json::Value program;
-      program["key"] = program["Start"] = 3986640000U;
-      program["duration"] = 5400;
+    }
+    for (unsigned int i = 0; i < count; ++i) {
+      Json::Value& program = method == "GetProgramList" ? reply["ESGProgramMap"].append({}) : reply;
+      program["key"] = program["Start"] = 3986640000U + i * 1800;
+      program["duration"] = count == 1 ? 5400 : 1800;
       program["eventID"] = "EP012345670089";
-      program["title"] = program["synopsis"] = kHarm;
+      program["title"] = program["synopsis"] = kHarm + std::to_string(i);
       program["genre"] = "Drama, Crime";
-      method == "GetProgramList" ? void(reply["ESGProgramMap"].append(program))
-                                 : program.swap(reply);
-      reply["ret"] = true;
     }
     return MakeReply(call, 1, Json::FastWriter().write(reply));
   };
 }
+
+std::string WithoutOverride(std::string text) { return text.erase(text.find('\xe2'), 3); }
 
 TEST_F(Esgctl, ExportsHarmlessly) {
   RawPeer service(kESGServiceName, HarmfulGuide());
@@ -199,7 +204,7 @@ TEST_F(Esgctl, ExportsHarmlessly) {
     texts += std::string(node.name()) + '=' + node.text().get() + node.child("value").text().get() +
              node.attribute("lang").value() + node.attribute("system").value() + '\n';
   }
-  const std::string harm = "</b><script>alert(1)</script>\"&";
+  const std::string harm = WithoutOverride(kHarm) + '0';
   EXPECT_EQ(texts, "title=" + harm + "\ntitle=Andersde\ndesc=" + harm +
                        "\ncategory=Drama\ncategory=Crime\nlanguage=fr\n"
                        "episode-num=EP01234567.0089dd_progid\nrating=TV-GVCHIP\n"
@@ -209,6 +214,71 @@ TEST_F(Esgctl, ExportsHarmlessly) {
   const std::string longId(100000, 'x');
   EXPECT_THAT(RunProgram("export xmltv =" + longId + " --from 2026-05-01T16:00Z --for 2h").output,
               HasSubstr("channel id=\"" + longId + ".esg\""));
+}
+
+/// Works the page as a person would, and writes what it found as JSON.
+constexpr char kProbe[] = R"html(<pre id="found"></pre><script>
+guide.getBoundingClientRect();
+const found = {};
+const key = name => {
+  document.activeElement.dispatchEvent(new KeyboardEvent("keydown", { key: name, bubbles: true }));
+  const cell = document.activeElement.closest("li");
+  return [rows.indexOf(cell.parentNode), [...cell.parentNode.children].indexOf(cell)].join();
+};
+cells[0].firstChild.focus();
+found.places = ["ArrowRight", "ArrowDown", "End", "ArrowDown", "Home", "ArrowUp", "ArrowLeft"].map(key);
+found.stops = guide.querySelectorAll('button[tabindex="0"]').length;
+cells[5].firstChild.click();
+found.open = dialog.open;
+found.title = document.getElementById("title").textContent;
+found.cells = cells.length;
+found.rows = rows.length;
+found.scripts = document.scripts.length;
+found.images = document.images.length;
+found.harmed = "harm" in window;
+document.getElementById("found").textContent = encodeURIComponent(JSON.stringify(found));
+</script>)html";
+
+TEST_F(Esgctl, ExportsAPageThatABrowserShows) {
+  g_autofree char* chromium = g_find_program_in_path("chromium");
+  if (chromium == nullptr) {
+    GTEST_SKIP() << "chromium is not installed";
+  }
+  constexpr int kServices = 100;
+  constexpr int kProgrammes = 48;
+  std::string services;
+  for (int i = 0; i < kServices; ++i) {
+    services.append("- - id-").append(std::to_string(i)).append(" <b>&lt;").append(kHarm) += '\n';
+  }
+  m_folder.Write("esg-client/services", services);
+  const RawPeer service(kESGServiceName, HarmfulGuide(kProgrammes));
+  m_folder.Write("probe.html",
+                 RunProgram("export html --from 1777651200 --for 24h").output + kProbe);
+  setenv("HOME", m_folder.path.c_str(), 1);
+  const std::string document =
+      ChildProgram({chromium, "--headless", "--no-sandbox", "--disable-gpu",
+                    "--window-size=1280,800", "--dump-dom", m_folder.path / "probe.html"},
+                   ChildProgram::kPipe, ChildProgram::kPipe)
+          .End()
+          .output;
+  const std::string mark = "<pre id=\"found\">";
+  const std::size_t at = std::min(document.find(mark), document.size() - mark.size()) + mark.size();
+  g_autofree char* text =
+      g_uri_unescape_string(document.substr(at, document.find('<', at) - at).c_str(), nullptr);
+  ASSERT_NE(text, nullptr) << document.substr(0, 1000);
+  Json::Value expected;
+  expected["cells"] = kServices * kProgrammes;
+  expected["rows"] = kServices;
+  for (const char* place : {"0,1", "1,1", "1,47", "2,47", "2,0", "1,0", "1,0"}) {
+    expected["places"].append(place);
+  }
+  expected["stops"] = 1;
+  expected["open"] = true;
+  expected["title"] = WithoutOverride(kHarm) + '5';
+  expected["scripts"] = 2;  // the page's and the probe
+  expected["images"] = 0;
+  expected["harmed"] = false;
+  EXPECT_EQ(Parse(text), expected);
 }
 
 TEST_F(Esgctl, FindsAndFollows) {

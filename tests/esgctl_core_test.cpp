@@ -156,7 +156,7 @@ TEST(EsgctlGridNoBus, Drawing) {
   const Service services[] = {
       {"", "", "one", ""}, {"", "", "two", ""}, {"", "", "three", ""}, {"", "", "none", ""}};
   const std::vector<Listing> rows = {
-      {&services.front(),
+      {&services[0],
        {showing(-30, 30, "Before"), showing(30, 90, "日本語ニュース番組"),
         showing(90, 200, "After")}},
       {&services[1], {showing(20, 40, "A\x1b[2J"), showing(60, 61, "short"), showing(61, 90, "B")}},

@@ -118,6 +118,21 @@ TEST_F(EsgctlWithoutBus, WrongUsageAndNoBusAtAll) {
   EXPECT_THAT(RunProgram("nwo").errors, HasSubstr("Did you mean now?"));
 }
 
+TEST_F(EsgctlWithoutBus, TheManualHasTheCommandsOfTheHelp) {
+  std::ifstream manual(MANUAL);
+  std::string commands;
+  for (std::string line; std::getline(manual, line);) {
+    if (line.rfind("### `", 0) == 0) {
+      const std::string usage = line.substr(5, line.size() - 6);
+      const std::string command = usage.substr(0, usage.find(' '));
+      EXPECT_THAT(RunProgram(command + " --help").output,
+                  HasSubstr("Usage: esgctl " + usage + "\n"));
+      commands += command + "\n";
+    }
+  }
+  EXPECT_EQ(commands, ChildProgram({ESGCTL, "complete", "--", ""}).End().output);
+}
+
 TEST_F(Esgctl, SendsWhatWasAsked) {
   Inbox<std::string> asked;
   RawPeer service(kESGServiceName, [&asked](DBusMessage* call) {

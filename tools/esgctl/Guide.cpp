@@ -16,6 +16,9 @@ namespace esgctl {
 namespace {
 
 constexpr int kStartMilliseconds = 30000;
+/// Of the queries for one result. The library's time limit counts from the query, also for one that
+/// has to wait until the service has replied to those before it.
+constexpr std::size_t kMostAtOnce = 32;
 
 Failure NoBus(const std::string& why) {
   return {kAway, "The system bus cannot be reached: " + why +
@@ -145,12 +148,12 @@ void Guide::Wait(std::size_t count, const Question<const Done&>& ask, Need need)
   };
   std::vector<ESGAsync::Identifier> queries;
   queries.reserve(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    queries.push_back(ask(i, done));
-  }
   const guint timer =
       isatty(STDERR_FILENO) != 0 ? g_timeout_add_seconds(1, Progress::Show, &progress) : 0;
   while (progress.left > 0 && !failure) {
+    while (queries.size() < count && queries.size() - (count - progress.left) < kMostAtOnce) {
+      queries.push_back(ask(queries.size(), done));
+    }
     g_main_context_iteration(nullptr, TRUE);
   }
   if (timer != 0) {

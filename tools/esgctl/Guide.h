@@ -21,7 +21,7 @@ namespace esgctl {
 /// Connects to the system bus. Raises a Failure of status kAway that says what to do if that fails.
 std::unique_ptr<esg::tools::Bus> ConnectToBus();
 
-/// Questions to the guide service, all of a kind under way at once. What the service does not have
+/// Questions to the guide service, many of a kind under way at once. What the service does not have
 /// is an empty result; whatever else fails ends in a Failure that says why. Meanwhile the default
 /// main context runs, and after a second a line on the terminal shows the progress.
 ///
@@ -37,8 +37,8 @@ class Guide {
   using Done = std::function<void(const ESGFailure&)>;
   template <typename Callback>
   using Question = std::function<ESGAsync::Identifier(std::size_t, Callback)>;
-  /// Asks `count` questions at once; `ask(i, callback)` asks one. The results are in the same
-  /// order. If replies are merely Welcome, an error or an unreadable reply counts as none.
+  /// Asks `count` questions; `ask(i, callback)` asks one. The results are in the same order.
+  /// If replies are merely Welcome, an error or an unreadable reply counts as none.
   enum class Need { All, Welcome };
   template <typename Result, typename Asking>
   std::vector<std::optional<Result>> Ask(std::size_t count, Asking ask, Need need = Need::All) {

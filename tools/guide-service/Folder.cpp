@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <ctime>
-#include <numeric>
 #include <system_error>
 #include <thread>
 #include <unordered_map>
@@ -81,6 +81,9 @@ bool IsFragmentName(std::string_view name) {
   });
 }
 
+/// How many files a thread takes at a time.
+constexpr std::size_t kChunk = 64;
+
 /// One reading of a folder, by several threads.
 class Reading {
  public:
@@ -90,14 +93,16 @@ class Reading {
     errno = m_folder == nullptr ? errno : 0;
     while (const dirent* entry = m_folder ? ::readdir(m_folder.get()) : nullptr) {
       if (entry->d_name[0] != '.' && !IsFolder(*entry)) {
-        m_names.push_back(m_texts.Add(entry->d_name));
+        m_places.push_back(m_texts.Add(entry->d_name));
       }
       errno = 0;
     }
     if (errno != 0) {
       throw std::system_error(errno, std::generic_category(), path);
     }
-    m_files.resize(m_names.size());
+    std::sort(m_places.begin(), m_places.end(),
+              [this](auto a, auto b) { return std::strcmp(Name(a), Name(b)) < 0; });
+    m_files.resize(m_places.size());
   }
 
   Files Run(unsigned int threads) {
@@ -109,21 +114,11 @@ class Reading {
         break;  // no more threads are possible
       }
     }
-    // While the others have begun.
-    std::vector<std::size_t> order(m_names.size());
-    std::iota(order.begin(), order.end(), 0U);
-    std::sort(order.begin(), order.end(),
-              [this](std::size_t a, std::size_t b) { return Name(a) < Name(b); });
     Work();
     for (std::thread& other : others) {
       other.join();
     }
-    Files sorted;
-    sorted.reserve(order.size());
-    for (const std::size_t i : order) {
-      sorted.push_back(std::move(m_files[i]));
-    }
-    return sorted;
+    return std::move(m_files);
   }
 
  private:
@@ -135,30 +130,37 @@ class Reading {
             S_ISDIR(status.st_mode));
   }
 
-  std::string_view Name(std::size_t i) const { return m_texts.At(m_names[i]); }
+  const char* Name(std::uint32_t place) const { return m_texts.At(place).data(); }
 
   void Work() {
     pugi::xml_document document;
     std::string bytes;
-    for (std::size_t i = m_next++; i < m_names.size(); i = m_next++) {
-      const char* const name = Name(i).data();
-      const auto found = std::lower_bound(
-          m_known.begin(), m_known.end(), name,
-          [](const auto& file, const char* wanted) { return file->name < wanted; });
-      const bool isKnown = found != m_known.end() && (*found)->name == name;
-      struct stat status {};
-      if (isKnown && ::fstatat(::dirfd(m_folder.get()), name, &status, 0) == 0 &&
-          IsSame((*found)->stamp, StampOf(status))) {
-        m_files[i] = *found;
-        m_weight += (*found)->weight;
-      } else {
-        m_files[i] = Read(name, bytes, document, isKnown ? found->get() : nullptr);
+    const std::size_t count = m_places.size();
+    for (std::size_t begin = 0; (begin = m_next.fetch_add(kChunk)) < count;) {
+      for (std::size_t i = begin; i < std::min(begin + kChunk, count); ++i) {
+        m_files[i] = Find(Name(m_places[i]), bytes, document);
       }
     }
   }
 
+  std::shared_ptr<const File> Find(const char* name, std::string& bytes,
+                                   pugi::xml_document& document) {
+    const auto found =
+        std::lower_bound(m_known.begin(), m_known.end(), name,
+                         [](const auto& file, const char* wanted) { return file->name < wanted; });
+    const bool isKnown = found != m_known.end() && (*found)->name == name;
+    struct stat status {};
+    if (isKnown && ::fstatat(::dirfd(m_folder.get()), name, &status, 0) == 0 &&
+        IsSame((*found)->stamp, StampOf(status))) {
+      m_weight += (*found)->weight;
+      return *found;
+    }
+    return Read(name, bytes, document, isKnown ? *found : nullptr);
+  }
+
   std::shared_ptr<const File> Read(const char* name, std::string& bytes,
-                                   pugi::xml_document& document, const File* known) {
+                                   pugi::xml_document& document,
+                                   const std::shared_ptr<const File>& known) {
     auto file = std::make_shared<File>();
     file->name = name;
     std::string fault;
@@ -167,9 +169,14 @@ class Reading {
       if (fault.empty() && (m_total += bytes.size()) > kMaxGuide) {
         fault = "the guide is larger than " + std::to_string(kMaxGuide >> 20) + " MiB";
       }
+      if (fault.empty() && known != nullptr && known->hash == Hash(bytes)) {
+        known->stamp = file->stamp;  // written again with the same bytes
+        m_weight += known->weight;
+        return known;
+      }
       if (fault.empty()) {
         const std::size_t stored = bytes.size();
-        ReadBytes(*file, bytes, document, known, m_weight);
+        ReadBytes(*file, bytes, document, known.get(), m_weight);
         m_total += bytes.size() - stored;
       }
     } catch (const std::bad_alloc&) {
@@ -189,8 +196,8 @@ class Reading {
   const Files& m_known;
   std::unique_ptr<DIR, Close> m_folder;
   IdList m_texts;
-  std::vector<std::uint32_t> m_names;  ///< in the order of the folder
-  Files m_files;                       ///< in that order too
+  std::vector<std::uint32_t> m_places;  ///< of the names in `m_texts`, sorted
+  Files m_files;
   std::atomic<std::size_t> m_next{0};
   std::atomic<std::size_t> m_total{0};
   std::atomic<std::size_t> m_weight{0};
@@ -253,15 +260,6 @@ void AddFragments(File& file, std::string& bytes, const std::vector<Part>& parts
 void ReadBytes(File& file, std::string& bytes, pugi::xml_document& document, const File* known,
                std::atomic<std::size_t>& weight) {
   file.hash = Hash(bytes);
-  if (known != nullptr && known->hash == file.hash) {
-    file.isUnit = known->isUnit;
-    file.fragments = known->fragments;
-    file.units = known->units;
-    file.faults = known->faults;
-    file.weight = known->weight;
-    weight += file.weight;
-    return;
-  }
   const auto report = [&file](const std::string& line) {
     file.faults.push_back(file.name + ": " + line);
   };

@@ -28,7 +28,8 @@ struct Stamp {
 /// A file of the guide, read.
 struct File {
   std::string name;
-  Stamp stamp;
+  /// Only readings of the folder use it, one after the other.
+  mutable Stamp stamp;
   std::uint64_t hash = 0;
   std::size_t weight = 0;  ///< of the fragments
   bool isUnit = false;

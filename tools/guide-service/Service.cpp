@@ -17,6 +17,10 @@
 #include "common/Failure.h"
 #include "common/Time.h"
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 namespace esg::guide {
 namespace {
 
@@ -35,6 +39,14 @@ constexpr int kGuideChanged = 5;
 std::string Counts(const Guide& guide) {
   return std::to_string(guide.Services().size()) + " services, " +
          std::to_string(guide.ProgramCount()) + " programmes";
+}
+
+void Dispose(std::shared_ptr<const Guide> guide) {
+  guide.reset();
+#ifdef __GLIBC__
+  // Each thread allocates from an area of its own, and the next one could not use what is free now.
+  malloc_trim(0);
+#endif
 }
 
 }  // namespace
@@ -170,9 +182,8 @@ void Service::Take(Reading reading) {
   }
   // Freeing a large guide takes a while.
   try {
-    m_disposal = std::async(
-        std::launch::async,
-        [old = m_listener.SetGuide(std::move(reading.guide))]() mutable { old.reset(); });
+    m_disposal =
+        std::async(std::launch::async, Dispose, m_listener.SetGuide(std::move(reading.guide)));
   } catch (const std::system_error&) {  // no thread is possible: it has been freed here
   }
 }

@@ -1,5 +1,3 @@
-#include <malloc.h>
-
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
@@ -66,11 +64,6 @@ int Run(const Options& options) {
 int Main(int argc, char** argv) {
   esg::tools::ReserveStandardDescriptors();
   std::signal(SIGPIPE, SIG_IGN);
-#ifdef __GLIBC__
-  // Threads that allocate apart from each other cannot use what the others have freed, and a new
-  // guide would take more memory than the one before.
-  mallopt(M_ARENA_MAX, 1);
-#endif
   Options options;
   CLI::App app(
       "Replies to queries on the system bus from a folder of ATSC A/332 fragments and delivery "

@@ -4,9 +4,9 @@
 
 #include <json/reader.h>
 
-#include "Answer.h"
 #include "Fuzz.h"
 #include "GuideFiles.h"
+#include "Reply.h"
 
 namespace {
 
@@ -30,10 +30,10 @@ void CheckGuide(const Guide& guide) {
         guide.Within(id, {service.programs.empty() ? 0 : guide.First().value(), UINT32_MAX});
     withProgrammes.reached |= !programs.empty();
     for (const Program* program : programs) {
-      CheckJson(ProgramAnswer(id, *program));
+      CheckJson(ProgramReply(id, *program));
     }
     if (!programs.empty()) {
-      CheckJson(ListAnswer(id, programs));
+      CheckJson(ListReply(id, programs));
     }
   }
 }

@@ -112,11 +112,11 @@ TEST_F(NoBusGuideQuery, RangesAreHalfOpen) {
 }
 
 TEST_F(NoBusGuideQuery, ServicesGoByTheirGlobalIdWhereTheyHaveOne) {
-  EXPECT_EQ(Name(m_guide.Find("tag:5")->description), "service");
-  EXPECT_EQ(m_guide.Find("5"), nullptr);
+  EXPECT_EQ(Name(m_guide.Find("tag:5").description), "service");
+  EXPECT_EQ(Name(m_guide.Find("5").description), "-");
   EXPECT_EQ(Name(m_guide.At("6", kBase + 105)), "not-sent@100");
   EXPECT_EQ(Name(m_guide.Content("6", {kBase + 105, 1})), "-");
-  EXPECT_EQ(Name(m_guide.Find("6")->firstContent), "unshown");
+  EXPECT_EQ(Name(m_guide.Find("6").firstContent), "unshown");
   EXPECT_THAT(m_reports.lines, ElementsAre(HasSubstr("shows content not-sent"),
                                            HasSubstr("e is listed instead of f")));
 }

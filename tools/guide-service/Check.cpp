@@ -100,13 +100,16 @@ std::string Describe(const Guide::Service& service) {
          LocalTime(last.time.start + last.time.duration);
 }
 
+std::string NamesOf(const Named& service) {
+  return Printable(service.channel) + ' ' + service.alias + ' ' + Printable(service.id) +
+         (service.name.empty() ? "" : " ") + Printable(service.name);
+}
+
 }  // namespace
 
 void PrintGuide(std::ostream& out, const Guide& guide) {
   for (const Named& service : NamedServices(guide)) {
-    out << "service " << Printable(service.channel) << ' ' << service.alias << ' '
-        << Printable(service.id) << (service.name.empty() ? "" : " ") << Printable(service.name)
-        << ": " << Describe(*service.service) << '\n';
+    out << "service " << NamesOf(service) << ": " << Describe(*service.service) << '\n';
   }
   constexpr const char* kKinds[] = {"Service", "Schedule", "Content"};
   for (const Kept& kept : guide.Fragments()) {
@@ -124,9 +127,7 @@ void PrintAliases(std::ostream& out, const Guide& guide) {
     // An id that is several words, or that may not be shown as it is, cannot be listed.
     const bool fits =
         service.id.find(' ') == std::string::npos && Printable(service.id) == service.id;
-    out << (fits ? "" : "# ") << Printable(service.channel) << ' ' << service.alias << ' '
-        << Printable(service.id) << (service.name.empty() ? "" : " ") << Printable(service.name)
-        << '\n';
+    out << (fits ? "" : "# ") << NamesOf(service) << '\n';
   }
 }
 

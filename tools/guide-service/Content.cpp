@@ -1,8 +1,8 @@
 #include <array>
 #include <vector>
 
-#include "Answer.h"
 #include "Fragment.h"
+#include "Reply.h"
 #include "common/Text.h"
 #include "common/Xml.h"
 

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <glib.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -54,31 +55,27 @@ std::string Load(int folder, const char* name, std::string& bytes, Stamp& stamp)
   if (std::time(nullptr) - status.st_ctim.tv_sec <= 2) {
     stamp.changed = 0;
   }
-  bytes.resize(std::min(static_cast<std::size_t>(status.st_size), kMaxFile) + 1);
+  if (stamp.size > kMaxFile) {
+    return "larger than " + std::to_string(kMaxFile >> 20) + " MiB";
+  }
+  // What is added meanwhile is read the next time.
+  bytes.resize(static_cast<std::size_t>(stamp.size));
   std::size_t size = 0;
   ssize_t got = 1;
-  while (got != 0 && (size == 0 || size != stamp.size)) {
+  while (got != 0 && size != bytes.size()) {
     got = ::read(file.Get(), bytes.data() + size, bytes.size() - size);
     if (got < 0 && errno != EINTR) {
       return Reason(errno);
     }
     size += got > 0 ? static_cast<std::size_t>(got) : 0;
-    if (size > kMaxFile) {
-      return "larger than " + std::to_string(kMaxFile >> 20) + " MiB";
-    }
-    if (size == bytes.size()) {
-      bytes.resize(std::min(bytes.size() * 2, kMaxFile + 1));
-    }
   }
   bytes.resize(size);
   return size == 0 ? "empty" : "";
 }
 
-bool IsFragmentName(std::string_view name) {
-  constexpr std::string_view kEnds[] = {".xml", ".XML", ".xml.gz"};
-  return std::any_of(std::begin(kEnds), std::end(kEnds), [name](std::string_view end) {
-    return name.size() >= end.size() && name.substr(name.size() - end.size()) == end;
-  });
+bool IsFragmentName(const char* name) {
+  return g_str_has_suffix(name, ".xml") != FALSE || g_str_has_suffix(name, ".XML") != FALSE ||
+         g_str_has_suffix(name, ".xml.gz") != FALSE;
 }
 
 /// How many files a thread takes at a time.
@@ -124,10 +121,9 @@ class Reading {
  private:
   bool IsFolder(const dirent& entry) const {
     struct stat status {};
-    return entry.d_type == DT_DIR ||
-           (entry.d_type != DT_REG &&
-            ::fstatat(::dirfd(m_folder.get()), entry.d_name, &status, 0) == 0 &&
-            S_ISDIR(status.st_mode));
+    return entry.d_type != DT_REG &&
+           ::fstatat(::dirfd(m_folder.get()), entry.d_name, &status, 0) == 0 &&
+           S_ISDIR(status.st_mode);
   }
 
   const char* Name(std::uint32_t place) const { return m_texts.At(place).data(); }
@@ -273,7 +269,7 @@ void ReadBytes(File& file, std::string& bytes, pugi::xml_document& document, con
   if (ParseDescriptor(bytes, file.units)) {
     return;
   }
-  if (IsFragmentName(file.name)) {
+  if (IsFragmentName(file.name.c_str())) {
     parts = {{0, bytes.size()}};
   } else if (Divide(bytes, parts, report)) {
     file.isUnit = true;
@@ -287,16 +283,17 @@ Files Folder::Read(const Files& known, unsigned int threads) const {
   return Reading(m_path, known).Run(threads);
 }
 
-bool Folder::ReadFragment(const File& file, const Entry& entry, std::string& bytes) const {
+std::string Folder::ReadFragment(const File& file, const Entry& entry) const {
+  std::string bytes;
   Stamp stamp;
   if (!Load(AT_FDCWD, (m_path + "/" + file.name).c_str(), bytes, stamp).empty()) {
-    return false;
+    return {};
   }
   if (IsGzip(bytes)) {
     Unpack(bytes);
   }
   bytes = bytes.size() < entry.offset ? "" : bytes.substr(entry.offset, entry.fragment->size);
-  return Hash(bytes) == entry.fragment->hash;
+  return Hash(bytes) == entry.fragment->hash ? bytes : "";
 }
 
 }  // namespace esg::guide

@@ -59,8 +59,8 @@ class Folder {
   /// there. Raises std::system_error if the folder itself cannot be read.
   Files Read(const Files& known, unsigned int threads) const;
 
-  /// The bytes of a fragment; false where its file has changed since it was read, or is gone.
-  bool ReadFragment(const File& file, const Entry& entry, std::string& bytes) const;
+  /// The bytes of a fragment; none where its file has changed since it was read, or is gone.
+  std::string ReadFragment(const File& file, const Entry& entry) const;
 
  private:
   const std::string m_path;

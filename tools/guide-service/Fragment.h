@@ -55,7 +55,7 @@ struct ScheduleFragment {
   std::vector<Showing> showings;
 };
 
-/// The members of a programme's record that are the same in every answer, as JSON text that is
+/// The members of a programme's record that are the same in every reply, as JSON text that is
 /// ready to be copied.
 struct RecordText {
   std::string_view Head() const { return std::string_view(bytes).substr(0, extension); }

@@ -29,20 +29,18 @@ const Kept* Nearest(const std::vector<Candidate>& candidates, const Kept* Candid
 
 }  // namespace
 
-const Guide::Service* Guide::Find(const std::string& service) const {
+const Guide::Service& Guide::Find(const std::string& service) const {
+  static const Service unknown;
   const auto found = m_services.find(service);
-  return found == m_services.end() ? nullptr : &found->second;
+  return found == m_services.end() ? unknown : found->second;
 }
 
 /// The last programme of a service, in order, that is wanted.
 template <typename Wanted>
 const Program* Guide::Last(const std::string& service, Wanted wanted) const {
-  const Service* entry = Find(service);
-  if (entry == nullptr) {
-    return nullptr;
-  }
-  const auto found = std::find_if(entry->programs.rbegin(), entry->programs.rend(), wanted);
-  return found == entry->programs.rend() ? nullptr : &*found;
+  const std::vector<Program>& programs = Find(service).programs;
+  const auto found = std::find_if(programs.rbegin(), programs.rend(), wanted);
+  return found == programs.rend() ? nullptr : &*found;
 }
 
 const Program* Guide::At(const std::string& service, std::uint32_t moment) const {
@@ -58,16 +56,14 @@ const Program* Guide::Item(const std::string& service, const std::string& conten
 
 std::vector<const Program*> Guide::Within(const std::string& service, const Span& range) const {
   std::vector<const Program*> result;
-  if (const Service* entry = Find(service)) {
-    for (const Program& program : entry->programs) {
-      if (!Overlap(program.time, range)) {
-        continue;
-      }
-      if (!result.empty() && result.back()->time.start == program.time.start) {
-        result.back() = &program;
-      } else {
-        result.push_back(&program);
-      }
+  for (const Program& program : Find(service).programs) {
+    if (!Overlap(program.time, range)) {
+      continue;
+    }
+    if (!result.empty() && result.back()->time.start == program.time.start) {
+      result.back() = &program;
+    } else {
+      result.push_back(&program);
     }
   }
   return result;
@@ -75,47 +71,34 @@ std::vector<const Program*> Guide::Within(const std::string& service, const Span
 
 const Program* Guide::Neighbour(const std::string& service, std::uint32_t start,
                                 const std::string& contentId, eRelative_Position position) const {
-  const Service* entry = Find(service);
-  if (entry == nullptr) {
-    return nullptr;
-  }
-  const std::vector<Program>& programs = entry->programs;
+  const std::vector<Program>& programs = Find(service).programs;
   const auto first = std::lower_bound(programs.begin(), programs.end(), start, StartsBefore);
-  const auto end = std::find_if(
-      first, programs.end(), [&](const Program& program) { return program.time.start != start; });
-  switch (position) {
-    case eRelative_Position_Previous:
-      return first == programs.begin() ? nullptr : &*std::prev(first);
-    case eRelative_Position_Current: {
-      if (first == end) {
-        return nullptr;
-      }
-      const auto meant = std::find_if(first, end, [&](const Program& program) {
-        return program.content->fragment->id == contentId;
-      });
-      return meant != end ? &*meant : &*std::prev(end);
-    }
-    case eRelative_Position_Next: {
-      if (end == programs.end()) {
-        return nullptr;
-      }
-      const auto listed = std::find_if(end, programs.end(), [&](const Program& program) {
-        return program.time.start != end->time.start;
-      });
-      return &*std::prev(listed);
-    }
+  const auto after = [&](auto from, std::uint32_t time) {
+    return std::find_if(from, programs.end(),
+                        [&](const Program& program) { return program.time.start != time; });
+  };
+  const auto end = after(first, start);
+  if (position == eRelative_Position_Previous) {
+    return first == programs.begin() ? nullptr : &*std::prev(first);
   }
-  return nullptr;
+  if (position == eRelative_Position_Next) {
+    return end == programs.end() ? nullptr : &*std::prev(after(end, end->time.start));
+  }
+  const auto meant = std::find_if(first, end, [&](const Program& program) {
+    return program.content->fragment->id == contentId;
+  });
+  if (meant != end) {
+    return &*meant;
+  }
+  return first == end ? nullptr : &*std::prev(end);
 }
 
 const Kept* Guide::Schedule(const std::string& service, const Span& range) const {
-  const Service* entry = Find(service);
-  return entry == nullptr ? nullptr : Nearest(entry->schedules, &Service::Timed::schedule, range);
+  return Nearest(Find(service).schedules, &Service::Timed::schedule, range);
 }
 
 const Kept* Guide::Content(const std::string& service, const Span& range) const {
-  const Service* entry = Find(service);
-  return entry == nullptr ? nullptr : Nearest(entry->programs, &Program::content, range);
+  return Nearest(Find(service).programs, &Program::content, range);
 }
 
 std::optional<std::uint32_t> Guide::First() const {

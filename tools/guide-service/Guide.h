@@ -36,7 +36,7 @@ inline constexpr std::size_t kMaxPrograms = 1000000;
 /// Contents that are scheduled but were not sent.
 inline constexpr std::size_t kMaxMissing = 100000;
 
-/// What the fragments say, put together. Answers point into the guide and live as long as it does.
+/// What the fragments say, put together. Results point into the guide and live as long as it does.
 ///
 /// A service is known by its globalServiceID, or by its id where it has none. A service that
 /// schedules refer to but nothing describes is known by the id they use.
@@ -84,8 +84,8 @@ class Guide {
   const Kept* Schedule(const std::string& service, const Span& range) const;
   const Kept* Content(const std::string& service, const Span& range) const;
 
-  /// Null where nothing is known of the service.
-  const Service* Find(const std::string& service) const;
+  /// An empty one where nothing is known of the service.
+  const Service& Find(const std::string& service) const;
   const std::map<std::string, Service>& Services() const { return m_services; }
   /// The start of the earliest programme.
   std::optional<std::uint32_t> First() const;

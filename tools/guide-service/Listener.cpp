@@ -8,7 +8,7 @@
 #include <exception>
 #include <stdexcept>
 
-#include "Answer.h"
+#include "Reply.h"
 #include "common/Text.h"
 
 namespace esg::guide {
@@ -61,7 +61,7 @@ constexpr Member kPosition{"eRelative_Position", &Json::Value::isInt};
 constexpr Member kRecordService{"globalServiceId", &Json::Value::isString};
 constexpr Member kRecordStart{"Start", &Json::Value::isUInt};
 
-/// The arguments of a request, after Answer has checked their types.
+/// The arguments of a request, after Reply has checked their types.
 struct Arguments {
   std::string Text(const Member& member) const { return request[member.name].asString(); }
   std::uint32_t Number(const Member& member) const { return request[member.name].asUInt(); }
@@ -79,16 +79,16 @@ struct Arguments {
 };
 
 std::string Found(const std::string& service, const Program* program) {
-  return program == nullptr ? "" : ProgramAnswer(service, *program);
+  return program == nullptr ? "" : ProgramReply(service, *program);
 }
 
 }  // namespace
 
-/// Gives the text of the answer, which is empty if nothing is found.
+/// Gives the text of the reply, which is empty if nothing is found.
 struct GuideListener::Method {
   const char* name;
   std::array<Member, 4> members;
-  std::string (*answer)(const GuideListener& self, const Arguments& in);
+  std::string (*reply)(const GuideListener& self, const Arguments& in);
 };
 
 const GuideListener::Method GuideListener::kMethods[] = {
@@ -103,7 +103,7 @@ const GuideListener::Method GuideListener::kMethods[] = {
      [](const GuideListener& self, const Arguments& in) {
        const std::string service = in.Text(kService);
        const std::vector<const Program*> programs = self.m_guide->Within(service, in.Range());
-       return programs.empty() ? "" : ListAnswer(service, programs);
+       return programs.empty() ? "" : ListReply(service, programs);
      }},
     {"GetProgram",
      {kRecordService, kRecordStart, kPosition},
@@ -132,35 +132,30 @@ const GuideListener::Method GuideListener::kMethods[] = {
     {"GetServiceFragment",
      {kBB, kService},
      [](const GuideListener& self, const Arguments& in) {
-       const Guide::Service* service = self.m_guide->Find(in.Text(kService));
-       return self.GetFragment(service == nullptr ? nullptr : service->description);
+       return self.GetFragment(self.m_guide->Find(in.Text(kService)).description);
      }},
     // A save names no time: it takes the fragment of the present moment, or the first if there is
     // none.
     {"SaveScheduleFragment",
      {kPath, kBB, kService},
      [](const GuideListener& self, const Arguments& in) {
-       const std::string id = in.Text(kService);
-       const Guide::Service* service = self.m_guide->Find(id);
-       const Kept* present = self.m_guide->Schedule(id, {self.m_now(), 1});
-       const Kept* first = service == nullptr ? nullptr : service->firstSchedule;
+       const std::string service = in.Text(kService);
+       const Kept* present = self.m_guide->Schedule(service, {self.m_now(), 1});
+       const Kept* first = self.m_guide->Find(service).firstSchedule;
        return self.SaveFragment(in.Text(kPath), present != nullptr ? present : first);
      }},
     {"SaveContentFragment",
      {kPath, kBB, kService},
      [](const GuideListener& self, const Arguments& in) {
-       const std::string id = in.Text(kService);
-       const Guide::Service* service = self.m_guide->Find(id);
-       const Kept* present = self.m_guide->Content(id, {self.m_now(), 1});
-       const Kept* first = service == nullptr ? nullptr : service->firstContent;
+       const std::string service = in.Text(kService);
+       const Kept* present = self.m_guide->Content(service, {self.m_now(), 1});
+       const Kept* first = self.m_guide->Find(service).firstContent;
        return self.SaveFragment(in.Text(kPath), present != nullptr ? present : first);
      }},
     {"SaveServiceFragment",
      {kPath, kBB, kService},
      [](const GuideListener& self, const Arguments& in) {
-       const Guide::Service* service = self.m_guide->Find(in.Text(kService));
-       return self.SaveFragment(in.Text(kPath),
-                                service == nullptr ? nullptr : service->description);
+       return self.SaveFragment(in.Text(kPath), self.m_guide->Find(in.Text(kService)).description);
      }},
 };
 
@@ -171,21 +166,21 @@ GuideListener::GuideListener(const Folder& folder, const SaveFolder& saves,
 bool GuideListener::OnMethodCall(const char* method, ESGMessageBuffer& in, ESGMessageBuffer& out) {
   const char* bytes = in.GetAsCStr(0);
   const std::string text = bytes == nullptr ? "" : std::string(bytes, in.GetFullBufferSize());
-  std::string answer;
+  std::string reply;
   // The only place where the JSON library's exceptions, or memory running out, are caught.
   try {
-    answer = Answer(method, text);
+    reply = Reply(method, text);
   } catch (const std::exception& fault) {
     m_report("request refused: " + Quote(method) + " " + Quote(text) + ": " + Quote(fault.what()));
-    answer.clear();
+    reply.clear();
   }
-  const bool ret = !answer.empty();
-  answer = ret ? std::move(answer) : kNotFound;
-  out.PushConcatenated(answer.size(), answer.data());
+  const bool ret = !reply.empty();
+  reply = ret ? std::move(reply) : kNotFound;
+  out.PushConcatenated(reply.size(), reply.data());
   return ret;
 }
 
-std::string GuideListener::Answer(const std::string& name, const std::string& text) const {
+std::string GuideListener::Reply(const std::string& name, const std::string& text) const {
   for (const Method& method : kMethods) {
     if (name != method.name) {
       continue;
@@ -196,39 +191,40 @@ std::string GuideListener::Answer(const std::string& name, const std::string& te
         throw std::invalid_argument(std::string(member.name) + " is missing or of a wrong type");
       }
     }
-    return method.answer(*this, {request});
+    return method.reply(*this, {request});
   }
   throw std::invalid_argument("no such method");
 }
 
-bool GuideListener::Load(const Kept* fragment, std::string& bytes) const {
+std::string GuideListener::Load(const Kept* fragment) const {
   if (fragment == nullptr) {
-    return false;
+    return {};
   }
-  if (!m_folder.ReadFragment(*fragment->file, *fragment->entry, bytes)) {
+  std::string bytes = m_folder.ReadFragment(*fragment->file, *fragment->entry);
+  if (bytes.empty()) {
     m_report(fragment->file->name +
              ": has changed since the guide was read; its fragments are available again after the "
              "next reading");
-    return false;
   }
-  return true;
+  return bytes;
 }
 
 std::string GuideListener::GetFragment(const Kept* fragment) const {
-  std::string bytes;
-  return Load(fragment, bytes) ? FragmentAnswer(bytes) : "";
+  const std::string bytes = Load(fragment);
+  return bytes.empty() ? "" : FragmentReply(bytes);
 }
 
 std::string GuideListener::SaveFragment(const std::string& path, const Kept* fragment) const {
-  std::string bytes;
-  if (!Load(fragment, bytes)) {
+  const std::string bytes = Load(fragment);
+  if (bytes.empty()) {
     return {};
   }
   const std::string fault = m_saves.Save(path, bytes);
-  if (!fault.empty()) {
-    m_report("not saved to " + Quote(path) + ": " + fault);
+  if (fault.empty()) {
+    return kDone;
   }
-  return fault.empty() ? kDone : "";
+  m_report("not saved to " + Quote(path) + ": " + fault);
+  return {};
 }
 
 }  // namespace esg::guide

@@ -14,9 +14,9 @@
 
 namespace esg::guide {
 
-/// Answers the calls of the guide protocol: a JSON object of arguments comes in, one with "ret" and
-/// the results goes out. A request that is malformed is answered with "ret" false and a line to the
-/// report.
+/// Replies to the calls of the guide protocol: a JSON object of arguments comes in, one with "ret"
+/// and the results goes out. The reply to a malformed request has "ret" false, and the report gets
+/// a line.
 class GuideListener : public IESGCallListener {
  public:
   /// `now` gives the present moment in NTP seconds.
@@ -37,8 +37,8 @@ class GuideListener : public IESGCallListener {
   struct Method;
   static const Method kMethods[];
 
-  std::string Answer(const std::string& name, const std::string& text) const;
-  bool Load(const Kept* fragment, std::string& bytes) const;
+  std::string Reply(const std::string& name, const std::string& text) const;
+  std::string Load(const Kept* fragment) const;
   std::string GetFragment(const Kept* fragment) const;
   std::string SaveFragment(const std::string& path, const Kept* fragment) const;
 

@@ -38,7 +38,7 @@ bool WriteAll(int file, std::string_view bytes) {
     }
     bytes.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
   }
-  // Before the answer says that it is saved. Saves are rare, and queries wait for this one.
+  // Before the reply says that it is saved. Saves are rare, and queries wait for this one.
   return ::fsync(file) == 0;
 }
 

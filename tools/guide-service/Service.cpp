@@ -15,6 +15,7 @@
 
 #include "Check.h"
 #include "common/Failure.h"
+#include "common/Text.h"
 #include "common/Time.h"
 
 #ifdef __GLIBC__
@@ -302,10 +303,7 @@ void Service::OrderRead(GAsyncResult* result) {
   std::vector<int> numbers;
   bool good = true;
   for (std::string word; good && words >> word;) {
-    gint64 number = 0;
-    good =
-        g_ascii_string_to_signed(word.c_str(), 10, INT32_MIN, INT32_MAX, &number, nullptr) != FALSE;
-    numbers.push_back(static_cast<int>(number));
+    good = tools::ParseNumber(word, numbers.emplace_back());
   }
   if (good && numbers.size() == 1) {
     m_emitter->Send(numbers[0]);

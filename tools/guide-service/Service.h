@@ -41,7 +41,7 @@ struct ServiceOptions {
   bool stdinEvents = false;
 };
 
-/// The service on the bus: answers calls, follows changes of the folder, emits events.
+/// The service on the bus: replies to calls, follows changes of the folder, emits events.
 class Service {
  public:
   Service(const ServiceOptions& options, Report report);

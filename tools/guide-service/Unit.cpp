@@ -54,7 +54,6 @@ bool IsGzip(std::string_view bytes) { return bytes.substr(0, 2) == "\x1f\x8b"; }
 
 std::string Unpack(std::string& bytes) {
   constexpr int kGzip = 15 + 16;
-  constexpr std::size_t kTrailer = 4;
   z_stream stream{};
   if (inflateInit2(&stream, kGzip) != Z_OK) {
     throw std::bad_alloc();
@@ -62,26 +61,19 @@ std::string Unpack(std::string& bytes) {
   const std::unique_ptr<z_stream, int (*)(z_stream*)> end(&stream, &inflateEnd);
   stream.next_in = reinterpret_cast<Bytef*>(bytes.data());
   stream.avail_in = static_cast<uInt>(bytes.size());
-  // The size at the end, little-endian, is right unless it lies.
-  std::size_t size = 0;
-  for (std::size_t i = 1; i <= kTrailer && bytes.size() > kTrailer; ++i) {
-    size = size << 8 | static_cast<unsigned char>(bytes[bytes.size() - i]);
-  }
-  std::string unpacked(std::min(size, std::min(kMaxFile, bytes.size() * 32)) + 1, '\0');
+  std::string unpacked;
+  char block[std::size_t{16} << 10];
   int result = Z_OK;
   while (result == Z_OK) {
-    if (stream.total_out == unpacked.size()) {
-      unpacked.resize(std::min(unpacked.size() * 2, kMaxFile + 1));
-    }
-    stream.next_out = reinterpret_cast<Bytef*>(unpacked.data()) + stream.total_out;
-    stream.avail_out = static_cast<uInt>(unpacked.size() - stream.total_out);
+    stream.next_out = reinterpret_cast<Bytef*>(block);
+    stream.avail_out = sizeof(block);
     result = inflate(&stream, Z_NO_FLUSH);
-    if (stream.total_out > kMaxFile) {
+    unpacked.append(block, sizeof(block) - stream.avail_out);
+    if (unpacked.size() > kMaxFile) {
       bytes.clear();
       return "unpacks to more than " + std::to_string(kMaxFile >> 20) + " MiB";
     }
   }
-  unpacked.resize(stream.total_out);
   bytes.swap(unpacked);
   return result == Z_STREAM_END ? ""
                                 : "cut off or damaged: it unpacks to " +

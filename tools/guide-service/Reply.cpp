@@ -1,4 +1,4 @@
-#include "Answer.h"
+#include "Reply.h"
 
 #include <algorithm>
 #include <charconv>
@@ -63,45 +63,45 @@ void Put(std::string& out, std::string_view name, std::string_view text) {
   out += '"';
 }
 
-std::string ProgramAnswer(const std::string& service, const Program& program) {
-  std::string answer;
-  PutStart(answer, program, service);
-  answer += TextOf(program).Extension();
-  answer += "\"ret\":true,";
-  answer += TextOf(program).Synopsis();
-  return answer;
+std::string ProgramReply(const std::string& service, const Program& program) {
+  std::string reply;
+  PutStart(reply, program, service);
+  reply += TextOf(program).Extension();
+  reply += "\"ret\":true,";
+  reply += TextOf(program).Synopsis();
+  return reply;
 }
 
-std::string ListAnswer(const std::string& service, const std::vector<const Program*>& programs) {
+std::string ListReply(const std::string& service, const std::vector<const Program*>& programs) {
   constexpr std::size_t kMembers = 96;  // the names and numbers of an element, at most
   std::size_t size = kMembers;
   for (const Program* program : programs) {
     size += kMembers + service.size() + TextOf(*program).bytes.size();
   }
-  std::string answer;
-  answer.reserve(std::min(size, kMaxAnswer));
-  answer = "{\"ESGProgramMap\":[";
+  std::string reply;
+  reply.reserve(std::min(size, kMaxReply));
+  reply = "{\"ESGProgramMap\":[";
   for (const Program* program : programs) {
-    PutStart(answer, *program, service);
-    Put(answer, "\"key\":", program->time.start);
-    answer += ',';
-    answer += TextOf(*program).Tail();
-    answer += ',';
-    if (answer.size() > kMaxAnswer) {
+    PutStart(reply, *program, service);
+    Put(reply, "\"key\":", program->time.start);
+    reply += ',';
+    reply += TextOf(*program).Tail();
+    reply += ',';
+    if (reply.size() > kMaxReply) {
       throw std::length_error(
           "the reply would be larger than a message may be; ask for less at a time");
     }
   }
-  answer.back() = ']';
-  answer += ",\"ret\":true}";
-  return answer;
+  reply.back() = ']';
+  reply += ",\"ret\":true}";
+  return reply;
 }
 
-std::string FragmentAnswer(std::string_view bytes) {
-  std::string answer;
-  Put(answer, R"({"ret":true,"xmlFragment":)", bytes);
-  answer += '}';
-  return answer;
+std::string FragmentReply(std::string_view bytes) {
+  std::string reply;
+  Put(reply, R"({"ret":true,"xmlFragment":)", bytes);
+  reply += '}';
+  return reply;
 }
 
 }  // namespace esg::guide

@@ -180,7 +180,9 @@ class Reading {
     }
     if (!fault.empty()) {
       file->faults.push_back(file->name + ": left out: " + fault);
-      file->stamp = {};  // the reason may go away without a change of the file
+      // The reason may go away without a change of the file.
+      file->hash = 0;
+      file->stamp = {};
     }
     return file;
   }

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
-#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -18,17 +17,6 @@ namespace esg::guide {
 namespace {
 
 std::string Reason(int error) { return std::generic_category().message(error); }
-
-/// The part of `path` after `folder`, where it is below that.
-std::optional<std::string_view> After(std::string_view path, std::string_view folder) {
-  while (!folder.empty() && folder.back() == '/') {
-    folder.remove_suffix(1);
-  }
-  if (path.substr(0, folder.size()) != folder || path.substr(folder.size(), 1) != "/") {
-    return std::nullopt;
-  }
-  return path.substr(folder.size());
-}
 
 bool WriteAll(int file, std::string_view bytes) {
   while (!bytes.empty()) {
@@ -79,18 +67,14 @@ std::string SaveFolder::Save(const std::string& path, const std::string& bytes) 
   if (path.find('\0') != std::string::npos) {
     return "not a path";
   }
-  std::string_view rest = path;
-  if (!path.empty() && path[0] == '/') {
-    auto below = After(path, std::filesystem::absolute(m_path).string());
-    if (!below) {
-      below = After(path, std::filesystem::canonical(m_path).string());
+  std::filesystem::path way = path;
+  if (way.is_absolute()) {
+    std::filesystem::path below = way.lexically_relative(std::filesystem::absolute(m_path));
+    if (below.empty() || *below.begin() == "..") {
+      below = way.lexically_relative(std::filesystem::canonical(m_path));
     }
-    if (!below) {
-      return "outside the folder to save in";
-    }
-    rest = *below;
+    way = below;
   }
-  const std::filesystem::path way = std::filesystem::path(rest).relative_path();
   if (!way.has_filename()) {
     return "no file name";
   }

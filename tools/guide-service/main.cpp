@@ -48,19 +48,6 @@ int Check(const Options& options) {
                                                     : esg::guide::kExitDone;
 }
 
-int Run(const Options& options) {
-  try {
-    if (options.check || options.aliases) {
-      return Check(options);
-    }
-    esg::guide::Service(options, Report).Run();
-    return esg::guide::kExitDone;
-  } catch (const esg::tools::Failure& fault) {
-    Report(fault.what());
-    return fault.Status();
-  }
-}
-
 int Main(int argc, char** argv) {
   esg::tools::ReserveStandardDescriptors();
   std::signal(SIGPIPE, SIG_IGN);
@@ -118,7 +105,11 @@ int Main(int argc, char** argv) {
   } catch (const CLI::ParseError& fault) {
     return app.exit(fault) == 0 ? esg::guide::kExitDone : esg::guide::kExitUsage;
   }
-  return Run(options);
+  if (options.check || options.aliases) {
+    return Check(options);
+  }
+  esg::guide::Service(options, Report).Run();
+  return esg::guide::kExitDone;
 }
 
 }  // namespace
@@ -126,6 +117,9 @@ int Main(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return Main(argc, argv);
+  } catch (const esg::tools::Failure& fault) {
+    Report(fault.what());
+    return fault.Status();
   } catch (const std::exception& fault) {
     std::fprintf(stderr, "%s: %s\n", kProgram, fault.what());
     return esg::guide::kExitFailed;

@@ -114,7 +114,7 @@ TEST(EsgctlServicesNoBus, NamesOfServices) {
       "- - id-3 Küche & Keller\n"
       "33.9 alone\n33.8 bad\xff id-6\n");
   const Services services(file);
-  EXPECT_THAT(services.Complaints(), ElementsAre(HasSubstr("line 6"), HasSubstr("line 7")));
+  EXPECT_THAT(services.complaints, ElementsAre(HasSubstr("line 6"), HasSubstr("line 7")));
   const char* const cases[][2] = {
       {"33.1", "tag:n=1"}, {"NEWS", "tag:n=1"}, {"news one", "tag:n=1"},
       {"newsr", "id-2"},   {"KUCHE", "id-3"},   {"n=1", "tag:n=1"},

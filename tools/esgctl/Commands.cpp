@@ -3,7 +3,6 @@
 #include <glib.h>
 
 #include <algorithm>
-#include <iterator>
 #include <string_view>
 
 #include "Text.h"
@@ -89,6 +88,12 @@ const Parameter* TryFindParameter(const std::string& name) {
   return found == all.end() ? nullptr : &*found;
 }
 
+const Command* TryFindCommand(const std::string& name) {
+  const auto found = std::find_if(kCommands.begin(), kCommands.end(),
+                                  [&](const Command& command) { return name == command.name; });
+  return found == kCommands.end() ? nullptr : &*found;
+}
+
 std::string NameOf(const std::string& argument) {
   const std::size_t first = argument.find_first_not_of('[');
   return argument.substr(first, argument.find_first_of("].") - first);
@@ -116,12 +121,10 @@ std::vector<std::string> Completions(const std::vector<std::string>& words,
       const Parameter* const option = TryFindParameter(words[i]);
       parameter = option != nullptr && option->type != nullptr ? option : nullptr;
     } else if (command == nullptr) {
-      const auto named = std::find_if(kCommands.begin(), kCommands.end(),
-                                      [&](const Command& known) { return words[i] == known.name; });
-      if (named == kCommands.end()) {
+      command = TryFindCommand(words[i]);
+      if (command == nullptr) {
         return {};
       }
-      command = &*named;
       arguments = Words(command->arguments);
     } else if (!arguments.empty() && arguments.front().back() != '.') {
       arguments.erase(arguments.begin());
@@ -144,7 +147,7 @@ std::vector<std::string> Completions(const std::vector<std::string>& words,
   if (parameter != nullptr && parameter->name == std::string_view("SERVICE")) {
     // Numbers are only for those who begin to write one.
     const bool digit = !words.empty() && g_ascii_isdigit(words.back()[0]) != FALSE;
-    for (const Service& service : services.All()) {
+    for (const Service& service : services.all) {
       candidates.push_back(service.ShortName());
       if (digit && !service.number.empty()) {
         candidates.push_back(service.number);
@@ -165,8 +168,8 @@ Session::Session(const Request& wanted)
 Services& Session::KnownServices() {
   if (!m_services) {
     m_services = Services::Load();
-    for (const std::string& complaint : m_services->Complaints()) {
-      Say(m_services->Path() + ", " + complaint);
+    for (const std::string& complaint : m_services->complaints) {
+      Say(m_services->path + ", " + complaint);
     }
   }
   return *m_services;
@@ -181,16 +184,16 @@ std::vector<Service> Session::NamedServices() {
     }
     return named;
   }
-  if (known.All().empty()) {
+  if (known.all.empty()) {
     throw Failure(kUsage,
                   "No service is named, and there is no list of services.\n" + HowToListServices());
   }
-  return known.All();
+  return known.all;
 }
 
 std::vector<Service> Session::ChosenServices() {
   std::vector<Service> chosen = NamedServices();
-  std::vector<Service>& known = KnownServices().All();
+  std::vector<Service>& known = KnownServices().all;
   const bool unlisted = std::any_of(chosen.begin(), chosen.end(), [&](const Service& service) {
     return std::none_of(known.begin(), known.end(),
                         [&](const Service& listed) { return listed.id == service.id; });
@@ -210,14 +213,13 @@ TimeRange Session::Range(Seconds usualLength) const {
   return range;
 }
 
-int RunComplete(Session& session) {
+void RunComplete(Session& session) {
   const std::vector<std::string>& words = session.request.words;
   std::string lines;
   for (const std::string& candidate : Completions(words, session.KnownServices())) {
     lines += Printable(candidate) + '\n';
   }
   Print(lines);
-  return kFound;
 }
 
 }  // namespace esgctl

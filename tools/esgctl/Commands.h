@@ -89,14 +89,15 @@ struct Command {
   const char* name;
   const char* arguments;  ///< as in "KIND SERVICE [TIME]" and "[SERVICE]..."
   const char* options;    ///< names
-  int (*run)(Session& session);
+  void (*run)(Session& session);
   const char* summary;
 };
 
 extern const std::vector<Command> kCommands;
 extern const char* const kCommonOptions;
 
-/// The argument or option of this name; null where there is none.
+/// The command, or the argument or option, of this name; null where there is none.
+const Command* TryFindCommand(const std::string& name);
 const Parameter* TryFindParameter(const std::string& name);
 /// The name in an argument such as "[SERVICE]...".
 std::string NameOf(const std::string& argument);
@@ -108,21 +109,21 @@ std::string Synopsis(const Command& command);
 std::vector<std::string> Completions(const std::vector<std::string>& words,
                                      const Services& services);
 
-// The commands. Each returns the exit status.
-int RunNow(Session& session);
-int RunNext(Session& session);
-int RunPrevious(Session& session);
-int RunList(Session& session);
-int RunShow(Session& session);
-int RunGrid(Session& session);
-int RunSearch(Session& session);
-int RunServices(Session& session);
-int RunExport(Session& session);
-int RunXml(Session& session);
-int RunSave(Session& session);
-int RunWatch(Session& session);
-int RunEmit(Session& session);
-int RunComplete(Session& session);
+// The commands. Whatever goes wrong is an exception.
+void RunNow(Session& session);
+void RunNext(Session& session);
+void RunPrevious(Session& session);
+void RunList(Session& session);
+void RunShow(Session& session);
+void RunGrid(Session& session);
+void RunSearch(Session& session);
+void RunServices(Session& session);
+void RunExport(Session& session);
+void RunXml(Session& session);
+void RunSave(Session& session);
+void RunWatch(Session& session);
+void RunEmit(Session& session);
+void RunComplete(Session& session);
 
 }  // namespace esgctl
 

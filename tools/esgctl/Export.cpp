@@ -1,7 +1,6 @@
 // export xmltv, export html, export json
 
 #include <glib.h>
-#include <json/value.h>
 
 #include <algorithm>
 #include <pugixml.hpp>
@@ -225,7 +224,7 @@ TimeRange Evening(const Session& session) {
 
 }  // namespace
 
-int RunExport(Session& session) {
+void RunExport(Session& session) {
   const std::string& format = session.request.format;
   View view;
   view.range = [&] { return format == "html" ? Evening(session) : session.Range(kWeek); };
@@ -236,7 +235,7 @@ int RunExport(Session& session) {
     const Facts facts = session.guide.FactsOf(listings);
     return format == "json" ? JsonText(ListingsToJson(listings, &facts)) : Xmltv(listings, facts);
   };
-  return Look(session, view);
+  Look(session, view);
 }
 
 }  // namespace esgctl

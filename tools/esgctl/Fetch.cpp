@@ -1,8 +1,7 @@
 // services, xml, save: what the guide service has beside programmes
 
-#include <json/value.h>
-
 #include <algorithm>
+#include <sstream>
 
 #include "Commands.h"
 #include "Json.h"
@@ -19,19 +18,20 @@ std::string Written(const std::vector<Service>& services, const Request& request
     list.append(ServiceToJson(service));
     rows.push_back({{service.number, service.alias, service.id, service.name}});
   }
-  if (request.json || rows.empty()) {
-    return request.json ? JsonText(list) : "";
+  if (request.json) {
+    return JsonText(list);
   }
-  return RenderTable({"NUMBER", "ALIAS", "ID", "NAME"}, std::move(rows), TableStyle(request));
+  return rows.empty()
+             ? ""
+             : RenderTable({"NUMBER", "ALIAS", "ID", "NAME"}, std::move(rows), TableStyle(request));
 }
 
 /// The lines of a text, without what a terminal would obey.
-std::string PrintableLines(std::string_view text) {
+std::string PrintableLines(const std::string& text) {
+  std::istringstream rest(text);
   std::string lines;
-  while (!text.empty()) {
-    const std::string_view line = text.substr(0, text.find('\n'));
+  for (std::string line; std::getline(rest, line);) {
     lines += Printable(line) + '\n';
-    text.remove_prefix(std::min(line.size() + 1, text.size()));
   }
   return lines;
 }
@@ -48,10 +48,10 @@ std::string ResultJson(const Request& request, const std::string& id, const char
 
 }  // namespace
 
-int RunServices(Session& session) {
+void RunServices(Session& session) {
   const Request& request = session.request;
   std::vector<Service> services;
-  if (!request.services.empty() || !session.KnownServices().All().empty()) {
+  if (!request.services.empty() || !session.KnownServices().all.empty()) {
     services = session.NamedServices();
   }
   if (request.names) {
@@ -60,7 +60,7 @@ int RunServices(Session& session) {
       lines += Printable(service.ShortName()) + '\n';
     }
     Print(lines);
-    return kFound;
+    return;
   }
   if (!std::all_of(services.begin(), services.end(),
                    [](const Service& service) { return service.IsComplete(); })) {
@@ -75,10 +75,9 @@ int RunServices(Session& session) {
   if (services.empty()) {
     Say("there is no list of services.\n" + HowToListServices());
   }
-  return kFound;
 }
 
-int RunXml(Session& session) {
+void RunXml(Session& session) {
   const Request& request = session.request;
   const TimeRange range = session.Range(kDay);
   const unsigned int start = session.clock.ToRecord(range.from);
@@ -102,10 +101,9 @@ int RunXml(Session& session) {
   } else {
     Print(OutputIsTerminal() ? PrintableLines(*text) : *text);
   }
-  return kFound;
 }
 
-int RunSave(Session& session) {
+void RunSave(Session& session) {
   const Request& request = session.request;
   const std::string id = session.ChosenServices().front().id;
   const auto save = request.kind == "service"    ? &ESGAsync::SaveServiceFragment
@@ -123,7 +121,6 @@ int RunSave(Session& session) {
   if (request.json) {
     Print(ResultJson(request, id, "path", request.path));
   }
-  return kFound;
 }
 
 }  // namespace esgctl

@@ -1,10 +1,8 @@
-#include "Fragments.h"
-
 #include <algorithm>
-#include <map>
 #include <pugixml.hpp>
 #include <string_view>
 
+#include "Json.h"
 #include "common/Xml.h"
 
 namespace esgctl {

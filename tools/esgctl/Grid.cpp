@@ -33,14 +33,6 @@ Seconds TickStep(const Scale& scale) {
   return (length * kTickWidth / scale.columns / kDay + 1) * kDay;
 }
 
-void Place(std::string& line, int column, const std::string& text) {
-  const auto at = static_cast<std::size_t>(column);
-  if (line.size() < at) {
-    line.resize(at, ' ');
-  }
-  line.replace(at, text.size(), text);
-}
-
 std::string TickLine(const Scale& scale) {
   const TimeRange& range = scale.range;
   const Seconds step = TickStep(scale);
@@ -50,8 +42,10 @@ std::string TickLine(const Scale& scale) {
        t += step) {
     const std::string time = FormatTime(t, "%H:%M");
     const std::string label = time == "00:00" ? FormatTime(t, "%m-%d") : time;
-    if (scale.Column(t) + static_cast<int>(label.size()) <= scale.columns) {
-      Place(line, scale.Column(t), label);
+    const auto column = static_cast<std::size_t>(scale.Column(t));
+    if (column + label.size() <= static_cast<std::size_t>(scale.columns)) {
+      line.resize(column, ' ');
+      line += label;
     }
   }
   return line;
@@ -61,13 +55,9 @@ std::string NowLine(Seconds now, const Scale& scale) {
   const std::string time = FormatTime(now, "%H:%M");
   const int column = scale.Column(now);
   const int width = static_cast<int>(time.size()) + 1;
-  std::string line;
-  if (column + 1 + width <= scale.columns) {
-    Place(line, column, "v " + time);
-  } else {
-    Place(line, column - width, time + " v");
-  }
-  return line;
+  const bool fits = column + 1 + width <= scale.columns;
+  return std::string(static_cast<std::size_t>(fits ? column : column - width), ' ') +
+         (fits ? "v " + time : time + " v");
 }
 
 /// Any text in exactly `width` columns.

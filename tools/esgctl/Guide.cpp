@@ -1,14 +1,12 @@
 #include "Guide.h"
 
 #include <IESGService.h>
-#include <json/value.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 
-#include "Fragments.h"
 #include "Output.h"
 #include "Text.h"
 

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "Fragments.h"
+#include "Json.h"
 #include "Showing.h"
 #include "Status.h"
 #include "common/Bus.h"

@@ -3,7 +3,6 @@
 #include <glib.h>
 #include <json/writer.h>
 
-#include <map>
 #include <regex>
 
 #include "common/Text.h"

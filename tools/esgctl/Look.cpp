@@ -1,30 +1,18 @@
 #include "Look.h"
 
-#include <json/value.h>
-
-#include <algorithm>
-#include <functional>
-
 #include "Json.h"
 #include "Table.h"
 
 namespace esgctl {
 namespace {
 
-bool IsEmpty(const Listings& listings) {
-  return std::all_of(listings.begin(), listings.end(),
-                     [](const Listing& listing) { return listing.showings.empty(); });
-}
-
 /// When the next programme starts or ends; 0 if that is not known.
-Seconds NextChange(const Listings& listings, Seconds now) {
+Seconds NextChange(const Showings& showings, Seconds now) {
   Seconds next = 0;
-  for (const Listing& listing : listings) {
-    for (const Showing& showing : listing.showings) {
-      for (const Seconds change : {showing.start, showing.end}) {
-        if (change > now && (next == 0 || change < next)) {
-          next = change;
-        }
+  for (const Showing* const showing : showings) {
+    for (const Seconds change : {showing->start, showing->end}) {
+      if (change > now && (next == 0 || change < next)) {
+        next = change;
       }
     }
   }
@@ -81,7 +69,7 @@ std::string Written(const Showings& showings, const Session& session, bool singl
   return JsonText(list, layout);
 }
 
-int Look(Session& session, const View& view) {
+void Look(Session& session, const View& view) {
   const Request& request = session.request;
   const auto rangeNow = [&] { return view.range ? view.range() : session.Range(kDay); };
   TimeRange range = rangeNow();  // wrong usage comes first
@@ -92,8 +80,8 @@ int Look(Session& session, const View& view) {
     range = rangeNow();
     listings = view.ask ? view.ask(services, range) : session.guide.Lists(services, range);
     Outcome outcome;
-    outcome.changes = NextChange(listings, session.clock.Now());
-    if (!IsEmpty(listings) || request.json || request.raw) {
+    outcome.changes = NextChange(AllOf(listings), session.clock.Now());
+    if (!AllOf(listings).empty() || request.json || request.raw) {
       outcome.text =
           view.show ? view.show(listings, range) : Written(AllOf(listings), session, view.single);
     }
@@ -103,16 +91,16 @@ int Look(Session& session, const View& view) {
     return outcome;
   };
   if (request.follow) {
-    return Follow(session.guide, look);
+    Follow(session.guide, look);
+    return;
   }
   const Outcome outcome = look();
   Print(outcome.text);
-  if (IsEmpty(listings)) {
+  if (AllOf(listings).empty()) {
     throw request.services.size() == 1
         ? session.guide.Explain(outcome.nothing, services.front(), range)
         : Failure(kNotFound, outcome.nothing);
   }
-  return kFound;
 }
 
 }  // namespace esgctl

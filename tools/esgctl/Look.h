@@ -26,9 +26,8 @@ struct View {
   std::function<std::string(const Listings&, const TimeRange&)> show;
 };
 
-/// Asks and prints: once, or with --follow again whenever the output changes. Returns the exit
-/// status.
-int Look(Session& session, const View& view);
+/// Asks and prints: once, or with --follow again whenever the output changes.
+void Look(Session& session, const View& view);
 
 /// What a command found at some moment.
 struct Outcome {
@@ -37,9 +36,8 @@ struct Outcome {
   Seconds changes = 0;  ///< when to look again, because a programme ends; 0: not known
 };
 
-/// Prints what `look` finds, and again whenever it has changed, until watching ends. Returns the
-/// exit status.
-int Follow(Guide& guide, const std::function<Outcome()>& look);
+/// Prints what `look` finds, and again whenever it has changed, until watching ends.
+void Follow(Guide& guide, const std::function<Outcome()>& look);
 
 using Showings = std::vector<const Showing*>;
 Showings AllOf(const Listings& listings);

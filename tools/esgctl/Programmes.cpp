@@ -1,7 +1,6 @@
 // now, next, prev, list, grid, search: the programmes of some services
 
 #include <glib.h>
-#include <json/value.h>
 
 #include <algorithm>
 #include <memory>
@@ -18,7 +17,7 @@ namespace {
 constexpr Seconds kHalfHour = kHour / 2;
 
 /// Shows one programme of each service: the present one, or the one before or after.
-int LookAtOne(Session& session, eRelative_Position position, const char* nothing) {
+void LookAtOne(Session& session, eRelative_Position position, const char* nothing) {
   const std::string& of = session.request.of;
   View view;
   view.nothing = nothing;
@@ -35,7 +34,7 @@ int LookAtOne(Session& session, eRelative_Position position, const char* nothing
                ? session.guide.Present(services)
                : session.guide.Neighbours(services, time, position);
   };
-  return Look(session, view);
+  Look(session, view);
 }
 
 /// Finds something in texts without accents; case does not count.
@@ -65,21 +64,21 @@ bool IsIn(const std::string& text, const Pattern& pattern) {
 
 }  // namespace
 
-int RunNow(Session& session) {
-  return LookAtOne(session, eRelative_Position_Current, "Nothing is on now");
+void RunNow(Session& session) {
+  LookAtOne(session, eRelative_Position_Current, "Nothing is on now");
 }
 
-int RunNext(Session& session) {
-  return LookAtOne(session, eRelative_Position_Next, "Nothing comes next");
+void RunNext(Session& session) {
+  LookAtOne(session, eRelative_Position_Next, "Nothing comes next");
 }
 
-int RunPrevious(Session& session) {
-  return LookAtOne(session, eRelative_Position_Previous, "Nothing was on before");
+void RunPrevious(Session& session) {
+  LookAtOne(session, eRelative_Position_Previous, "Nothing was on before");
 }
 
-int RunList(Session& session) { return Look(session, {}); }
+void RunList(Session& session) { Look(session, {}); }
 
-int RunGrid(Session& session) {
+void RunGrid(Session& session) {
   const Request& request = session.request;
   View view;
   view.range = [&] {
@@ -96,10 +95,10 @@ int RunGrid(Session& session) {
     return request.json ? JsonText(ListingsToJson(listings))
                         : RenderGrid(listings, range, session.clock.Now(), GridStyle(request));
   };
-  return Look(session, view);
+  Look(session, view);
 }
 
-int RunSearch(Session& session) {
+void RunSearch(Session& session) {
   const Request& request = session.request;
   if (request.words.empty() && request.genre.empty()) {
     throw Failure(kUsage, "WORD or --genre is required.\nSee esgctl --help.");
@@ -136,7 +135,7 @@ int RunSearch(Session& session) {
                      [&](const Showing* a, const Showing* b) { return order(a) < order(b); });
     return Written(hits, session);
   };
-  return Look(session, view);
+  Look(session, view);
 }
 
 }  // namespace esgctl

@@ -19,13 +19,6 @@ bool IsUtf8(const std::string& text) {
   return g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr) != FALSE;
 }
 
-template <typename Matches>
-std::vector<Service> Matching(const std::vector<Service>& services, Matches matches) {
-  std::vector<Service> found;
-  std::copy_if(services.begin(), services.end(), std::back_inserter(found), matches);
-  return found;
-}
-
 }  // namespace
 
 std::string Service::Tail() const {
@@ -59,9 +52,9 @@ Services Services::Load() {
       continue;
     }
     Services services(file);
-    services.m_path = path;
+    services.path = path;
     if (!file.eof()) {
-      services.m_complaints.emplace_back("the file cannot be read");
+      services.complaints.emplace_back("the file cannot be read");
     }
     return services;
   }
@@ -71,31 +64,27 @@ Services Services::Load() {
 Services::Services(std::istream& text) {
   std::string line;
   for (int number = 1; std::getline(text, line); ++number) {
-    AddLine(line, number);
-  }
-}
-
-void Services::AddLine(const std::string& line, int number) {
-  std::istringstream fields(line);
-  Service service;
-  fields >> service.number >> service.alias >> service.id;
-  std::getline(fields, service.name);
-  service.name = Trimmed(service.name);
-  if (service.number.empty() || service.number[0] == '#') {
-    return;
-  }
-  if (service.id.empty() || service.number.find_first_not_of("0123456789.-") != std::string::npos ||
-      !IsUtf8(line)) {
-    m_complaints.push_back("line " + std::to_string(number) +
-                           ": not of the form \"NUMBER ALIAS ID NAME\", in UTF-8");
-    return;
-  }
-  for (std::string* field : {&service.number, &service.alias}) {
-    if (*field == "-") {
-      field->clear();
+    std::istringstream fields(line);
+    Service service;
+    fields >> service.number >> service.alias >> service.id;
+    std::getline(fields, service.name);
+    service.name = Trimmed(service.name);
+    if (service.number.empty() || service.number[0] == '#') {
+      continue;
     }
+    if (service.id.empty() ||
+        service.number.find_first_not_of("0123456789.-") != std::string::npos || !IsUtf8(line)) {
+      complaints.push_back("line " + std::to_string(number) +
+                           ": not of the form \"NUMBER ALIAS ID NAME\", in UTF-8");
+      continue;
+    }
+    for (std::string* field : {&service.number, &service.alias}) {
+      if (*field == "-") {
+        field->clear();
+      }
+    }
+    all.push_back(std::move(service));
   }
-  m_services.push_back(std::move(service));
 }
 
 Service Services::Resolve(const std::string& text) const {
@@ -104,18 +93,21 @@ Service Services::Resolve(const std::string& text) const {
                   "A service is named by its number, its name, an alias or its id, in UTF-8.");
   }
   const std::string id = text[0] == '=' ? text.substr(1) : text;
-  std::vector<Service> found =
-      Matching(m_services, [&](const Service& service) { return service.id == id; });
   const std::string folded = Folded(text);
-  for (const bool whole : {true, false}) {
-    if (found.empty() && text[0] != '=') {
-      found = Matching(m_services, [&](const Service& service) {
-        const auto fits = [&](const std::string& name) {
-          return whole ? Folded(name) == folded : Folded(name).find(folded) != std::string::npos;
-        };
-        return service.number == text || fits(service.alias) || fits(service.name) ||
-               fits(service.Tail());
-      });
+  enum class By { Id, Name, PartOfName };
+  std::vector<Service> found;
+  for (const By by : {By::Id, By::Name, By::PartOfName}) {
+    const auto fits = [&](const std::string& name) {
+      return by == By::Name ? Folded(name) == folded
+                            : Folded(name).find(folded) != std::string::npos;
+    };
+    const auto matches = [&](const Service& service) {
+      return by == By::Id ? service.id == id
+                          : service.number == text || fits(service.alias) || fits(service.name) ||
+                                fits(service.Tail());
+    };
+    if (found.empty() && (by == By::Id || text[0] != '=')) {
+      std::copy_if(all.begin(), all.end(), std::back_inserter(found), matches);
     }
   }
   if (found.empty()) {

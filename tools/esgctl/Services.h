@@ -31,8 +31,7 @@ struct Service {
 
 /// The services that the user can name, from a file of lines `NUMBER ALIAS ID NAME`: fields
 /// separated by blanks, `-` for an unknown number or alias; `#` starts a comment line.
-class Services {
- public:
+struct Services {
   /// The user's file; it need not exist.
   static std::string UserPath();
   /// The user's file, or else the machine's.
@@ -41,23 +40,14 @@ class Services {
   explicit Services(std::istream& text);
   Services() = default;
 
-  const std::vector<Service>& All() const { return m_services; }
-  std::vector<Service>& All() { return m_services; }
-  const std::string& Path() const { return m_path; }
-  /// Faults of the file and of its lines.
-  const std::vector<std::string>& Complaints() const { return m_complaints; }
-
   /// The service that the user means: by number, alias, id or name, by an unambiguous part of an
   /// alias or a name, or else the text itself as an id; case and accents are ignored. A text after
-  /// `=` is always an id. What several services answer to is a usage failure that names them.
+  /// `=` is always an id. What several services go by is a usage failure that names them.
   Service Resolve(const std::string& text) const;
 
- private:
-  void AddLine(const std::string& line, int number);
-
-  std::string m_path;
-  std::vector<Service> m_services;
-  std::vector<std::string> m_complaints;
+  std::string path;
+  std::vector<Service> all;
+  std::vector<std::string> complaints;  ///< faults of the file and of its lines
 };
 
 /// The channel, cut to fit into a table.

@@ -1,9 +1,5 @@
 // show: one programme in full
 
-#include <json/value.h>
-
-#include <algorithm>
-
 #include "Commands.h"
 #include "Json.h"
 #include "Table.h"
@@ -93,7 +89,7 @@ Listing NextShowing(Session& session, const std::vector<Service>& services,
 
 }  // namespace
 
-int RunShow(Session& session) {
+void RunShow(Session& session) {
   const Request& request = session.request;
   Guide& guide = session.guide;
   std::string contentId = request.contentId;
@@ -136,12 +132,11 @@ int RunShow(Session& session) {
   const Showing& showing = found.showings.back();
   if (request.raw) {
     Print(JsonText(RecordToJson(showing)));
-    return kFound;
+    return;
   }
   const Facts facts = guide.FactsOf({{&service, {showing}}});
   const Json::Value program = ProgramToJson(showing, facts, facts.services.front());
   Print(request.json ? JsonText(program) : InFull(program, showing, TableStyle(request)));
-  return kFound;
 }
 
 }  // namespace esgctl

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "Text.h"
 
@@ -21,6 +22,7 @@ struct Release {
 };
 using Table = std::unique_ptr<libscols_table, Release>;
 
+/// A table whose header is empty shows none, and its first column in bold.
 Table NewTable(const std::vector<std::string>& header, const Style& style) {
   Table table(scols_new_table());
   if (table == nullptr || scols_table_set_column_separator(table.get(), "  ") != 0) {
@@ -28,6 +30,7 @@ Table NewTable(const std::vector<std::string>& header, const Style& style) {
   }
   // Cells are printable already.
   scols_table_enable_noencoding(table.get(), 1);
+  scols_table_enable_noheadings(table.get(), header.front().empty() ? 1 : 0);
   scols_table_enable_colors(table.get(), style.colour ? 1 : 0);
   for (const std::string& name : header) {
     libscols_column* const column = scols_table_new_column(table.get(), name.c_str(), 0, 0);
@@ -37,14 +40,6 @@ Table NewTable(const std::vector<std::string>& header, const Style& style) {
     scols_cell_set_color(scols_column_get_header(column), "bold");
   }
   return table;
-}
-
-libscols_line* AddLine(const Table& table, const std::vector<std::string>& cells) {
-  libscols_line* const line = scols_table_new_line(table.get(), nullptr);
-  for (std::size_t i = 0; line != nullptr && i < cells.size(); ++i) {
-    scols_line_set_data(line, i, GuardDirection(cells[i]).c_str());
-  }
-  return line;
 }
 
 std::string Print(const Table& table) {
@@ -79,9 +74,15 @@ std::string RenderTable(const std::vector<std::string>& header, std::vector<Tabl
     if (style.width > 0) {
       row.cells[last] = Cut(row.cells[last], std::max(kNarrowestCell, room));
     }
-    libscols_line* const line = AddLine(table, row.cells);
+    libscols_line* const line = scols_table_new_line(table.get(), nullptr);
+    for (std::size_t i = 0; line != nullptr && i <= last; ++i) {
+      scols_line_set_data(line, i, GuardDirection(row.cells[i]).c_str());
+    }
     if (row.marked) {
       scols_line_set_color(line, "bold");
+    }
+    if (header.front().empty()) {
+      scols_cell_set_color(scols_line_get_cell(line, 0), "bold");
     }
   }
   return Print(table);
@@ -89,23 +90,21 @@ std::string RenderTable(const std::vector<std::string>& header, std::vector<Tabl
 
 std::string RenderFields(const std::vector<std::pair<std::string, std::string>>& fields,
                          const Style& style) {
-  const Table table = NewTable({"", ""}, style);
-  scols_table_enable_noheadings(table.get(), 1);
   int labels = 0;
   for (const auto& field : fields) {
     labels = std::max(labels, DisplayWidth(field.first));
   }
   const int room = std::max(kNarrowestCell, style.width - labels - kGap);
+  std::vector<TableRow> rows;
   for (const auto& [label, value] : fields) {
     const std::string text = Printable(value);
-    const std::vector<std::string> lines =
-        style.width > 0 ? Wrap(text, room) : std::vector<std::string>{text};
-    for (const std::string& part : lines) {
-      libscols_line* const line = AddLine(table, {&part == &lines.front() ? label : "", part});
-      scols_cell_set_color(scols_line_get_cell(line, 0), "bold");
+    std::string name = label;
+    for (const std::string& part : style.width > 0 ? Wrap(text, room) : std::vector{text}) {
+      rows.push_back({{name, part}});
+      name.clear();
     }
   }
-  return Print(table);
+  return RenderTable({"", ""}, std::move(rows), {0, style.colour});
 }
 
 }  // namespace esgctl

@@ -21,10 +21,7 @@ bool IsRightToLeft(gunichar c) {
 }
 
 int CharacterWidth(gunichar c) {
-  if (g_unichar_iszerowidth(c) != FALSE) {
-    return 0;
-  }
-  return g_unichar_iswide(c) != FALSE ? 2 : 1;
+  return g_unichar_iszerowidth(c) != FALSE ? 0 : g_unichar_iswide(c) != FALSE ? 2 : 1;
 }
 
 std::u32string Characters(std::string_view text) {

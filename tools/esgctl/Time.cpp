@@ -112,20 +112,16 @@ std::optional<Seconds> TryDuration(const std::string& text) {
 }  // namespace
 
 Seconds Clock::FromRecord(std::uint32_t time) const {
-  if (m_epoch == Epoch::Unix) {
-    return time;
-  }
-  return esg::tools::UnixFromNtp(time, m_now);
+  return m_epoch == Epoch::Unix ? Seconds{time} : esg::tools::UnixFromNtp(time, m_now);
 }
 
 std::uint32_t Clock::ToRecord(Seconds time) const {
-  const bool fits = m_epoch == Epoch::Unix
-                        ? time >= 0 && time < kEra
-                        : time > m_now - kEra / 2 && time <= m_now + kEra / 2 - 1;
-  if (!fits) {
+  const std::uint32_t record =
+      m_epoch == Epoch::Unix ? static_cast<std::uint32_t>(time) : esg::tools::NtpFromUnix(time);
+  if (FromRecord(record) != time) {
     throw Failure(kUsage, "This time is too far away for the guide: " + FormatDateTime(time));
   }
-  return m_epoch == Epoch::Unix ? static_cast<std::uint32_t>(time) : esg::tools::NtpFromUnix(time);
+  return record;
 }
 
 Moment ParseMoment(const std::string& written, Seconds now) {

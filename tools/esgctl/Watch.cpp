@@ -6,12 +6,11 @@
 #include <IPCS/EIIPCConnection.h>
 #include <IPCS/ESGMessageBuffer.h>
 #include <glib-unix.h>
-#include <json/value.h>
 
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <utility>
+#include <exception>
 
 #include "Json.h"
 #include "Look.h"
@@ -44,10 +43,10 @@ std::string EventLine(int event, const Parameters& parameters, bool json) {
 }
 
 /// Waits for events until SIGINT or SIGTERM arrives, the reader of the output goes, or the bus is
-/// lost (status kAway). Continues when the service stops and starts again.
+/// lost. Continues when the service stops and starts again.
 class Watcher {
  public:
-  /// Called for each event. Must not throw.
+  /// Called for each event. What it throws ends the waiting.
   using Handler = std::function<void(Watcher& self, int event, const ESGEventData& data)>;
 
   Watcher(esg::tools::Bus& bus, const std::vector<int>& events, const Handler& handler) {
@@ -60,8 +59,8 @@ class Watcher {
         g_unix_signal_add(SIGINT, Interrupted, this), g_unix_signal_add(SIGTERM, Interrupted, this),
         g_unix_fd_add(output, static_cast<GIOCondition>(G_IO_ERR | G_IO_HUP), outputGone, this)};
     bus.OnLost([this] {
-      Say("the system bus closed the connection; run esgctl again when the bus is back");
-      End(kAway);
+      End(std::make_exception_ptr(Failure(
+          kAway, "the system bus closed the connection; run esgctl again when the bus is back")));
     });
     m_nameWatch = g_bus_watch_name_on_connection(
         bus.Connection(), kESGServiceName, G_BUS_NAME_WATCHER_FLAGS_NONE,
@@ -74,8 +73,12 @@ class Watcher {
         this, nullptr);
     IESGEMS* const proxy = ESGEMSProxy::GetInstance(
         EIIPCConnection::GetInstance(), [this, handler](int event, const ESGEventData& data) {
-          if (!m_status) {
-            handler(*this, event, data);
+          try {
+            if (!m_ended) {
+              handler(*this, event, data);
+            }
+          } catch (...) {
+            End(std::current_exception());
           }
           return 0;
         });
@@ -89,38 +92,44 @@ class Watcher {
   Watcher(const Watcher&) = delete;
   Watcher& operator=(const Watcher&) = delete;
   ~Watcher() {
-    End(kFound);
+    End();
     g_bus_unwatch_name(m_nameWatch);
     std::for_each(m_sources.begin(), m_sources.end(), g_source_remove);
   }
 
-  /// Waits for a call of Wake or End, at most `seconds`. False after End.
+  /// Waits for a call of Wake or End, at most `seconds`. False after End, or raises its failure.
   bool Wait(unsigned int seconds = kLongestNap) {
     const GSourceFunc wake = [](gpointer watcher) -> gboolean {
       static_cast<Watcher*>(watcher)->Wake();
       return G_SOURCE_CONTINUE;
     };
     const guint timer = g_timeout_add_seconds(seconds, wake, this);
-    while (!m_status && !m_awake) {
+    while (!m_ended && !m_awake) {
       g_main_context_iteration(nullptr, TRUE);
     }
     g_source_remove(timer);
     m_awake = false;
-    return !m_status;
+    if (m_failure) {
+      std::rethrow_exception(m_failure);
+    }
+    return !m_ended;
   }
   void Wake() { m_awake = true; }
-  /// The first status stays.
-  void End(int status) { m_status = m_status.value_or(status); }
-  int Status() const { return m_status.value_or(kFound); }
+  void End(const std::exception_ptr& failure = nullptr) {
+    if (!m_ended) {
+      m_failure = failure;
+    }
+    m_ended = true;
+  }
 
  private:
   static gboolean Interrupted(gpointer watcher) {
-    static_cast<Watcher*>(watcher)->End(kFound);
+    static_cast<Watcher*>(watcher)->End();
     return G_SOURCE_CONTINUE;
   }
 
   void SetService(bool there) {
-    if (there != m_service && !m_status) {
+    if (there != m_service && !m_ended) {
       Say(there ? "the guide service is running"
                 : "the guide service is not running; still watching");
       m_awake = true;
@@ -130,14 +139,15 @@ class Watcher {
 
   std::vector<unsigned int> m_sources;
   unsigned int m_nameWatch = 0;
-  std::optional<int> m_status;  ///< once watching has ended
+  std::exception_ptr m_failure;
+  bool m_ended = false;
   bool m_awake = false;
   bool m_service = true;
 };
 
 }  // namespace
 
-int Follow(Guide& guide, const std::function<Outcome()>& look) {
+void Follow(Guide& guide, const std::function<Outcome()>& look) {
   Watcher watcher(guide.Bus(), {kGuideChanged},
                   [](Watcher& self, int, const ESGEventData&) { self.Wake(); });
   std::string shown;
@@ -159,34 +169,25 @@ int Follow(Guide& guide, const std::function<Outcome()>& look) {
       // The watcher reports that the service has stopped, and wakes this loop when it is back.
     }
   } while (watcher.Wait(nap));
-  return watcher.Status();
 }
 
-int RunWatch(Session& session) {
+void RunWatch(Session& session) {
   const Request& request = session.request;
   const auto bus = ConnectToBus();
   unsigned int seen = 0;
   const auto show = [&](Watcher& self, int event, const ESGEventData& data) {
-    try {
-      Print(EventLine(event, {data.m_param1, data.m_param2, data.m_param3}, request.json));
-      if (++seen == request.count) {
-        self.End(kFound);
-      }
-    } catch (const ClosedPipe&) {
-      self.End(kFound);
-    } catch (const std::exception& failure) {
-      Say(failure.what());
-      self.End(kOther);
+    Print(EventLine(event, {data.m_param1, data.m_param2, data.m_param3}, request.json));
+    if (++seen == request.count) {
+      self.End();
     }
   };
   Watcher watcher(*bus, request.events, show);
   Say("watching");
   while (watcher.Wait()) {
   }
-  return watcher.Status();
 }
 
-int RunEmit(Session& session) {
+void RunEmit(Session& session) {
   const Request& request = session.request;
   if (request.numbers.size() > 3) {
     throw Failure(kUsage, "An event carries at most three integers.");
@@ -207,7 +208,6 @@ int RunEmit(Session& session) {
   if (request.json) {
     Print(EventLine(request.events.front(), carried, true));
   }
-  return kFound;
 }
 
 }  // namespace esgctl

@@ -1,7 +1,4 @@
-#include <json/value.h>
-
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
@@ -21,32 +18,23 @@ using esgctl::Parameter;
 using esgctl::Request;
 using esgctl::Session;
 
-std::string Footer() {
-  return std::string("TIME is ") + esgctl::kTimeForms + ".\nDURATION is " + esgctl::kDurationForms +
-         ".\nThe list of services is ~/.config/esg-client/services or, without that file, "
-         "/etc/esg-client/services.\n"
-         "Exit status: 0 found, 10 not found, 2 wrong usage, 8 service or bus not available, 9 "
-         "unreadable reply, 1 any other failure.";
-}
-
 /// Help in which the usage is the synopsis of the manual.
 class Formatter : public CLI::Formatter {
  public:
-  explicit Formatter(std::string synopsis) : m_synopsis(std::move(synopsis)) {
+  Formatter() {
     label("Positionals", "Arguments");
     label("Subcommands", "Commands");
     column_width(26);
   }
-  std::string make_usage(const CLI::App*, std::string) const override {
-    return "\nUsage: esgctl " + m_synopsis + '\n';
+  std::string make_usage(const CLI::App* app, std::string) const override {
+    const Command* const command = esgctl::TryFindCommand(app->get_name());
+    return "\nUsage: esgctl " +
+           (command == nullptr ? "[OPTION]... COMMAND ..." : esgctl::Synopsis(*command)) + '\n';
   }
   std::string make_option_opts(const CLI::Option* option) const override {
     const std::string type = option->get_type_name();
     return option->get_positional() || type.empty() ? "" : ' ' + type.substr(0, type.find(':'));
   }
-
- private:
-  std::string m_synopsis;
 };
 
 CLI::Option* AddValue(CLI::App& app, const Parameter& parameter, const std::string& name,
@@ -70,9 +58,17 @@ CLI::Option* AddValue(CLI::App& app, const Parameter& parameter, const std::stri
   return option;
 }
 
-void AddOptions(CLI::App& app, const char* names, Request& request) {
-  for (const std::string& name : esgctl::Words(names)) {
-    AddValue(app, *esgctl::TryFindParameter(name), name, request);
+/// Arguments and options, as in "KIND [SERVICE]... --from".
+void AddParameters(CLI::App& app, const std::string& text, Request& request) {
+  for (const std::string& word : esgctl::Words(text)) {
+    const std::string name = esgctl::NameOf(word);
+    CLI::Option& option = *AddValue(app, *esgctl::TryFindParameter(name), name, request);
+    if (word.front() != '-') {
+      option.required(word.front() != '[');
+    }
+    if (word.front() != '-' && word.back() != '.') {
+      option.expected(1)->allow_extra_args(false);
+    }
   }
   if (CLI::Option* const raw = app.get_option_no_throw("--raw")) {
     raw->excludes("--json");
@@ -82,27 +78,15 @@ void AddOptions(CLI::App& app, const char* names, Request& request) {
   }
 }
 
-/// The arguments as the text says: "KIND SERVICE [TIME] [SERVICE]...".
-void AddArguments(CLI::App& app, const char* arguments, Request& request) {
-  for (const std::string& name : esgctl::Words(arguments)) {
-    CLI::Option& option = *AddValue(app, *esgctl::TryFindParameter(esgctl::NameOf(name)),
-                                    esgctl::NameOf(name), request);
-    option.required(name.front() != '[');
-    if (name.back() != '.') {
-      option.expected(1)->allow_extra_args(false);
-    }
-  }
-}
-
 /// What the user may have meant by a word that is unknown.
 std::string Hint(const std::vector<std::string>& words) {
-  for (std::size_t i = 0; i < words.size(); ++i) {
-    const std::vector<std::string> known = esgctl::Completions(
-        {words.begin(), words.begin() + static_cast<std::ptrdiff_t>(i) + 1}, esgctl::Services());
-    const std::string meant = esgctl::Suggestion(words[i].substr(0, words[i].find('=')), known);
-    if (!meant.empty() && meant != words[i]) {
-      return std::string("\"").append(words[i]).append("\" is unknown. Did you mean ") + meant +
-             "?";
+  std::vector<std::string> line;
+  for (const std::string& word : words) {
+    line.push_back(word);
+    const std::string meant = esgctl::Suggestion(word.substr(0, word.find('=')),
+                                                 esgctl::Completions(line, esgctl::Services()));
+    if (!meant.empty() && meant != word) {
+      return "\"" + word + "\" is unknown. Did you mean " + meant + "?";
     }
   }
   return {};
@@ -117,14 +101,12 @@ int Fail(int status, const std::string& message) {
 int Run(const Command& command, const Request& request) {
   try {
     Session session(request);
-    return command.run(session);
+    command.run(session);
+    return esgctl::kFound;
   } catch (const esgctl::ClosedPipe&) {
     return esgctl::kFound;
   } catch (const esg::tools::Failure& failure) {
     return Fail(failure.Status(), failure.what());
-  } catch (const Json::Exception& error) {
-    return Fail(esgctl::kUnreadable,
-                std::string("The reply of the guide service cannot be read: ") + error.what());
   } catch (const std::exception& error) {
     return Fail(esgctl::kOther, error.what());
   }
@@ -149,20 +131,23 @@ int Main(int argc, char** argv) {
   app.require_subcommand(1);
   app.fallthrough();
   app.footer("The options of esgctl itself work here too; see esgctl --help.");
-  app.formatter(std::make_shared<Formatter>("[OPTION]... COMMAND ..."));
+  app.formatter(std::make_shared<Formatter>());
   app.set_version_flag("--version", "esgctl " ESGCTL_VERSION);
-  AddOptions(app, esgctl::kCommonOptions, request);
+  AddParameters(app, esgctl::kCommonOptions, request);
   app.get_option("--width")->check(CLI::Range(20, 10000));
 
   const Command* chosen = nullptr;
   for (const Command& command : esgctl::kCommands) {
     CLI::App& sub = *app.add_subcommand(command.name, command.summary);
-    sub.formatter(std::make_shared<Formatter>(esgctl::Synopsis(command)));
-    AddArguments(sub, command.arguments, request);
-    AddOptions(sub, command.options, request);
+    AddParameters(sub, std::string(command.arguments) + ' ' + command.options, request);
     sub.callback([&] { chosen = &command; });
   }
-  app.footer(Footer());
+  app.footer(std::string("TIME is ") + esgctl::kTimeForms + ".\nDURATION is " +
+             esgctl::kDurationForms +
+             ".\nThe list of services is ~/.config/esg-client/services or, without that file, "
+             "/etc/esg-client/services.\n"
+             "Exit status: 0 found, 10 not found, 2 wrong usage, 8 service or bus not available, 9 "
+             "unreadable reply, 1 any other failure.");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -49,7 +49,7 @@ TEST(EsgctlTextNoBus, WidthCutAndPad) {
   }
   EXPECT_EQ(Cut("abcd", 3), "ab…");  // two bytes, fewer than a joiner has
   EXPECT_EQ(GuardDirection("مرحبا"), "\u200eمرحبا\u200e");
-  EXPECT_EQ(RenderFields({{"T", "日本語日本 abcdefghi"}}, {11, false}),
+  EXPECT_EQ(RenderTable({"", ""}, {{{"T", "日本語日本 abcdefghi"}}}, {11, false}),
             "T  日本語日\n   本\n   abcdefgh\n   i\n");
 }
 

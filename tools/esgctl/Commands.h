@@ -55,9 +55,9 @@ class Session {
 
   /// The user's services, read on first use; complaints about the file go to standard error.
   Services& KnownServices();
-  /// The services that the request names, or all; a usage failure where there are none.
+  /// The services that the request names, or all.
   std::vector<Service> NamedServices();
-  /// The same, with what the guide service knows of them.
+  /// The same, with what the guide service knows of them; a usage failure where there are none.
   std::vector<Service> ChosenServices();
 
   /// --from, --to and --for. A usage failure also where the records' clock cannot tell these times.
@@ -79,9 +79,9 @@ struct Parameter {
   const char* name;
   Target target;
   const char* help;
-  const char* type = nullptr;  ///< of an option's value; null for a flag
-  const char* values = "";     ///< that completion offers
-  bool onlyThese = false;      ///< whether there are no other values
+  const char* type = "";    ///< of an option's value; empty for a flag
+  const char* values = "";  ///< that completion offers
+  bool onlyThese = false;   ///< whether there are no other values
 };
 
 /// One command. Parsing, help, completion and the manual follow from these.
@@ -104,10 +104,6 @@ std::string NameOf(const std::string& argument);
 
 /// "list [SERVICE]... [--from TIME] ...".
 std::string Synopsis(const Command& command);
-
-/// Completes the last of these words, which are the arguments of esgctl so far.
-std::vector<std::string> Completions(const std::vector<std::string>& words,
-                                     const Services& services);
 
 // The commands. Whatever goes wrong is an exception.
 void RunNow(Session& session);

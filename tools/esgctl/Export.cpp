@@ -39,9 +39,7 @@ std::vector<std::string> ChannelIds(const Listings& listings) {
   std::set<std::string> taken;
   for (const Listing& listing : listings) {
     std::string words = listing.service->id;
-    std::replace_if(
-        words.begin(), words.end(), [](char c) { return g_ascii_isalnum(c) == FALSE && c != '-'; },
-        ' ');
+    g_strcanon(words.data(), G_CSET_A_2_Z G_CSET_a_2_z G_CSET_DIGITS "-", ' ');
     std::string id;
     for (const std::string& word : Words(words)) {
       id += word + '.';
@@ -70,20 +68,16 @@ void AddTexts(pugi::xml_node node, const char* name, const std::string& first,
   }
 }
 
-void AddRating(pugi::xml_node programme, const std::string& system, const std::string& value) {
-  Add(Add(programme, "rating", "", {{"system", system}}), "value", value);
-}
-
 /// Other programs know "TV-14" alone. What a rating says beside that, such as "L", is an advisory.
 void AddRatings(pugi::xml_node programme, const Json::Value& ratings) {
   for (const Json::Value& rating : ratings) {
     const std::string system = rating["system"].asString();
-    if (system != "VCHIP") {
-      AddRating(programme, system, rating["value"].asString());
-      continue;
-    }
-    for (const std::string& word : Words(rating["value"].asString())) {
-      AddRating(programme, word.rfind("TV-", 0) == 0 ? system : "advisory", word);
+    const std::string whole = rating["value"].asString();
+    const bool american = system == "VCHIP";
+    for (const std::string& value : american ? Words(whole) : std::vector{whole}) {
+      const bool advisory = american && value.rfind("TV-", 0) != 0;
+      Add(Add(programme, "rating", "", {{"system", advisory ? "advisory" : system}}), "value",
+          value);
     }
   }
 }

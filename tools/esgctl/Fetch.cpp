@@ -1,6 +1,5 @@
 // services, xml, save: what the guide service has beside programmes
 
-#include <algorithm>
 #include <sstream>
 
 #include "Commands.h"
@@ -50,10 +49,7 @@ std::string ResultJson(const Request& request, const std::string& id, const char
 
 void RunServices(Session& session) {
   const Request& request = session.request;
-  std::vector<Service> services;
-  if (!request.services.empty() || !session.KnownServices().all.empty()) {
-    services = session.NamedServices();
-  }
+  std::vector<Service> services = session.NamedServices();
   if (request.names) {
     std::string lines;
     for (const Service& service : services) {
@@ -62,8 +58,7 @@ void RunServices(Session& session) {
     Print(lines);
     return;
   }
-  if (!std::all_of(services.begin(), services.end(),
-                   [](const Service& service) { return service.IsComplete(); })) {
+  if (!services.empty()) {
     try {
       services = session.ChosenServices();
     } catch (const Failure& failure) {
@@ -96,11 +91,9 @@ void RunXml(Session& session) {
     throw Failure(kNotFound, "The guide service has no " + request.kind + " fragment of " + id +
                                  (request.kind == "service" ? "." : " for this time range."));
   }
-  if (request.json) {
-    Print(ResultJson(request, id, "xml", *text));
-  } else {
-    Print(OutputIsTerminal() ? PrintableLines(*text) : *text);
-  }
+  Print(request.json         ? ResultJson(request, id, "xml", *text)
+        : OutputIsTerminal() ? PrintableLines(*text)
+                             : *text);
 }
 
 void RunSave(Session& session) {

@@ -22,8 +22,7 @@ struct Scale {
 };
 
 Seconds TickStep(const Scale& scale) {
-  static constexpr Seconds kSteps[] = {5 * kMinute, 15 * kMinute, 30 * kMinute, kHour, 2 * kHour,
-                                       3 * kHour,   6 * kHour,    12 * kHour,   kDay};
+  static constexpr Seconds kSteps[] = {300, 900, 1800, 3600, 7200, 10800, 21600, 43200, kDay};
   const Seconds length = scale.range.to - scale.range.from;
   for (const Seconds step : kSteps) {
     if (step * scale.columns >= length * kTickWidth) {

@@ -128,7 +128,7 @@ esg::tools::Bus& Guide::Bus() {
   return *m_bus;
 }
 
-void Guide::Wait(std::size_t count, const Question<const Done&>& ask, Need need) {
+void Guide::Wait(std::size_t count, Need need, const Question<const Done&>& ask) {
   if (count == 0) {
     return;
   }

@@ -43,17 +43,14 @@ class Guide {
   template <typename Result, typename Asking>
   std::vector<std::optional<Result>> Ask(std::size_t count, Asking ask, Need need = Need::All) {
     std::vector<std::optional<Result>> results(count);
-    Wait(
-        count,
-        [&](std::size_t i, const Done& done) {
-          return ask(i, [&results, i, done](const ESGFailure& failure, Result result) {
-            if (!failure) {
-              results[i] = std::move(result);
-            }
-            done(failure);
-          });
-        },
-        need);
+    Wait(count, need, [&](std::size_t i, const Done& done) {
+      return ask(i, [&results, i, done](const ESGFailure& failure, Result result) {
+        if (!failure) {
+          results[i] = std::move(result);
+        }
+        done(failure);
+      });
+    });
     return results;
   }
 
@@ -83,7 +80,7 @@ class Guide {
   Failure Explain(const std::string& what, const Service& service, const TimeRange& range);
 
  private:
-  void Wait(std::size_t count, const Question<const Done&>& ask, Need need);
+  void Wait(std::size_t count, Need need, const Question<const Done&>& ask);
   Showing MakeShowing(const Service& service, FCESGProgramInfo program) const;
   std::vector<Json::Value> AskFacts(std::size_t count,
                                     const Question<ESGAsync::FragmentCallback>& question);

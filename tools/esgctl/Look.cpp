@@ -2,9 +2,12 @@
 
 #include "Json.h"
 #include "Table.h"
+#include "Text.h"
 
 namespace esgctl {
 namespace {
+
+constexpr int kWidestChannel = 24;
 
 /// When the next programme starts or ends; 0 if that is not known.
 Seconds NextChange(const Showings& showings, Seconds now) {
@@ -33,7 +36,8 @@ std::string AsTable(const Showings& showings, const Session& session) {
   std::vector<TableRow> rows;
   for (const Showing* const showing : showings) {
     const auto& [service, program, start, end] = *showing;
-    rows.push_back({chosen({ChannelCell(*service), FormatDateTime(start), FormatTimeOfDay(end),
+    rows.push_back({chosen({Cut(Printable(service->Channel()), kWidestChannel),
+                            FormatDateTime(start), FormatTimeOfDay(end),
                             FormatDuration(end - start), program.GetEventID(), program.Title()}),
                     showing->IsOn(session.clock.Now())});
   }

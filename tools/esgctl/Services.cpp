@@ -124,9 +124,4 @@ Service Services::Resolve(const std::string& text) const {
   return found.front();
 }
 
-std::string ChannelCell(const Service& service) {
-  constexpr int kWidest = 24;
-  return Cut(Printable(service.Channel()), kWidest);
-}
-
 }  // namespace esgctl

@@ -50,9 +50,6 @@ struct Services {
   std::vector<std::string> complaints;  ///< faults of the file and of its lines
 };
 
-/// The channel, cut to fit into a table.
-std::string ChannelCell(const Service& service);
-
 }  // namespace esgctl
 
 #endif

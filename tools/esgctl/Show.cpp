@@ -8,7 +8,7 @@
 namespace esgctl {
 namespace {
 
-using Fields = std::vector<std::pair<std::string, std::string>>;
+using Fields = std::vector<TableRow>;
 
 /// Adds what a member of a programme's JSON says, a line for each of its values; `known` is left
 /// out.
@@ -32,7 +32,7 @@ void AddFields(Fields& fields, const std::string& label, const Json::Value& valu
       text += " [" + value[name].asString() + ']';
     }
   }
-  fields.emplace_back(label, text);
+  fields.push_back({{label, text}});
 }
 
 std::string InFull(const Json::Value& program, const Showing& showing, const Style& style) {
@@ -41,11 +41,12 @@ std::string InFull(const Json::Value& program, const Showing& showing, const Sty
   const std::string synopsis = program["synopsis"].asString();
   Fields fields;
   AddFields(fields, "Title", title);
-  fields.emplace_back("Time", FormatTime(showing.start, "%a ") + FormatDateTime(showing.start) +
-                                  " to " + FormatTimeOfDay(showing.end) + " (" +
-                                  FormatDuration(showing.end - showing.start) + ')');
+  AddFields(fields, "Time",
+            FormatTime(showing.start, "%a ") + FormatDateTime(showing.start) + " to " +
+                FormatTimeOfDay(showing.end) + " (" + FormatDuration(showing.end - showing.start) +
+                ')');
   if (!service.number.empty() || !service.name.empty()) {
-    fields.emplace_back("Channel", service.Channel());
+    AddFields(fields, "Channel", service.Channel());
   }
   AddFields(fields, "Service", service.id);
   AddFields(fields, "Content id", program["content_id"]);
@@ -65,7 +66,7 @@ std::string InFull(const Json::Value& program, const Showing& showing, const Sty
     AddFields(fields, "Preview", preview["contents"]);
     AddFields(fields, "Preview", preview["descriptions"]);
   }
-  return RenderFields(fields, style);
+  return RenderTable({"", ""}, std::move(fields), style);
 }
 
 /// The next showing of a content, or else the last one.

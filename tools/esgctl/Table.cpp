@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
-#include <utility>
 
 #include "Text.h"
 
@@ -22,7 +21,6 @@ struct Release {
 };
 using Table = std::unique_ptr<libscols_table, Release>;
 
-/// A table whose header is empty shows none, and its first column in bold.
 Table NewTable(const std::vector<std::string>& header, const Style& style) {
   Table table(scols_new_table());
   if (table == nullptr || scols_table_set_column_separator(table.get(), "  ") != 0) {
@@ -60,6 +58,7 @@ std::string Bold(const std::string& text, const Style& style) {
 std::string RenderTable(const std::vector<std::string>& header, std::vector<TableRow> rows,
                         const Style& style) {
   const Table table = NewTable(header, style);
+  const bool labels = header.front().empty();
   const std::size_t last = header.size() - 1;
   int room = style.width;
   for (std::size_t i = 0; i <= last; ++i) {
@@ -70,41 +69,28 @@ std::string RenderTable(const std::vector<std::string>& header, std::vector<Tabl
     }
     room -= i < last ? width + kGap : 0;
   }
+  room = std::max(kNarrowestCell, room);
   for (TableRow& row : rows) {
+    std::vector<std::string> parts = {row.cells[last]};
     if (style.width > 0) {
-      row.cells[last] = Cut(row.cells[last], std::max(kNarrowestCell, room));
+      parts = labels ? Wrap(parts[0], room) : std::vector{Cut(parts[0], room)};
     }
-    libscols_line* const line = scols_table_new_line(table.get(), nullptr);
-    for (std::size_t i = 0; line != nullptr && i <= last; ++i) {
-      scols_line_set_data(line, i, GuardDirection(row.cells[i]).c_str());
-    }
-    if (row.marked) {
-      scols_line_set_color(line, "bold");
-    }
-    if (header.front().empty()) {
-      scols_cell_set_color(scols_line_get_cell(line, 0), "bold");
+    for (const std::string& part : parts) {
+      row.cells[last] = part;
+      libscols_line* const line = scols_table_new_line(table.get(), nullptr);
+      for (std::size_t i = 0; line != nullptr && i <= last; ++i) {
+        scols_line_set_data(line, i, GuardDirection(row.cells[i]).c_str());
+        row.cells[i].clear();
+      }
+      if (row.marked) {
+        scols_line_set_color(line, "bold");
+      }
+      if (labels) {
+        scols_cell_set_color(scols_line_get_cell(line, 0), "bold");
+      }
     }
   }
   return Print(table);
-}
-
-std::string RenderFields(const std::vector<std::pair<std::string, std::string>>& fields,
-                         const Style& style) {
-  int labels = 0;
-  for (const auto& field : fields) {
-    labels = std::max(labels, DisplayWidth(field.first));
-  }
-  const int room = std::max(kNarrowestCell, style.width - labels - kGap);
-  std::vector<TableRow> rows;
-  for (const auto& [label, value] : fields) {
-    const std::string text = Printable(value);
-    std::string name = label;
-    for (const std::string& part : style.width > 0 ? Wrap(text, room) : std::vector{text}) {
-      rows.push_back({{name, part}});
-      name.clear();
-    }
-  }
-  return RenderTable({"", ""}, std::move(rows), {0, style.colour});
 }
 
 }  // namespace esgctl

@@ -2,7 +2,6 @@
 #define ESGCTL_TABLE_H
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "Showing.h"
@@ -24,13 +23,10 @@ struct TableRow {
   bool marked = false;
 };
 
-/// Rows in aligned columns. Only the last column is cut to fit.
+/// Rows in aligned columns. Only the last column is fitted. It is cut; if the header has no names,
+/// it continues below itself instead, and the first column is bold.
 std::string RenderTable(const std::vector<std::string>& header, std::vector<TableRow> rows,
                         const Style& style);
-
-/// "label  value" lines; a long value continues below itself.
-std::string RenderFields(const std::vector<std::pair<std::string, std::string>>& fields,
-                         const Style& style);
 
 /// Services against time.
 ///

@@ -122,23 +122,4 @@ std::string Folded(const std::string& text) {
   return folded;
 }
 
-std::string Suggestion(std::string word, const std::vector<std::string>& candidates) {
-  std::sort(word.begin(), word.end());
-  std::string nearest;
-  std::size_t least = 3;
-  for (const std::string& candidate : candidates) {
-    // What one of the two has and the other does not: swapped letters make no difference.
-    std::string letters = candidate;
-    std::sort(letters.begin(), letters.end());
-    std::string different;
-    std::set_symmetric_difference(word.begin(), word.end(), letters.begin(), letters.end(),
-                                  std::back_inserter(different));
-    if (different.size() < least) {
-      least = different.size();
-      nearest = candidate;
-    }
-  }
-  return nearest;
-}
-
 }  // namespace esgctl

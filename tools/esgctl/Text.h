@@ -37,9 +37,6 @@ std::string WithoutAccents(const std::string& text);
 /// The same in one case, to compare texts.
 std::string Folded(const std::string& text);
 
-/// The candidate that `word` is most likely a mistyped form of; empty if none is close.
-std::string Suggestion(std::string word, const std::vector<std::string>& candidates);
-
 }  // namespace esgctl
 
 #endif

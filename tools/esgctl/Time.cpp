@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <regex>
 
 #include "Status.h"
@@ -72,9 +73,7 @@ std::optional<Moment> ParseCalendar(const std::string& text, Seconds now) {
     date = g_date_time_add_days(today, *days);
     iso = Format(date, "%Y-%m-%d");
   }
-  const auto number = [&parts](std::size_t i) {
-    return parts[i].matched ? std::stoi(parts.str(i)) : 0;
-  };
+  const auto number = [&](std::size_t i) { return std::atoi(parts.str(i).c_str()); };
   int hour = day == "tonight" && !parts[2].matched ? kTonight : number(2);
   if (!half.empty()) {
     if (hour < 1 || hour > 12) {

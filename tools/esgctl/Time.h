@@ -45,9 +45,8 @@ class Clock {
 /// The forms of a time that people write. Seconds may follow a time of day, and a zone ("Z",
 /// "+02:00"); without one it is local. A weekday is the next one, today included.
 inline constexpr char kTimeForms[] =
-    "now, today, tonight, yesterday, 20:00, 8pm, 2026-05-01, \"2026-05-01 20:00\", \"tomorrow "
-    "6am\", "
-    "\"friday 20:00\", +2h, -30m or Unix seconds";
+    "now, today, tonight, yesterday, 20:00, 8pm, 2026-05-01, \"2026-05-01 20:00\", "
+    "\"tomorrow 6am\", \"friday 20:00\", +2h, -30m or Unix seconds";
 inline constexpr char kDurationForms[] = "90m, 6h, 1h30m, 2d, 1w or seconds";
 
 /// A point in time as people write it.

@@ -49,9 +49,7 @@ CLI::Option* AddValue(CLI::App& app, const Parameter& parameter, const std::stri
         }
       },
       parameter.target);
-  if (parameter.type != nullptr) {
-    option->type_name(parameter.type);
-  }
+  option->type_name(parameter.type);
   if (parameter.onlyThese) {
     option->check(CLI::IsMember(esgctl::Words(parameter.values)));
   }
@@ -63,10 +61,9 @@ void AddParameters(CLI::App& app, const std::string& text, Request& request) {
   for (const std::string& word : esgctl::Words(text)) {
     const std::string name = esgctl::NameOf(word);
     CLI::Option& option = *AddValue(app, *esgctl::TryFindParameter(name), name, request);
-    if (word.front() != '-') {
-      option.required(word.front() != '[');
-    }
-    if (word.front() != '-' && word.back() != '.') {
+    const bool argument = word.front() != '-';
+    option.required(argument && word.front() != '[');
+    if (argument && word.back() != '.') {
       option.expected(1)->allow_extra_args(false);
     }
   }
@@ -76,20 +73,6 @@ void AddParameters(CLI::App& app, const std::string& text, Request& request) {
   if (CLI::Option* const count = app.get_option_no_throw("--count")) {
     count->check(CLI::PositiveNumber);
   }
-}
-
-/// What the user may have meant by a word that is unknown.
-std::string Hint(const std::vector<std::string>& words) {
-  std::vector<std::string> line;
-  for (const std::string& word : words) {
-    line.push_back(word);
-    const std::string meant = esgctl::Suggestion(word.substr(0, word.find('=')),
-                                                 esgctl::Completions(line, esgctl::Services()));
-    if (!meant.empty() && meant != word) {
-      return "\"" + word + "\" is unknown. Did you mean " + meant + "?";
-    }
-  }
-  return {};
 }
 
 int Fail(int status, const std::string& message) {
@@ -112,7 +95,9 @@ int Run(const Command& command, const Request& request) {
   }
 }
 
-int Main(int argc, char** argv) {
+}  // namespace
+
+int main(int argc, char** argv) try {
   esg::tools::ReserveStandardDescriptors();
   // A closed pipe is found out by writing.
   std::signal(SIGPIPE, SIG_IGN);
@@ -128,7 +113,7 @@ int Main(int argc, char** argv) {
   }
 
   CLI::App app("Shows, searches and exports the broadcast guide of the guide service.", "esgctl");
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);
   app.fallthrough();
   app.footer("The options of esgctl itself work here too; see esgctl --help.");
   app.formatter(std::make_shared<Formatter>());
@@ -150,26 +135,20 @@ int Main(int argc, char** argv) {
              "unreadable reply, 1 any other failure.");
   try {
     app.parse(argc, argv);
+    if (chosen == nullptr) {
+      throw CLI::RequiredError::Subcommand(1);
+    }
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {
       return app.exit(error);
     }
-    const std::string hint = Hint({argv + 1, argv + argc});
-    Fail(esgctl::kUsage, hint.empty() ? error.what() : hint);
+    esgctl::Say(error.what());
     return Fail(esgctl::kUsage, "See esgctl --help.");
   }
   // The library's log is for those who ask for it; what failed is told anyway.
   setenv("ESG_LOG", request.verbose ? "debug" : "none", request.verbose ? 1 : 0);
   return Run(*chosen, request);
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-  try {
-    return Main(argc, argv);
-  } catch (...) {
-    // Not even the message could be made.
-    return esgctl::kOther;
-  }
+} catch (...) {
+  // Not even the message could be made.
+  return esgctl::kOther;
 }

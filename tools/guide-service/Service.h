@@ -62,7 +62,7 @@ class Service {
   Reading Read(unsigned int threads);
   void ReadAgain();
   void Take(Reading reading);
-  void WriteAliases(const Guide& guide);
+  bool WriteAliases(const Guide& guide);
   void WatchFolder();
   void FolderChanged();
   void ReadAgainAfter(unsigned int milliseconds);
@@ -87,6 +87,7 @@ class Service {
   std::int64_t m_changedSince = 0;  ///< milliseconds of the monotonic clock
   std::string m_fault;              ///< why the folder cannot be read
   int m_generation = 0;             ///< how many different guides there have been
+  bool m_aliasesWritten = true;     ///< false: the next reading tries again
   bool m_busLost = false;
   bool m_isReading = false;
   bool m_readAfter = false;  ///< something has changed since the reading under way started

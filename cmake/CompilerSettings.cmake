@@ -12,6 +12,11 @@ add_library(esg-client-compiler-settings INTERFACE)
 target_compile_options(esg-client-compiler-settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<BOOL:${ESG_WARNINGS_AS_ERRORS}>:-Werror>)
+# On 32-bit ARM, GCC notes at each use of some templates that GCC 7 changed how they are passed.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
+  target_compile_options(esg-client-compiler-settings INTERFACE
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-psabi>)
+endif()
 
 if(ESG_SANITIZE)
   add_compile_options(

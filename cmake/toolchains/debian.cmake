@@ -1,5 +1,5 @@
 # Cross build on Debian with the compiler and the libraries of another architecture. Included by a file
-# that has set ESG_TRIPLET and CMAKE_SYSTEM_PROCESSOR; docs/platforms.md has the packages.
+# that has set ESG_TRIPLET and CMAKE_SYSTEM_PROCESSOR; docs/integrating.md lists the packages.
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${ESG_TRIPLET}-gcc)

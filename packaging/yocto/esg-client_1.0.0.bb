@@ -39,6 +39,10 @@ do_install:append() {
         fi
         install -d -m 0750 -o esg-guide -g esg-guide ${D}${localstatedir}/lib/esg-guide-service \
             ${D}${localstatedir}/lib/esg-guide-service/guide ${D}${localstatedir}/lib/esg-guide-service/saved
+        # Makes the list that the service writes the machine's list of services.
+        install -d -m 0755 -o esg-guide -g esg-guide ${D}${localstatedir}/cache/esg-guide-service
+        install -d ${D}${sysconfdir}/esg-client
+        ln -s ${localstatedir}/cache/esg-guide-service/services ${D}${sysconfdir}/esg-client/services
     fi
 }
 
@@ -61,7 +65,9 @@ FILES:esg-guide-service = " \
     ${datadir}/dbus-1/system-services \
     ${datadir}/dbus-1/system.d/esg-guide-service.conf \
     ${datadir}/esg-client/guide \
+    ${localstatedir}/cache/esg-guide-service \
     ${localstatedir}/lib/esg-guide-service \
+    ${sysconfdir}/esg-client \
     ${nonarch_libdir}/sysusers.d/esg-guide-service.conf \
     ${nonarch_libdir}/tmpfiles.d/esg-guide-service.conf \
     ${systemd_system_unitdir} \

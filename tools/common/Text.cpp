@@ -2,8 +2,6 @@
 
 #include <glib.h>
 
-#include <cstdio>
-
 namespace esg::tools {
 namespace {
 
@@ -49,20 +47,6 @@ std::string_view Trimmed(std::string_view text) {
   return first == std::string_view::npos
              ? std::string_view("")
              : text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
-}
-
-void Report(std::string_view program, std::string_view message) {
-  std::string margin = std::string(program) + ": ";
-  std::string text;
-  for (bool more = true; more;) {
-    const std::size_t end = message.find('\n');
-    text += margin + Printable(message.substr(0, end)) + '\n';
-    margin.assign(margin.size(), ' ');
-    more = end != std::string_view::npos;
-    message.remove_prefix(more ? end + 1 : 0);
-  }
-  // std::cerr would say nothing more after a line that a full disk has refused.
-  std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 }  // namespace esg::tools

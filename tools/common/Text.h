@@ -27,10 +27,6 @@ bool ParseNumber(std::string_view text, Number& number) {
   return error == std::errc() && stop == end;
 }
 
-/// Writes a message to standard error after the name of the program. Each of its lines is made
-/// printable; the second and later ones are indented.
-void Report(std::string_view program, std::string_view message);
-
 }  // namespace esg::tools
 
 #endif

@@ -12,10 +12,14 @@ using Seconds = std::int64_t;
 inline constexpr Seconds kNtpRollover = 2085978496;
 
 /// The NTP seconds of a time, in 32 bits.
-std::uint32_t NtpFromUnix(Seconds time);
+inline std::uint32_t NtpFromUnix(Seconds time) {
+  return static_cast<std::uint32_t>(time - kNtpRollover);
+}
 
 /// Of all times that the NTP seconds may stand for, the one nearest to `near`.
-Seconds UnixFromNtp(std::uint32_t ntp, Seconds near);
+inline Seconds UnixFromNtp(std::uint32_t ntp, Seconds near) {
+  return near + static_cast<std::int32_t>(ntp - NtpFromUnix(near));
+}
 
 }  // namespace esg::tools
 

@@ -1,7 +1,7 @@
 #ifndef ESGCTL_STATUS_H
 #define ESGCTL_STATUS_H
 
-#include "common/Failure.h"
+#include "common/Program.h"
 
 namespace esgctl {
 

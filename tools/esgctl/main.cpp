@@ -9,7 +9,6 @@
 #include "Commands.h"
 #include "Status.h"
 #include "Text.h"
-#include "common/Descriptors.h"
 
 namespace {
 

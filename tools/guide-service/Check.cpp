@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <ostream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -45,11 +46,11 @@ std::string AliasOf(const std::string& name, bool all) {
   return isLetter ? alias : "-";  // digits are for channel numbers
 }
 
-std::pair<double, std::string> InOrderOfChannels(const Named& service) {
-  const std::size_t point = std::min(service.channel.find('.'), service.channel.size() - 1);
-  const double major = g_ascii_strtod(service.channel.c_str(), nullptr);
-  const double minor = g_ascii_strtod(service.channel.c_str() + point + 1, nullptr);
-  return {service.channel == "-" ? 1e18 : major * 1e6 + minor, service.id};
+/// Services without a number come last.
+auto InOrderOfChannels(const Named& service) {
+  // Takes digits for numbers: 9.2 comes before 9.10.
+  g_autofree char* key = g_utf8_collate_key_for_filename(service.channel.c_str(), -1);
+  return std::make_tuple(service.channel == "-", std::string(key), service.id);
 }
 
 /// The services in the order of their channels. An alias stands for one service only.

@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -85,8 +84,8 @@ constexpr std::size_t kChunk = 64;
 class Reading {
  public:
   /// Raises std::system_error.
-  Reading(const std::string& path, const Files& known) : m_known(known) {
-    m_folder.reset(::opendir(path.c_str()));
+  Reading(const std::string& path, const Files& known)
+      : m_known(known), m_folder(::opendir(path.c_str()), &::closedir) {
     errno = m_folder == nullptr ? errno : 0;
     while (const dirent* entry = m_folder ? ::readdir(m_folder.get()) : nullptr) {
       if (entry->d_name[0] != '.' && !IsFolder(*entry)) {
@@ -187,12 +186,8 @@ class Reading {
     return file;
   }
 
-  struct Close {
-    void operator()(DIR* folder) const { ::closedir(folder); }
-  };
-
   const Files& m_known;
-  std::unique_ptr<DIR, Close> m_folder;
+  const std::unique_ptr<DIR, int (*)(DIR*)> m_folder;
   IdList m_texts;
   std::vector<std::uint32_t> m_places;  ///< of the names in `m_texts`, sorted
   Files m_files;

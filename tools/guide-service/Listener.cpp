@@ -75,19 +75,20 @@ struct Arguments {
     return static_cast<eRelative_Position>(position);
   }
 
-  const Json::Value& request;
-};
+  std::string Found(const Program* program) const {
+    return program == nullptr ? "" : ProgramReply(service, *program);
+  }
 
-std::string Found(const std::string& service, const Program* program) {
-  return program == nullptr ? "" : ProgramReply(service, *program);
-}
+  const Json::Value& request;
+  const std::string service;
+};
 
 }  // namespace
 
 /// Gives the text of the reply, which is empty if nothing is found.
 struct GuideListener::Method {
   const char* name;
-  std::array<Member, 4> members;
+  std::array<Member, 4> members;  ///< the service first
   std::string (*reply)(const GuideListener& self, const Arguments& in);
 };
 
@@ -95,67 +96,60 @@ const GuideListener::Method GuideListener::kMethods[] = {
     {"GetPresentProgram",
      {kService},
      [](const GuideListener& self, const Arguments& in) {
-       const std::string service = in.Text(kService);
-       return Found(service, self.m_guide->At(service, self.m_now()));
+       return in.Found(self.m_guide->At(in.service, self.m_now()));
      }},
     {"GetProgramList",
      {kService, kStart, kDuration},
      [](const GuideListener& self, const Arguments& in) {
-       const std::string service = in.Text(kService);
-       const std::vector<const Program*> programs = self.m_guide->Within(service, in.Range());
-       return programs.empty() ? "" : ListReply(service, programs);
+       const std::vector<const Program*> programs = self.m_guide->Within(in.service, in.Range());
+       return programs.empty() ? "" : ListReply(in.service, programs);
      }},
     {"GetProgram",
      {kRecordService, kRecordStart, kPosition},
      [](const GuideListener& self, const Arguments& in) {
-       const std::string service = in.Text(kRecordService);
-       return Found(service,
-                    self.m_guide->Neighbour(service, in.Number(kRecordStart),
-                                            in.request["eventID"].asString(), in.Position()));
+       return in.Found(self.m_guide->Neighbour(in.service, in.Number(kRecordStart),
+                                               in.request["eventID"].asString(), in.Position()));
      }},
     {"GetProgramItem",
      {kService, kContent, kStart},
      [](const GuideListener& self, const Arguments& in) {
-       const std::string service = in.Text(kService);
-       return Found(service, self.m_guide->Item(service, in.Text(kContent), in.Number(kStart)));
+       return in.Found(self.m_guide->Item(in.service, in.Text(kContent), in.Number(kStart)));
      }},
     {"GetScheduleFragment",
-     {kBB, kService, kStart, kDuration},
+     {kService, kBB, kStart, kDuration},
      [](const GuideListener& self, const Arguments& in) {
-       return self.GetFragment(self.m_guide->Schedule(in.Text(kService), in.Range()));
+       return self.GetFragment(self.m_guide->Schedule(in.service, in.Range()));
      }},
     {"GetContentFragment",
-     {kBB, kService, kStart, kDuration},
+     {kService, kBB, kStart, kDuration},
      [](const GuideListener& self, const Arguments& in) {
-       return self.GetFragment(self.m_guide->Content(in.Text(kService), in.Range()));
+       return self.GetFragment(self.m_guide->Content(in.service, in.Range()));
      }},
     {"GetServiceFragment",
-     {kBB, kService},
+     {kService, kBB},
      [](const GuideListener& self, const Arguments& in) {
-       return self.GetFragment(self.m_guide->Find(in.Text(kService)).description);
+       return self.GetFragment(self.m_guide->Find(in.service).description);
      }},
     // A save names no time: it takes the fragment of the present moment, or the first if there is
     // none.
     {"SaveScheduleFragment",
-     {kPath, kBB, kService},
+     {kService, kBB, kPath},
      [](const GuideListener& self, const Arguments& in) {
-       const std::string service = in.Text(kService);
-       const Kept* present = self.m_guide->Schedule(service, {self.m_now(), 1});
-       const Kept* first = self.m_guide->Find(service).firstSchedule;
+       const Kept* present = self.m_guide->Schedule(in.service, {self.m_now(), 1});
+       const Kept* first = self.m_guide->Find(in.service).firstSchedule;
        return self.SaveFragment(in.Text(kPath), present != nullptr ? present : first);
      }},
     {"SaveContentFragment",
-     {kPath, kBB, kService},
+     {kService, kBB, kPath},
      [](const GuideListener& self, const Arguments& in) {
-       const std::string service = in.Text(kService);
-       const Kept* present = self.m_guide->Content(service, {self.m_now(), 1});
-       const Kept* first = self.m_guide->Find(service).firstContent;
+       const Kept* present = self.m_guide->Content(in.service, {self.m_now(), 1});
+       const Kept* first = self.m_guide->Find(in.service).firstContent;
        return self.SaveFragment(in.Text(kPath), present != nullptr ? present : first);
      }},
     {"SaveServiceFragment",
-     {kPath, kBB, kService},
+     {kService, kBB, kPath},
      [](const GuideListener& self, const Arguments& in) {
-       return self.SaveFragment(in.Text(kPath), self.m_guide->Find(in.Text(kService)).description);
+       return self.SaveFragment(in.Text(kPath), self.m_guide->Find(in.service).description);
      }},
 };
 
@@ -191,7 +185,7 @@ std::string GuideListener::Reply(const std::string& name, const std::string& tex
         throw std::invalid_argument(std::string(member.name) + " is missing or of a wrong type");
       }
     }
-    return method.reply(*this, {request});
+    return method.reply(*this, {request, request[method.members[0].name].asString()});
   }
   throw std::invalid_argument("no such method");
 }

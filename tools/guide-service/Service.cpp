@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "Check.h"
-#include "common/Failure.h"
+#include "common/Program.h"
 #include "common/Text.h"
 #include "common/Time.h"
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <memory>
-#include <stdexcept>
+#include <new>
 
 namespace esg::guide {
 namespace {

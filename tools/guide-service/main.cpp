@@ -7,8 +7,7 @@
 
 #include "Check.h"
 #include "Service.h"
-#include "common/Descriptors.h"
-#include "common/Failure.h"
+#include "common/Program.h"
 #include "common/Text.h"
 
 namespace {

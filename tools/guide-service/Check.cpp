@@ -25,25 +25,16 @@ struct Named {
   const Guide::Service* service = nullptr;
 };
 
-/// The ASCII letters and digits of the first word, or of all words with hyphens in between.
+/// The first word, or all words with hyphens in between, in ASCII.
 std::string AliasOf(const std::string& name, bool all) {
   g_autofree char* ascii = g_str_to_ascii(name.c_str(), "C");
-  std::string alias;
-  bool isLetter = false;
-  for (const char* c = ascii; *c != '\0'; ++c) {
-    if (g_ascii_isalnum(*c) != FALSE) {
-      alias += g_ascii_tolower(*c);
-      isLetter = isLetter || g_ascii_isalpha(*c) != FALSE;
-    } else if (!alias.empty() && !all) {
-      break;
-    } else if (!alias.empty() && alias.back() != '-') {
-      alias += '-';
-    }
-  }
-  if (!alias.empty() && alias.back() == '-') {
-    alias.pop_back();
-  }
-  return isLetter ? alias : "-";  // digits are for channel numbers
+  g_auto(GStrv) words = g_str_tokenize_and_fold(ascii, "C", nullptr);
+  g_autofree char* joined = g_strjoinv("-", words);
+  const std::string alias = all || words[0] == nullptr ? joined : words[0];
+  // Digits alone are for channel numbers.
+  return std::any_of(alias.begin(), alias.end(), [](char c) { return g_ascii_isalpha(c) != FALSE; })
+             ? alias
+             : "-";
 }
 
 /// Services without a number come last.

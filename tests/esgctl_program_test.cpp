@@ -115,6 +115,7 @@ TEST_F(EsgctlWithoutBus, WrongUsageAndNoBusAtAll) {
               AllOf(HasSubstr("1.1 The One  id-1"), HasSubstr("line 3")));
   EXPECT_EQ(RunProgram("services --names").output + RunProgram("complete -- now 1").output,
             "one\nother\none\n1.1\nother\n");
+  EXPECT_THAT(RunProgram("nwo").errors, HasSubstr("Did you mean now?"));
 }
 
 TEST_F(EsgctlWithoutBus, TheManualHasTheCommandsOfTheHelp) {

@@ -3,6 +3,8 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <iterator>
+#include <map>
 #include <string_view>
 
 #include "Text.h"
@@ -58,6 +60,16 @@ const Item* TryFind(const std::vector<Item>& items, const std::string& name) {
   const auto found =
       std::find_if(items.begin(), items.end(), [&](const Item& item) { return name == item.name; });
   return found == items.end() ? nullptr : &*found;
+}
+
+/// How many letters only one of the two has; their order makes no difference.
+std::size_t Difference(std::string one, std::string other) {
+  std::sort(one.begin(), one.end());
+  std::sort(other.begin(), other.end());
+  std::string different;
+  std::set_symmetric_difference(one.begin(), one.end(), other.begin(), other.end(),
+                                std::back_inserter(different));
+  return different.size();
 }
 
 /// Completes the last of these words, which are the arguments of esgctl so far.
@@ -142,6 +154,16 @@ const Parameter* TryFindParameter(const std::string& name) { return TryFind(kPar
 std::string NameOf(const std::string& argument) {
   const std::size_t first = argument.find_first_not_of('[');
   return argument.substr(first, argument.find_first_of("].") - first);
+}
+
+std::string Suggestion(const std::vector<std::string>& words) {
+  std::map<std::size_t, std::string> byDifference = {{3, ""}};
+  for (const std::string& name : Completions(words, Services())) {
+    if (name != words.back()) {
+      byDifference.emplace(Difference(words.back(), name), name);
+    }
+  }
+  return byDifference.begin()->second;
 }
 
 std::string Synopsis(const Command& command) {

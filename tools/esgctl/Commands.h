@@ -102,6 +102,10 @@ const Parameter* TryFindParameter(const std::string& name);
 /// The name in an argument such as "[SERVICE]...".
 std::string NameOf(const std::string& argument);
 
+/// The command or option that the last of these words, which are the first of the command line, is
+/// likely to be a mistyped form of; empty if none is near.
+std::string Suggestion(const std::vector<std::string>& words);
+
 /// "list [SERVICE]... [--from TIME] ...".
 std::string Synopsis(const Command& command);
 

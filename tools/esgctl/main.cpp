@@ -74,6 +74,21 @@ void AddParameters(CLI::App& app, const std::string& text, Request& request) {
   }
 }
 
+/// What the user may have meant by the first word that is unknown.
+std::string Hint(const CLI::App& app) {
+  std::vector<std::string> words;
+  for (const CLI::App* const command : app.get_subcommands()) {
+    words.push_back(command->get_name());
+  }
+  const std::vector<std::string> unknown = app.remaining(true);
+  if (unknown.empty()) {
+    return {};
+  }
+  words.push_back(unknown.front().substr(0, unknown.front().find('=')));
+  const std::string meant = esgctl::Suggestion(words);
+  return meant.empty() ? "" : "\"" + unknown.front() + "\" is unknown. Did you mean " + meant + "?";
+}
+
 int Fail(int status, const std::string& message) {
   esgctl::Say(message);
   return status;
@@ -141,7 +156,8 @@ int main(int argc, char** argv) try {
     if (error.get_exit_code() == 0) {
       return app.exit(error);
     }
-    esgctl::Say(error.what());
+    const std::string hint = Hint(app);
+    esgctl::Say(hint.empty() ? error.what() : hint);
     return Fail(esgctl::kUsage, "See esgctl --help.");
   }
   // The library's log is for those who ask for it; what failed is told anyway.

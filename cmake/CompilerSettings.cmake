@@ -6,6 +6,10 @@ set(CMAKE_C_EXTENSIONS OFF)
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
+# Without it, a 32-bit program cannot read a folder whose inodes or positions need 64 bits.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  add_compile_definitions(_FILE_OFFSET_BITS=64)
+endif()
 
 # Link it privately to get the project's warnings.
 add_library(esg-client-compiler-settings INTERFACE)

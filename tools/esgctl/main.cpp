@@ -70,7 +70,7 @@ void AddParameters(CLI::App& app, const std::string& text, Request& request) {
     raw->excludes("--json");
   }
   if (CLI::Option* const count = app.get_option_no_throw("--count")) {
-    count->check(CLI::PositiveNumber);
+    count->check(CLI::Range(1, 1000000000));
   }
 }
 

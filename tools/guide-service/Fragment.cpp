@@ -3,7 +3,9 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
+#include <utility>
 
 #include "common/Text.h"
 #include "common/Xml.h"
@@ -34,35 +36,23 @@ IdList References(const Node& node) {
 
 /// The seconds of an ISO 8601 duration of days, hours, minutes and seconds, such as "PT1H30M"; 0 if
 /// `text` is not one.
-std::uint32_t ParseLength(const std::string& text) {
+std::uint32_t ParseLength(std::string_view text) {
+  constexpr std::pair<char, std::uint64_t> kParts[] = {{'P', 0},    {'D', 86400}, {'T', 0},
+                                                       {'H', 3600}, {'M', 60},    {'S', 1}};
   std::uint64_t seconds = 0;
-  std::uint64_t number = 0;
-  std::size_t digits = 0;
-  bool time = false;
-  if (text.size() < 3 || text[0] != 'P') {
-    return 0;
+  for (const auto& [name, unit] : kParts) {
+    std::uint32_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const auto digits = static_cast<std::size_t>(end - text.data());
+    if (text.substr(digits, 1) == std::string_view(&name, 1) && (digits == 0) == (unit == 0) &&
+        error != std::errc::result_out_of_range) {
+      seconds += number * unit;
+      text.remove_prefix(digits + 1);
+    } else if (unit == 0) {
+      break;  // a number before "T" would be one of months
+    }
   }
-  for (const char c : text.substr(1)) {
-    if (c >= '0' && c <= '9' && ++digits <= 9) {
-      number = number * 10 + static_cast<std::uint64_t>(c - '0');
-      continue;
-    }
-    if (c == 'T' && !time && digits == 0) {
-      time = true;
-      continue;
-    }
-    const std::uint64_t unit = !time && c == 'D'  ? 86400
-                               : time && c == 'H' ? 3600
-                               : time && c == 'M' ? 60
-                               : time && c == 'S' ? 1
-                                                  : 0;
-    if (unit == 0 || digits == 0) {
-      return 0;
-    }
-    seconds += number * unit;
-    number = digits = 0;
-  }
-  return digits == 0 && seconds <= UINT32_MAX ? static_cast<std::uint32_t>(seconds) : 0;
+  return text.empty() && seconds <= UINT32_MAX ? static_cast<std::uint32_t>(seconds) : 0;
 }
 
 bool ParseWindow(const Node& node, Span& window) {

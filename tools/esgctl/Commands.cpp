@@ -176,7 +176,9 @@ std::string Synopsis(const Command& command) {
 }
 
 std::string HowToListServices() {
-  return "To create it, run: esg-guide-service --guide DIR --aliases > " + Services::UserPath();
+  const std::string path = Services::UserPath();
+  return "To create it, run: mkdir -p " + path.substr(0, path.rfind('/')) +
+         "; esg-guide-service --guide DIR --aliases > " + path;
 }
 
 Session::Session(const Request& wanted)

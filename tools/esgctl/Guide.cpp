@@ -305,19 +305,19 @@ Failure Guide::Explain(const std::string& what, const Service& service, const Ti
   };
   const std::vector<Showing> before = beside(range.from, eRelative_Position_Previous);
   const std::vector<Showing> after = beside(range.to - 1, eRelative_Position_Next);
+  const std::string guide = "The guide of " + service.Label();
   std::string message = what + '\n';
   if (!after.empty()) {
-    message += (before.empty() ? "The guide of this service starts only at "
-                               : "The guide has a gap there; it continues at ") +
+    message += guide +
+               (before.empty() ? " starts only at " : " has a gap there; it continues at ") +
                FormatDateTime(after[0].start) + " with: " + after[0].program.Title();
   } else if (!before.empty()) {
     const Seconds end = before[0].end;
-    message += end > m_clock.Now()
-                   ? "The guide of this service ends at " + FormatDateTime(end) + '.'
-                   : "The guide of this service ended at " + FormatDateTime(end) +
-                         ". Does the guide service get a current guide?";
+    message += guide + (end > m_clock.Now() ? " ends at " + FormatDateTime(end) + '.'
+                                            : " ended at " + FormatDateTime(end) +
+                                                  ". Does the guide service get a current guide?");
   } else if (known) {
-    message += "The guide has no programmes of this service.";
+    message += guide + " has no programmes.";
   } else {
     message += "The guide service does not know " + service.id +
                ".\nTo list the services, run: esgctl services";

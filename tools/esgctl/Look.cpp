@@ -85,7 +85,7 @@ void Look(Session& session, const View& view) {
     listings = view.ask ? view.ask(services, range) : session.guide.Lists(services, range);
     Outcome outcome;
     outcome.changes = NextChange(AllOf(listings), session.clock.Now());
-    if (!AllOf(listings).empty() || request.json || request.raw) {
+    if (!AllOf(listings).empty() || request.json || request.raw || request.format == "json") {
       outcome.text =
           view.show ? view.show(listings, range) : Written(AllOf(listings), session, view.single);
     }
@@ -101,9 +101,8 @@ void Look(Session& session, const View& view) {
   const Outcome outcome = look();
   Print(outcome.text);
   if (AllOf(listings).empty()) {
-    throw request.services.size() == 1
-        ? session.guide.Explain(outcome.nothing, services.front(), range)
-        : Failure(kNotFound, outcome.nothing);
+    throw view.explains ? session.guide.Explain(outcome.nothing, services.front(), range)
+                        : Failure(kNotFound, outcome.nothing);
   }
 }
 

@@ -17,6 +17,8 @@ using Listings = std::vector<Listing>;
 struct View {
   /// Says that there are none.
   std::string nothing = "Nothing is on";
+  /// Whether the guide of the first service tells why there are none.
+  bool explains = true;
   /// Whether a service has at most one.
   bool single = false;
   /// The time range, seen from the present. A usage failure where the user wrote a wrong one.

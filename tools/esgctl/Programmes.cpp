@@ -117,6 +117,7 @@ void RunSearch(Session& session) {
   };
   View view;
   view.nothing = "There is no match";
+  view.explains = false;
   view.range = [&] {
     const bool usual = request.from.empty() && request.to.empty() && request.length.empty();
     const Seconds now = session.clock.Now();

@@ -22,7 +22,6 @@ class Formatter : public CLI::Formatter {
  public:
   Formatter() {
     label("Positionals", "Arguments");
-    label("Subcommands", "Commands");
     column_width(26);
   }
   std::string make_usage(const CLI::App* app, std::string) const override {
@@ -138,6 +137,7 @@ int main(int argc, char** argv) try {
   const Command* chosen = nullptr;
   for (const Command& command : esgctl::kCommands) {
     CLI::App& sub = *app.add_subcommand(command.name, command.summary);
+    sub.group("Commands");
     AddParameters(sub, std::string(command.arguments) + ' ' + command.options, request);
     sub.callback([&] { chosen = &command; });
   }
@@ -150,7 +150,7 @@ int main(int argc, char** argv) try {
   try {
     app.parse(argc, argv);
     if (chosen == nullptr) {
-      throw CLI::RequiredError::Subcommand(1);
+      throw CLI::RequiredError("COMMAND");
     }
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {

@@ -10,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-#include "Clock.h"
+#include "Span.h"
 
 namespace esg::guide {
 

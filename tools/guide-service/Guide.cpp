@@ -1,10 +1,19 @@
 #include "Guide.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <iterator>
 
 namespace esg::guide {
 namespace {
+
+/// How much the two differ: the seconds between the starts plus those between the ends.
+std::uint64_t Distance(const Span& a, const Span& b) {
+  const std::int64_t starts = static_cast<std::int32_t>(b.start - a.start);
+  const std::int64_t ends = starts + b.duration - a.duration;
+  return static_cast<std::uint64_t>(std::llabs(starts)) +
+         static_cast<std::uint64_t>(std::llabs(ends));
+}
 
 bool StartsBefore(const Program& program, std::uint32_t start) {
   return InOrder(program.time.start) < InOrder(start);

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "Clock.h"
 #include "Folder.h"
 #include "Fragment.h"
+#include "Span.h"
 
 namespace esg::guide {
 
@@ -79,7 +79,7 @@ class Guide {
                       std::uint32_t moment) const;
 
   /// The Schedule, or Content, whose time is nearest to `range` among those that overlap it.
-  /// Nearest means the smallest Distance; of several, the last in order. A range of 0 seconds means
+  /// Nearest means the smallest sum of the distances of starts and of ends; of several, the last in order. A range of 0 seconds means
   /// the moment `range.start`.
   const Kept* Schedule(const std::string& service, const Span& range) const;
   const Kept* Content(const std::string& service, const Span& range) const;

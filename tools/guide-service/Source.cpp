@@ -3,7 +3,36 @@
 #include <ctime>
 #include <utility>
 
+#include "common/Time.h"
+
 namespace esg::guide {
+namespace {
+
+/// The local midnight at the start of the day of `time`, or of the day `days` later.
+std::time_t Midnight(std::time_t time, int days) {
+  std::tm day{};
+  localtime_r(&time, &day);
+  day.tm_hour = day.tm_min = day.tm_sec = 0;
+  day.tm_mday += days;
+  day.tm_isdst = -1;
+  return std::mktime(&day);
+}
+
+/// What to add to the times of a guide that starts at `first` so that its first day is the day of
+/// `now`. Days run from midnight to midnight local time, so programmes keep their place in the day
+/// when the clocks change. Where the guide would then start later than `now`, its first day is the
+/// day before: there is always something on.
+std::uint32_t ShiftToToday(std::uint32_t first, std::time_t now) {
+  const auto start = static_cast<std::time_t>(tools::UnixFromNtp(first, now));
+  const std::time_t firstDay = Midnight(start, 0);
+  std::time_t shift = Midnight(now, 0) - firstDay;
+  if (start + shift > now) {
+    shift = Midnight(now, -1) - firstDay;
+  }
+  return static_cast<std::uint32_t>(shift);
+}
+
+}  // namespace
 
 Source::Source(const Folder& folder, bool today, Report report)
     : m_folder(folder), m_today(today), m_report(std::move(report)) {}

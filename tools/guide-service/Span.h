@@ -1,8 +1,7 @@
-#ifndef GUIDE_CLOCK_H
-#define GUIDE_CLOCK_H
+#ifndef GUIDE_SPAN_H
+#define GUIDE_SPAN_H
 
 #include <cstdint>
-#include <ctime>
 
 namespace esg::guide {
 
@@ -28,21 +27,12 @@ inline bool Overlap(const Span& a, const Span& b) {
   return a.duration != 0 && b.duration != 0 && (Contains(a, b.start) || Contains(b, a.start));
 }
 
-/// How much the two differ: the seconds between the starts plus those between the ends.
-std::uint64_t Distance(const Span& a, const Span& b);
-
 /// The order of two times. Those with the highest bit (1968 to 2036) come before those without
 /// (2036 to 2104).
 inline std::uint64_t InOrder(std::uint32_t time) {
   constexpr std::uint64_t kEra = std::uint64_t{1} << 32;
   return time < kEra / 2 ? time + kEra : time;
 }
-
-/// What to add to the times of a guide that starts at `first` so that its first day is the day of
-/// `now`. Days run from midnight to midnight local time, so programmes keep their place in the day
-/// when the clocks change. Where the guide would then start later than `now`, its first day is the
-/// day before: there is always something on.
-std::uint32_t ShiftToToday(std::uint32_t first, std::time_t now);
 
 }  // namespace esg::guide
 

@@ -8,7 +8,6 @@
 
 #include "Json.h"
 #include "Services.h"
-#include "Status.h"
 #include "Table.h"
 #include "Text.h"
 #include "Time.h"
@@ -99,9 +98,9 @@ TEST(EsgctlTimeNoBus, TimesOfRecords) {
     EXPECT_EQ(FailureOf([e = epoch, t = time] { Clock(e, kNow).ToRecord(t); }).first, 2);
   }
   std::vector<std::pair<std::uint32_t, std::uint32_t>> asked;
-  for (const Piece& piece :
-       Pieces({Epoch::Ntp, kRollover - 86400}, {kRollover - 90000, kRollover + 100})) {
-    asked.emplace_back(piece.start, piece.duration);
+  const Clock clock(Epoch::Ntp, kRollover - 86400);
+  for (const TimeRange& piece : Pieces(clock, {kRollover - 90000, kRollover + 100})) {
+    asked.emplace_back(clock.ToRecord(piece.from), piece.to - piece.from);
   }
   EXPECT_THAT(asked, ElementsAre(Pair(0U - 90000, 86400), Pair(0U - 3600, 3600), Pair(0, 100)));
 }

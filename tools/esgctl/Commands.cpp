@@ -7,8 +7,6 @@
 #include <map>
 #include <string_view>
 
-#include "Text.h"
-
 namespace esgctl {
 namespace {
 

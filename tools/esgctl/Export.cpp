@@ -7,10 +7,8 @@
 #include <set>
 #include <sstream>
 
-#include "Json.h"
-#include "Look.h"
+#include "Commands.h"
 #include "PageHtml.h"
-#include "Text.h"
 
 namespace esgctl {
 namespace {
@@ -116,10 +114,10 @@ void AddProgramme(pugi::xml_node tv, const std::string& channel, const Json::Val
 
 std::string Xmltv(const Listings& listings, const Facts& facts) {
   pugi::xml_document document;
-  document.append_child(pugi::node_declaration).append_attribute("version").set_value("1.0");
-  document.first_child().append_attribute("encoding").set_value("UTF-8");
-  document.append_child(pugi::node_doctype).set_value("tv SYSTEM \"xmltv.dtd\"");
-  const pugi::xml_node tv = Add(document.root(), "tv", "", {{"generator-info-name", "esgctl"}});
+  document.load_string(R"(<?xml version="1.0" encoding="UTF-8"?><!DOCTYPE tv SYSTEM "xmltv.dtd">)"
+                       R"(<tv generator-info-name="esgctl"/>)",
+                       pugi::parse_full);
+  const pugi::xml_node tv = document.document_element();
   const std::vector<std::string> ids = ChannelIds(listings);
   for (std::size_t i = 0; i < listings.size(); ++i) {
     if (listings[i].showings.empty()) {
@@ -198,10 +196,7 @@ std::string Page(const Listings& listings, const TimeRange& range) {
                 pugi::format_raw | pugi::format_no_declaration | pugi::format_no_empty_element_tags,
                 pugi::encoding_utf8);
   constexpr std::string_view kMark = "{GUIDE}";
-  const std::size_t mark = kPageHtml.find(kMark);
-  return std::string(kPageHtml.substr(0, mark))
-      .append(text.str())
-      .append(kPageHtml.substr(mark + kMark.size()));
+  return std::string(kPageHtml).replace(kPageHtml.find(kMark), kMark.size(), text.str());
 }
 
 /// This evening; once it has started, the hours from now.

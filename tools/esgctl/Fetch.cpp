@@ -3,9 +3,6 @@
 #include <sstream>
 
 #include "Commands.h"
-#include "Json.h"
-#include "Table.h"
-#include "Text.h"
 
 namespace esgctl {
 namespace {

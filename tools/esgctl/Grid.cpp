@@ -105,7 +105,7 @@ std::string Row(const std::vector<Showing>& showings, const Scale& scale, Second
 
 }  // namespace
 
-std::string RenderGrid(const std::vector<Listing>& listings, const TimeRange& range, Seconds now,
+std::string RenderGrid(const Listings& listings, const TimeRange& range, Seconds now,
                        const Style& style) {
   int names = 0;
   for (const Listing& listing : listings) {

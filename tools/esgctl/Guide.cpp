@@ -7,9 +7,6 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "Output.h"
-#include "Text.h"
-
 namespace esgctl {
 namespace {
 
@@ -175,11 +172,10 @@ Showing Guide::MakeShowing(const Service& service, FCESGProgramInfo program) con
   return {&service, std::move(program), start, end};
 }
 
-std::vector<Listing> Guide::Programmes(const std::vector<Service>& services,
-                                       const Question<ESGAsync::ProgramCallback>& question,
-                                       Need need) {
+Listings Guide::Programmes(const std::vector<Service>& services,
+                           const Question<ESGAsync::ProgramCallback>& question, Need need) {
   auto programs = Ask<FCESGProgramInfo>(services.size(), question, need);
-  std::vector<Listing> listings;
+  Listings listings;
   for (std::size_t i = 0; i < services.size(); ++i) {
     Listing& listing = listings.emplace_back(Listing{&services[i], {}});
     if (programs[i]) {
@@ -189,15 +185,15 @@ std::vector<Listing> Guide::Programmes(const std::vector<Service>& services,
   return listings;
 }
 
-std::vector<Listing> Guide::Present(const std::vector<Service>& services) {
-  return Programmes(services, [&](std::size_t i, ESGAsync::ProgramCallback done) {
+Listings Guide::Around(const std::vector<Service>& services, std::optional<Seconds> time,
+                       eRelative_Position position) {
+  const auto present = [&](std::size_t i, ESGAsync::ProgramCallback done) {
     return ESGAsync::GetPresentProgram(services[i].id, std::move(done));
-  });
-}
-
-std::vector<Listing> Guide::Neighbours(const std::vector<Service>& services,
-                                       std::optional<Seconds> time, eRelative_Position position) {
-  const std::vector<Listing> on = time ? Lists(services, {*time, *time + 1}) : Present(services);
+  };
+  Listings on = time ? Lists(services, {*time, *time + 1}) : Programmes(services, present);
+  if (position == eRelative_Position_Current) {
+    return on;
+  }
   const unsigned int start = m_clock.ToRecord(time.value_or(m_clock.Now()));
   return Programmes(services, [&](std::size_t i, ESGAsync::ProgramCallback done) {
     const Showing* const showing = on[i].showings.empty() ? nullptr : &on[i].showings.back();
@@ -205,17 +201,17 @@ std::vector<Listing> Guide::Neighbours(const std::vector<Service>& services,
   });
 }
 
-std::vector<Listing> Guide::Lists(const std::vector<Service>& services, const TimeRange& range,
-                                  const Wanted& wanted) {
-  const std::vector<Piece> pieces = Pieces(m_clock, range);
+Listings Guide::Lists(const std::vector<Service>& services, const TimeRange& range,
+                      const Wanted& wanted) {
+  const std::vector<TimeRange> pieces = Pieces(m_clock, range);
   auto lists = Ask<ESGProgramMap>(
       services.size() * pieces.size(), [&](std::size_t i, ESGAsync::ProgramListCallback done) {
-        const Piece& piece = pieces[i % pieces.size()];
-        return ESGAsync::GetProgramList(services[i / pieces.size()].id, piece.start, piece.duration,
-                                        std::move(done));
+        const auto& [from, to] = pieces[i % pieces.size()];
+        return ESGAsync::GetProgramList(services[i / pieces.size()].id, m_clock.ToRecord(from),
+                                        static_cast<unsigned int>(to - from), std::move(done));
       });
   auto list = lists.begin();
-  std::vector<Listing> listings;
+  Listings listings;
   for (const Service& service : services) {
     // A programme that touches two pieces comes twice, under one key.
     ESGProgramMap byKey;
@@ -226,7 +222,7 @@ std::vector<Listing> Guide::Lists(const std::vector<Service>& services, const Ti
     }
     std::vector<Showing>& showings = listings.emplace_back(Listing{&service, {}}).showings;
     for (auto& [key, program] : byKey) {
-      if (wanted(program)) {
+      if (!wanted || wanted(program)) {
         showings.push_back(MakeShowing(service, std::move(program)));
       }
     }
@@ -265,7 +261,7 @@ std::vector<Json::Value> Guide::ServiceFacts(const std::vector<const Service*>& 
   });
 }
 
-Facts Guide::FactsOf(const std::vector<Listing>& listings) {
+Facts Guide::FactsOf(const Listings& listings) {
   Facts facts;
   std::vector<const Service*> services;
   std::vector<const Showing*> showings;

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "Json.h"
-#include "Showing.h"
-#include "Status.h"
+#include "Output.h"
+#include "Services.h"
 #include "common/Bus.h"
 
 namespace esgctl {
@@ -58,25 +58,21 @@ class Guide {
   }
 
   /// Asks for one programme of each service; the question is as for Ask.
-  std::vector<Listing> Programmes(const std::vector<Service>& services,
-                                  const Question<ESGAsync::ProgramCallback>& question,
-                                  Need need = Need::All);
-  /// What is on now, on each service.
-  std::vector<Listing> Present(const std::vector<Service>& services);
-  /// The programme before or after the one that is on at `time` (or now) on each service, or before
-  /// or after the time itself where nothing is.
-  std::vector<Listing> Neighbours(const std::vector<Service>& services, std::optional<Seconds> time,
-                                  eRelative_Position position);
-  /// The wanted programmes of each service. Asks for a day at a time, since the service cannot
-  /// reply with more than the bus carries.
+  Listings Programmes(const std::vector<Service>& services,
+                      const Question<ESGAsync::ProgramCallback>& question, Need need = Need::All);
+  /// The programme that is on at `time` (or now) on each service, or the one before or after it.
+  /// Where nothing is on, that is the one before or after the time itself.
+  Listings Around(const std::vector<Service>& services, std::optional<Seconds> time,
+                  eRelative_Position position);
+  /// The wanted programmes of each service, by default all. Asks for a day at a time, since the
+  /// service cannot reply with more than the bus carries.
   using Wanted = std::function<bool(const FCESGProgramInfo&)>;
-  std::vector<Listing> Lists(
-      const std::vector<Service>& services, const TimeRange& range,
-      const Wanted& wanted = [](const FCESGProgramInfo&) { return true; });
+  Listings Lists(const std::vector<Service>& services, const TimeRange& range,
+                 const Wanted& wanted = nullptr);
   /// Adds numbers and names that are missing; whether any were.
   bool Complete(std::vector<Service>& services);
   /// What the fragments of the services and of all programmes say; each is asked for once.
-  Facts FactsOf(const std::vector<Listing>& listings);
+  Facts FactsOf(const Listings& listings);
 
   /// Explains why a service has nothing in a time range: it is unknown, its guide has ended or
   /// starts later, or there is a gap. `what` is the first sentence.

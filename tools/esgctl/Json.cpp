@@ -10,16 +10,12 @@
 namespace esgctl {
 namespace {
 
-bool IsNothing(const Json::Value& value) {
-  if (value.isObject() || value.isArray()) {
-    return value.empty();
-  }
-  return value.isString() ? value.asString().empty() : value.asInt64() == 0;
-}
-
 /// Sets a member unless the value is empty or 0.
 void Put(Json::Value& target, const std::string& name, const Json::Value& value) {
-  if (!IsNothing(value)) {
+  const bool nothing = value.isNumeric()  ? value.asInt64() == 0
+                       : value.isString() ? value.asString().empty()
+                                          : value.empty();
+  if (!nothing) {
     target[name] = value;
   }
 }
@@ -94,7 +90,7 @@ Json::Value ProgramToJson(const Showing& showing, const Facts& facts, const Json
   return program;
 }
 
-Json::Value ListingsToJson(const std::vector<Listing>& listings, const Facts* facts) {
+Json::Value ListingsToJson(const Listings& listings, const Facts* facts) {
   Json::Value rows(Json::arrayValue);
   for (const Listing& listing : listings) {
     const Json::ArrayIndex i = rows.size();

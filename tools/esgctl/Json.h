@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Showing.h"
+#include "Services.h"
 
 namespace esgctl {
 
@@ -34,7 +34,7 @@ Json::Value ProgramToJson(const Showing& showing);
 Json::Value ProgramToJson(const Showing& showing, const Facts& facts, const Json::Value& service);
 
 /// The services, each with its programmes; with `facts` these are in full.
-Json::Value ListingsToJson(const std::vector<Listing>& listings, const Facts* facts = nullptr);
+Json::Value ListingsToJson(const Listings& listings, const Facts* facts = nullptr);
 
 /// "number", "alias", "id" and "name", as far as they are known.
 Json::Value ServiceToJson(const Service& service);

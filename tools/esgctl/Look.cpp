@@ -1,8 +1,4 @@
-#include "Look.h"
-
-#include "Json.h"
-#include "Table.h"
-#include "Text.h"
+#include "Commands.h"
 
 namespace esgctl {
 namespace {

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "Status.h"
 #include "common/Text.h"
 
 namespace esgctl {
@@ -21,13 +20,13 @@ constexpr int kWidest = 10000;
 
 int output = STDOUT_FILENO;
 
-std::string_view Variable(const char* name) {
+std::string Variable(const char* name) {
   const char* const value = std::getenv(name);
-  return value == nullptr ? std::string_view() : std::string_view(value);
+  return value == nullptr ? "" : value;
 }
 
 int TerminalWidth() {
-  const int columns = std::atoi(std::string(Variable("COLUMNS")).c_str());
+  const int columns = std::atoi(Variable("COLUMNS").c_str());
   if (columns > 0 && columns < kWidest) {
     return columns;
   }

@@ -3,9 +3,31 @@
 
 #include <string>
 
-#include "Table.h"
+#include "common/Program.h"
 
+/// What the program tells its user: output, messages and exit statuses.
 namespace esgctl {
+
+using esg::tools::Failure;
+
+/// The exit statuses of the program.
+enum Status : int {
+  kFound = 0,
+  kOther = 1,
+  kUsage = 2,
+  kAway = 8,        ///< the service or the bus is not there
+  kUnreadable = 9,  ///< the reply cannot be read
+  kNotFound = 10,
+};
+
+/// The reader of the output has gone.
+class ClosedPipe {};
+
+/// How output may look.
+struct Style {
+  int width = 0;  ///< columns to fit into; 0: any
+  bool colour = false;
+};
 
 /// How the user wants the output.
 struct OutputOptions {

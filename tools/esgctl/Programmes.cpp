@@ -6,10 +6,7 @@
 #include <memory>
 #include <utility>
 
-#include "Json.h"
-#include "Look.h"
-#include "Table.h"
-#include "Text.h"
+#include "Commands.h"
 
 namespace esgctl {
 namespace {
@@ -30,9 +27,7 @@ void LookAtOne(Session& session, eRelative_Position position, const char* nothin
   };
   view.ask = [&](const std::vector<Service>& services, const TimeRange& range) {
     const auto time = of.empty() ? std::nullopt : std::make_optional(range.from);
-    return position == eRelative_Position_Current
-               ? session.guide.Present(services)
-               : session.guide.Neighbours(services, time, position);
+    return session.guide.Around(services, time, position);
   };
   Look(session, view);
 }

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "Status.h"
+#include "Output.h"
 #include "Text.h"
 
 namespace esgctl {

@@ -1,11 +1,14 @@
 #ifndef ESGCTL_SERVICES_H
 #define ESGCTL_SERVICES_H
 
+#include <FCESGProgramInfo.h>
 #include <json/value.h>
 
 #include <istream>
 #include <string>
 #include <vector>
+
+#include "Time.h"
 
 namespace esgctl {
 
@@ -49,6 +52,23 @@ struct Services {
   std::vector<Service> all;
   std::vector<std::string> complaints;  ///< faults of the file and of its lines
 };
+
+/// A programme on a service, in Unix time.
+struct Showing {
+  const Service* service;
+  FCESGProgramInfo program;
+  Seconds start = 0;
+  Seconds end = 0;
+
+  bool IsOn(Seconds now) const { return start <= now && now < end; }
+};
+
+/// What the guide has of one service, by start.
+struct Listing {
+  const Service* service;
+  std::vector<Showing> showings;
+};
+using Listings = std::vector<Listing>;
 
 }  // namespace esgctl
 

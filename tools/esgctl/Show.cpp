@@ -1,9 +1,6 @@
 // show: one programme in full
 
 #include "Commands.h"
-#include "Json.h"
-#include "Table.h"
-#include "Text.h"
 
 namespace esgctl {
 namespace {
@@ -112,8 +109,7 @@ void RunShow(Session& session) {
   const Service& service = services.front();
   Listing found{&service, {}};
   if (contentId.empty()) {
-    found =
-        start ? guide.Lists(services, {from, from + 1}).front() : guide.Present(services).front();
+    found = guide.Around(services, start, eRelative_Position_Current).front();
   } else if (start) {
     const auto question = [&](std::size_t, ESGAsync::ProgramCallback done) {
       return ESGAsync::GetProgramItem(service.id, contentId, time, std::move(done));

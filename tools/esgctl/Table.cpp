@@ -1,9 +1,9 @@
 #include "Table.h"
 
+#include <glib.h>
 #include <libsmartcols.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 #include <new>
 
@@ -15,14 +15,10 @@ namespace {
 constexpr int kGap = 2;
 constexpr int kNarrowestCell = 8;
 
-struct Release {
-  void operator()(libscols_table* table) const { scols_unref_table(table); }
-  void operator()(char* text) const { std::free(text); }
-};
-using Table = std::unique_ptr<libscols_table, Release>;
+using Table = std::shared_ptr<libscols_table>;
 
 Table NewTable(const std::vector<std::string>& header, const Style& style) {
-  Table table(scols_new_table());
+  Table table(scols_new_table(), scols_unref_table);
   if (table == nullptr || scols_table_set_column_separator(table.get(), "  ") != 0) {
     throw std::bad_alloc();
   }
@@ -38,15 +34,6 @@ Table NewTable(const std::vector<std::string>& header, const Style& style) {
     scols_cell_set_color(scols_column_get_header(column), "bold");
   }
   return table;
-}
-
-std::string Print(const Table& table) {
-  char* text = nullptr;
-  if (scols_print_table_to_string(table.get(), &text) != 0) {
-    throw std::bad_alloc();
-  }
-  const std::unique_ptr<char, Release> owner(text);
-  return std::string(text) + '\n';
 }
 
 }  // namespace
@@ -90,7 +77,11 @@ std::string RenderTable(const std::vector<std::string>& header, std::vector<Tabl
       }
     }
   }
-  return Print(table);
+  g_autofree char* text = nullptr;
+  if (scols_print_table_to_string(table.get(), &text) != 0) {
+    throw std::bad_alloc();
+  }
+  return std::string(text) + '\n';
 }
 
 }  // namespace esgctl

@@ -4,15 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "Showing.h"
+#include "Output.h"
+#include "Services.h"
 
 namespace esgctl {
-
-/// How output may look.
-struct Style {
-  int width = 0;  ///< columns to fit into; 0: any
-  bool colour = false;
-};
 
 /// `text` in bold where colours are wanted.
 std::string Bold(const std::string& text, const Style& style);
@@ -33,7 +28,7 @@ std::string RenderTable(const std::vector<std::string>& header, std::vector<Tabl
 /// `|` marks where a programme starts, and `:` where it starts after others that are too short to
 /// draw. `<` and `>` mark programmes that extend beyond the range, and dots time without a
 /// programme. Where programmes overlap, the later one covers the earlier. `v` marks the present.
-std::string RenderGrid(const std::vector<Listing>& listings, const TimeRange& range, Seconds now,
+std::string RenderGrid(const Listings& listings, const TimeRange& range, Seconds now,
                        const Style& style);
 
 }  // namespace esgctl

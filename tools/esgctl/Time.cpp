@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <regex>
 
-#include "Status.h"
+#include "Output.h"
 #include "Text.h"
 
 namespace esgctl {
@@ -18,11 +18,6 @@ constexpr int kTonight = 20;  // o'clock
 
 /// Local time; null beyond the calendar's end.
 GDateTime* Local(Seconds time) { return g_date_time_new_from_unix_local(time); }
-
-std::string Format(GDateTime* time, const char* pattern) {
-  g_autofree char* text = time == nullptr ? nullptr : g_date_time_format(time, pattern);
-  return text == nullptr ? "?" : text;
-}
 
 std::string Normalized(const std::string& text) {
   g_autofree char* lower = g_ascii_strdown(text.c_str(), -1);
@@ -71,7 +66,7 @@ std::optional<Moment> ParseCalendar(const std::string& text, Seconds now) {
       return std::nullopt;
     }
     date = g_date_time_add_days(today, *days);
-    iso = Format(date, "%Y-%m-%d");
+    iso = FormatTime(g_date_time_to_unix(date), "%Y-%m-%d");
   }
   const auto number = [&](std::size_t i) { return std::atoi(parts.str(i).c_str()); };
   int hour = day == "tonight" && !parts[2].matched ? kTonight : number(2);
@@ -179,13 +174,11 @@ TimeRange ParseRange(const std::string& from, const std::string& to, const std::
   return range;
 }
 
-std::vector<Piece> Pieces(const Clock& clock, const TimeRange& range) {
-  std::vector<Piece> pieces;
-  for (Seconds at = range.from; at < range.to;) {
-    const std::uint32_t start = clock.ToRecord(at);
-    const Seconds length = std::min({kDay, range.to - at, kEra - static_cast<Seconds>(start)});
-    pieces.push_back({start, static_cast<std::uint32_t>(length)});
-    at += length;
+std::vector<TimeRange> Pieces(const Clock& clock, const TimeRange& range) {
+  std::vector<TimeRange> pieces;
+  for (Seconds at = range.from; at < range.to; at = pieces.back().to) {
+    const Seconds eraEnd = at + kEra - Seconds{clock.ToRecord(at)};
+    pieces.push_back({at, std::min({at + kDay, range.to, eraEnd})});
   }
   return pieces;
 }
@@ -199,7 +192,8 @@ Seconds LocalOffset(Seconds time) {
 
 std::string FormatTime(Seconds time, const char* pattern) {
   g_autoptr(GDateTime) local = Local(time);
-  return Format(local, pattern);
+  g_autofree char* text = local == nullptr ? nullptr : g_date_time_format(local, pattern);
+  return text == nullptr ? "?" : text;
 }
 
 std::string FormatDateTime(Seconds time) {

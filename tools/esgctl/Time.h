@@ -17,11 +17,8 @@ inline constexpr Seconds kHour = 60 * kMinute;
 inline constexpr Seconds kDay = 24 * kHour;
 inline constexpr Seconds kWeek = 7 * kDay;
 
-/// What a record's time counts from.
-enum class Epoch {
-  Unix,
-  Ntp,  ///< 1900, as the broadcast does
-};
+/// What a record's time counts from: 1970, or 1900 as in the broadcast.
+enum class Epoch { Unix, Ntp };
 
 /// Turns the 32-bit times of records into Unix time and back.
 ///
@@ -73,14 +70,8 @@ struct TimeRange {
 TimeRange ParseRange(const std::string& from, const std::string& to, const std::string& length,
                      Seconds defaultLength, Seconds now);
 
-/// One question's time range, in the record's time.
-struct Piece {
-  std::uint32_t start;
-  std::uint32_t duration;
-};
-
 /// The range in pieces of at most a day; none crosses the end of the record's 32 bits.
-std::vector<Piece> Pieces(const Clock& clock, const TimeRange& range);
+std::vector<TimeRange> Pieces(const Clock& clock, const TimeRange& range);
 
 /// The present, in whole seconds.
 Seconds PresentTime();

@@ -12,8 +12,7 @@
 #include <csignal>
 #include <exception>
 
-#include "Json.h"
-#include "Look.h"
+#include "Commands.h"
 
 namespace esgctl {
 namespace {

@@ -7,15 +7,10 @@
 #include <string_view>
 
 #include "Commands.h"
-#include "Status.h"
-#include "Text.h"
 
 namespace {
 
-using esgctl::Command;
-using esgctl::Parameter;
-using esgctl::Request;
-using esgctl::Session;
+using namespace esgctl;
 
 /// Help in which the usage is the synopsis of the manual.
 class Formatter : public CLI::Formatter {
@@ -25,9 +20,9 @@ class Formatter : public CLI::Formatter {
     column_width(26);
   }
   std::string make_usage(const CLI::App* app, std::string) const override {
-    const Command* const command = esgctl::TryFindCommand(app->get_name());
+    const Command* const command = TryFindCommand(app->get_name());
     return "\nUsage: esgctl " +
-           (command == nullptr ? "[OPTION]... COMMAND ..." : esgctl::Synopsis(*command)) + '\n';
+           (command == nullptr ? "[OPTION]... COMMAND ..." : Synopsis(*command)) + '\n';
   }
   std::string make_option_opts(const CLI::Option* option) const override {
     const std::string type = option->get_type_name();
@@ -49,16 +44,16 @@ CLI::Option* AddValue(CLI::App& app, const Parameter& parameter, const std::stri
       parameter.target);
   option->type_name(parameter.type);
   if (parameter.onlyThese) {
-    option->check(CLI::IsMember(esgctl::Words(parameter.values)));
+    option->check(CLI::IsMember(Words(parameter.values)));
   }
   return option;
 }
 
 /// Arguments and options, as in "KIND [SERVICE]... --from".
 void AddParameters(CLI::App& app, const std::string& text, Request& request) {
-  for (const std::string& word : esgctl::Words(text)) {
-    const std::string name = esgctl::NameOf(word);
-    CLI::Option& option = *AddValue(app, *esgctl::TryFindParameter(name), name, request);
+  for (const std::string& word : Words(text)) {
+    const std::string name = NameOf(word);
+    CLI::Option& option = *AddValue(app, *TryFindParameter(name), name, request);
     const bool argument = word.front() != '-';
     option.required(argument && word.front() != '[');
     if (argument && word.back() != '.') {
@@ -84,12 +79,12 @@ std::string Hint(const CLI::App& app) {
     return {};
   }
   words.push_back(unknown.front().substr(0, unknown.front().find('=')));
-  const std::string meant = esgctl::Suggestion(words);
+  const std::string meant = Suggestion(words);
   return meant.empty() ? "" : "\"" + unknown.front() + "\" is unknown. Did you mean " + meant + "?";
 }
 
 int Fail(int status, const std::string& message) {
-  esgctl::Say(message);
+  Say(message);
   return status;
 }
 
@@ -98,13 +93,13 @@ int Run(const Command& command, const Request& request) {
   try {
     Session session(request);
     command.run(session);
-    return esgctl::kFound;
-  } catch (const esgctl::ClosedPipe&) {
-    return esgctl::kFound;
+    return kFound;
+  } catch (const ClosedPipe&) {
+    return kFound;
   } catch (const esg::tools::Failure& failure) {
     return Fail(failure.Status(), failure.what());
   } catch (const std::exception& error) {
-    return Fail(esgctl::kOther, error.what());
+    return Fail(kOther, error.what());
   }
 }
 
@@ -122,7 +117,7 @@ int main(int argc, char** argv) try {
   if (argc > 2 && argv[1] == std::string_view("complete")) {
     setenv("ESG_LOG", "none", 0);
     request.words.assign(argv + 3, argv + argc);
-    return Run({"complete", "", "", esgctl::RunComplete, ""}, request);
+    return Run({"complete", "", "", RunComplete, ""}, request);
   }
 
   CLI::App app("Shows, searches and exports the broadcast guide of the guide service.", "esgctl");
@@ -131,18 +126,17 @@ int main(int argc, char** argv) try {
   app.footer("The options of esgctl itself work here too; see esgctl --help.");
   app.formatter(std::make_shared<Formatter>());
   app.set_version_flag("--version", "esgctl " ESGCTL_VERSION);
-  AddParameters(app, esgctl::kCommonOptions, request);
+  AddParameters(app, kCommonOptions, request);
   app.get_option("--width")->check(CLI::Range(20, 10000));
 
   const Command* chosen = nullptr;
-  for (const Command& command : esgctl::kCommands) {
+  for (const Command& command : kCommands) {
     CLI::App& sub = *app.add_subcommand(command.name, command.summary);
     sub.group("Commands");
     AddParameters(sub, std::string(command.arguments) + ' ' + command.options, request);
     sub.callback([&] { chosen = &command; });
   }
-  app.footer(std::string("TIME is ") + esgctl::kTimeForms + ".\nDURATION is " +
-             esgctl::kDurationForms +
+  app.footer(std::string("TIME is ") + kTimeForms + ".\nDURATION is " + kDurationForms +
              ".\nThe list of services is ~/.config/esg-client/services or, without that file, "
              "/etc/esg-client/services.\n"
              "Exit status: 0 found, 10 not found, 2 wrong usage, 8 service or bus not available, 9 "
@@ -157,13 +151,13 @@ int main(int argc, char** argv) try {
       return app.exit(error);
     }
     const std::string hint = Hint(app);
-    esgctl::Say(hint.empty() ? error.what() : hint);
-    return Fail(esgctl::kUsage, "See esgctl --help.");
+    Say(hint.empty() ? error.what() : hint);
+    return Fail(kUsage, "See esgctl --help.");
   }
   // The library's log is for those who ask for it; what failed is told anyway.
   setenv("ESG_LOG", request.verbose ? "debug" : "none", request.verbose ? 1 : 0);
   return Run(*chosen, request);
 } catch (...) {
   // Not even the message could be made.
-  return esgctl::kOther;
+  return kOther;
 }

@@ -180,7 +180,6 @@ TEST(NoBusGuideFragment, FilesAreReadOnceAndAgainWhenTheyChange) {
   folder.Write(".hidden.xml", "<Content id='f'/>");
   folder.Write("unit", Gzip(Unit({"<Content id='u'/>", "<Content id='v'/>\n"})));
   ASSERT_EQ(mkfifo((folder.path / "pipe.xml").c_str(), 0600), 0);
-  const Folder source(folder.path);
   std::map<std::string, std::shared_ptr<const Fragment>> read;
   // The ids of the fragments that were parsed, without those that are still the same objects.
   const auto newIn = [&read](const Files& files) {
@@ -194,13 +193,13 @@ TEST(NoBusGuideFragment, FilesAreReadOnceAndAgainWhenTheyChange) {
     }
     return ids;
   };
-  const Files files = source.Read({}, 3);
+  const Files files = ReadFolder(folder.path, {}, 3);
   EXPECT_EQ(newIn(files), "scuv");
   EXPECT_THAT(files[2]->faults, ElementsAre(HasSubstr("huge.xml: larger")));
   EXPECT_THAT(files[3]->faults, ElementsAre(HasSubstr("pipe.xml: left out: not a file")));
   folder.Write("b.xml", "<Content id='g'/>");
   folder.Write("unit", Unit({"<Content id='w'/>", "<Content id='v'/>\n"}));
-  EXPECT_EQ(newIn(source.Read(files, 1)), "gw");
+  EXPECT_EQ(newIn(ReadFolder(folder.path, files, 1)), "gw");
 }
 
 }  // namespace

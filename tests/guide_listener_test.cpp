@@ -45,7 +45,7 @@ class NoBusGuideListener : public testing::Test {
     Read();
   }
 
-  void Read() { m_listener.SetGuide(Source(m_guideFolder, false, m_reports.report).Read(1)); }
+  void Read() { m_listener.SetGuide(Source(m_folder.path, false, m_reports.report).Read(1)); }
 
   Json::Value Ask(const std::string& method, std::string request) {
     ESGMessageBuffer in;
@@ -76,9 +76,8 @@ class NoBusGuideListener : public testing::Test {
   std::string m_schedule;
   Reports m_reports;
   const TemporaryFolder m_folder;
-  const Folder m_guideFolder{m_folder.path};
   SaveFolder m_saves;
-  GuideListener m_listener{m_guideFolder, m_saves, [] { return 1015U; }, m_reports.report};
+  GuideListener m_listener{m_folder.path, m_saves, [] { return 1015U; }, m_reports.report};
 };
 
 TEST_F(NoBusGuideListener, EveryMethodAnswers) {

@@ -276,14 +276,14 @@ void ReadBytes(File& file, std::string& bytes, pugi::xml_document& document, con
   AddFragments(file, bytes, parts, document, known, weight);
 }
 
-Files Folder::Read(const Files& known, unsigned int threads) const {
-  return Reading(m_path, known).Run(threads);
+Files ReadFolder(const std::string& path, const Files& known, unsigned int threads) {
+  return Reading(path, known).Run(threads);
 }
 
-std::string Folder::ReadFragment(const File& file, const Entry& entry) const {
+std::string ReadFragment(const std::string& folder, const File& file, const Entry& entry) {
   std::string bytes;
   Stamp stamp;
-  if (!Load(AT_FDCWD, (m_path + "/" + file.name).c_str(), bytes, stamp).empty()) {
+  if (!Load(AT_FDCWD, (folder + "/" + file.name).c_str(), bytes, stamp).empty()) {
     return {};
   }
   if (IsGzip(bytes)) {

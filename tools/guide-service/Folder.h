@@ -48,22 +48,13 @@ inline constexpr std::size_t kMaxWeight = std::size_t{160} << 20;
 void ReadBytes(File& file, std::string& bytes, pugi::xml_document& document, const File* known,
                std::atomic<std::size_t>& weight);
 
-/// A folder of the files of a guide.
-class Folder {
- public:
-  explicit Folder(std::string path) : m_path(std::move(path)) {}
+/// Reads the files of a folder, in the order of their names. Ignores hidden files and the folders
+/// in it. Files of `known`, an earlier result, that have not changed are taken from there. Raises
+/// std::system_error if the folder itself cannot be read.
+Files ReadFolder(const std::string& path, const Files& known, unsigned int threads);
 
-  /// Reads the files of the folder, in the order of their names. Ignores hidden files and the
-  /// folders in it. Files of `known`, an earlier result, that have not changed are taken from
-  /// there. Raises std::system_error if the folder itself cannot be read.
-  Files Read(const Files& known, unsigned int threads) const;
-
-  /// The bytes of a fragment; none where its file has changed since it was read, or is gone.
-  std::string ReadFragment(const File& file, const Entry& entry) const;
-
- private:
-  const std::string m_path;
-};
+/// The bytes of a fragment; empty where its file has changed since it was read, or is gone.
+std::string ReadFragment(const std::string& folder, const File& file, const Entry& entry);
 
 }  // namespace esg::guide
 

@@ -78,9 +78,9 @@ class Guide {
   const Program* Item(const std::string& service, const std::string& contentId,
                       std::uint32_t moment) const;
 
-  /// The Schedule, or Content, whose time is nearest to `range` among those that overlap it.
-  /// Nearest means the smallest sum of the distances of starts and of ends; of several, the last in order. A range of 0 seconds means
-  /// the moment `range.start`.
+  /// The Schedule, or Content, whose time is nearest to `range` among those that overlap it: the
+  /// distances of the starts and of the ends have the smallest sum. Of several, the last in order.
+  /// A range of 0 seconds means the moment `range.start`.
   const Kept* Schedule(const std::string& service, const Span& range) const;
   const Kept* Content(const std::string& service, const Span& range) const;
 

@@ -153,9 +153,12 @@ const GuideListener::Method GuideListener::kMethods[] = {
      }},
 };
 
-GuideListener::GuideListener(const Folder& folder, const SaveFolder& saves,
+GuideListener::GuideListener(std::string folder, const SaveFolder& saves,
                              std::function<std::uint32_t()> now, Report report)
-    : m_folder(folder), m_saves(saves), m_now(std::move(now)), m_report(std::move(report)) {}
+    : m_folder(std::move(folder)),
+      m_saves(saves),
+      m_now(std::move(now)),
+      m_report(std::move(report)) {}
 
 bool GuideListener::OnMethodCall(const char* method, ESGMessageBuffer& in, ESGMessageBuffer& out) {
   const char* bytes = in.GetAsCStr(0);
@@ -194,7 +197,7 @@ std::string GuideListener::Load(const Kept* fragment) const {
   if (fragment == nullptr) {
     return {};
   }
-  std::string bytes = m_folder.ReadFragment(*fragment->file, *fragment->entry);
+  std::string bytes = ReadFragment(m_folder, *fragment->file, *fragment->entry);
   if (bytes.empty()) {
     m_report(fragment->file->name +
              ": has changed since the guide was read; its fragments are available again after the "

@@ -20,7 +20,7 @@ namespace esg::guide {
 class GuideListener : public IESGCallListener {
  public:
   /// `now` gives the present moment in NTP seconds.
-  GuideListener(const Folder& folder, const SaveFolder& saves, std::function<std::uint32_t()> now,
+  GuideListener(std::string folder, const SaveFolder& saves, std::function<std::uint32_t()> now,
                 Report report);
 
   /// Replaces the guide and returns the one before.
@@ -42,7 +42,7 @@ class GuideListener : public IESGCallListener {
   std::string GetFragment(const Kept* fragment) const;
   std::string SaveFragment(const std::string& path, const Kept* fragment) const;
 
-  const Folder& m_folder;
+  const std::string m_folder;
   const SaveFolder& m_saves;
   const std::function<std::uint32_t()> m_now;
   const Report m_report;

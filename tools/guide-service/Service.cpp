@@ -55,12 +55,11 @@ void Dispose(std::shared_ptr<const Guide> guide) {
 Service::Service(const ServiceOptions& options, Report report)
     : m_options(options),
       m_report(std::move(report)),
-      m_folder(options.guideFolder),
       m_saves(options.saveFolder, options.saveLimits),
-      m_source(m_folder, options.today, m_report),
+      m_source(options.guideFolder, options.today, m_report),
       m_listener(
-          m_folder, m_saves, [] { return tools::NtpFromUnix(g_get_real_time() / G_USEC_PER_SEC); },
-          m_report),
+          options.guideFolder, m_saves,
+          [] { return tools::NtpFromUnix(g_get_real_time() / G_USEC_PER_SEC); }, m_report),
       m_loop(g_main_loop_new(nullptr, FALSE)) {}
 
 Service::~Service() {

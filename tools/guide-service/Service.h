@@ -53,9 +53,8 @@ class Service {
   void Run();
 
  private:
-  using GuidePtr = std::shared_ptr<const Guide>;
   struct Reading {
-    GuidePtr guide;  ///< null: as it was
+    std::shared_ptr<const Guide> guide;  ///< null: as it was
     std::string fault;
   };
 
@@ -73,7 +72,6 @@ class Service {
 
   const ServiceOptions m_options;
   const Report m_report;
-  const Folder m_folder;
   const SaveFolder m_saves;
   Source m_source;
   GuideListener m_listener;

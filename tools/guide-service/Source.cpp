@@ -34,12 +34,12 @@ std::uint32_t ShiftToToday(std::uint32_t first, std::time_t now) {
 
 }  // namespace
 
-Source::Source(const Folder& folder, bool today, Report report)
-    : m_folder(folder), m_today(today), m_report(std::move(report)) {}
+Source::Source(std::string folder, bool today, Report report)
+    : m_folder(std::move(folder)), m_today(today), m_report(std::move(report)) {}
 
 std::shared_ptr<const Guide> Source::Read(unsigned int threads) {
   const Files known = m_guide ? m_guide->Read() : Files();
-  Files files = m_folder.Read(known, threads);
+  Files files = ReadFolder(m_folder, known, threads);
   if (m_guide && files == known) {
     return nullptr;
   }

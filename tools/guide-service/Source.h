@@ -15,7 +15,7 @@ namespace esg::guide {
 class Source {
  public:
   /// `today`: the guide is moved so that it starts today.
-  Source(const Folder& folder, bool today, Report report);
+  Source(std::string folder, bool today, Report report);
 
   /// Reads what has changed in the folder. Null where the guide is the same as before. Raises
   /// std::system_error where the folder cannot be read.
@@ -29,7 +29,7 @@ class Source {
  private:
   void ReportFault(const std::string& line);
 
-  const Folder& m_folder;
+  const std::string m_folder;
   const bool m_today;
   const Report m_report;
   std::size_t m_maxReports = 100;

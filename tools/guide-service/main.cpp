@@ -26,8 +26,7 @@ struct Options : ServiceOptions {
 void Report(const std::string& line) { esg::tools::Report(kProgram, esg::tools::Printable(line)); }
 
 int Check(const Options& options) {
-  const esg::guide::Folder folder(options.guideFolder);
-  esg::guide::Source source(folder, options.today, Report);
+  esg::guide::Source source(options.guideFolder, options.today, Report);
   source.ReportAll();
   std::shared_ptr<const esg::guide::Guide> guide;
   try {

@@ -96,17 +96,15 @@ std::vector<std::string> Completions(const std::vector<std::string>& words,
     return Words(std::string(command == nullptr ? "--version" : command->options) + ' ' +
                  kCommonOptions + " --help");
   }
-  std::vector<std::string> candidates;
+  if (parameter == nullptr && !arguments.empty()) {
+    parameter = TryFindParameter(NameOf(arguments.front()));
+  }
+  std::vector<std::string> candidates = Words(parameter == nullptr ? "" : parameter->values);
   if (parameter == nullptr && command == nullptr) {
     for (const Command& known : kCommands) {
       candidates.emplace_back(known.name);
     }
-    return candidates;
-  }
-  if (parameter == nullptr && !arguments.empty()) {
-    parameter = TryFindParameter(NameOf(arguments.front()));
-  }
-  if (parameter != nullptr && parameter->name == std::string_view("SERVICE")) {
+  } else if (parameter != nullptr && parameter->name == std::string_view("SERVICE")) {
     // Numbers are only for those who begin to write one.
     const bool digit = !words.empty() && g_ascii_isdigit(words.back()[0]) != FALSE;
     for (const Service& service : services.all) {
@@ -115,9 +113,8 @@ std::vector<std::string> Completions(const std::vector<std::string>& words,
         candidates.push_back(service.number);
       }
     }
-    return candidates;
   }
-  return Words(parameter == nullptr ? "" : parameter->values);
+  return candidates;
 }
 
 }  // namespace
@@ -125,9 +122,12 @@ std::vector<std::string> Completions(const std::vector<std::string>& words,
 const char* const kCommonOptions = "--epoch --color --width --verbose";
 
 const std::vector<Command> kCommands = {
-    {"now", "[SERVICE]...", "--follow --json --raw", RunNow, "Show what is on now"},
-    {"next", "[SERVICE]...", "--of --follow --json --raw", RunNext, "Show what comes next"},
-    {"prev", "[SERVICE]...", "--of --follow --json --raw", RunPrevious, "Show what was on before"},
+    {"now", "[SERVICE]...", "--follow --json --raw",
+     RunOne(eRelative_Position_Current, "Nothing is on now"), "Show what is on now"},
+    {"next", "[SERVICE]...", "--of --follow --json --raw",
+     RunOne(eRelative_Position_Next, "Nothing comes next"), "Show what comes next"},
+    {"prev", "[SERVICE]...", "--of --follow --json --raw",
+     RunOne(eRelative_Position_Previous, "Nothing was on before"), "Show what was on before"},
     {"list", "[SERVICE]...", "--from --to --for --ids --follow --json --raw", RunList,
      "List the programmes of a time range, 24 hours from now by default"},
     {"show", "SERVICE [CONTENT-ID] [START]", "--json --raw", RunShow, "Show one programme in full"},
@@ -154,14 +154,19 @@ std::string NameOf(const std::string& argument) {
   return argument.substr(first, argument.find_first_of("].") - first);
 }
 
-std::string Suggestion(const std::vector<std::string>& words) {
+std::string Hint(const Command* command, const std::string& word) {
+  std::vector<std::string> words = {word.substr(0, word.find('='))};
+  if (command != nullptr) {
+    words.insert(words.begin(), command->name);
+  }
   std::map<std::size_t, std::string> byDifference = {{3, ""}};
   for (const std::string& name : Completions(words, Services())) {
     if (name != words.back()) {
       byDifference.emplace(Difference(words.back(), name), name);
     }
   }
-  return byDifference.begin()->second;
+  const std::string& meant = byDifference.begin()->second;
+  return meant.empty() ? "" : "\"" + word + "\" is unknown. Did you mean " + meant + "?";
 }
 
 std::string Synopsis(const Command& command) {
@@ -231,12 +236,9 @@ TimeRange Session::Range(Seconds usualLength) const {
 }
 
 void RunComplete(Session& session) {
-  const std::vector<std::string>& words = session.request.words;
-  std::string lines;
-  for (const std::string& candidate : Completions(words, session.KnownServices())) {
-    lines += Printable(candidate) + '\n';
+  for (const std::string& word : Completions(session.request.words, session.KnownServices())) {
+    Print(Printable(word) + '\n');
   }
-  Print(lines);
 }
 
 }  // namespace esgctl

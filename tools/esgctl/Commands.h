@@ -126,7 +126,7 @@ struct Command {
   const char* name;
   const char* arguments;  ///< as in "KIND SERVICE [TIME]" and "[SERVICE]..."
   const char* options;    ///< names
-  void (*run)(Session& session);
+  std::function<void(Session&)> run;
   const char* summary;
 };
 
@@ -139,17 +139,16 @@ const Parameter* TryFindParameter(const std::string& name);
 /// The name in an argument such as "[SERVICE]...".
 std::string NameOf(const std::string& argument);
 
-/// The command or option that the last of these words, which are the first of the command line, is
-/// likely to be a mistyped form of; empty if none is near.
-std::string Suggestion(const std::vector<std::string>& words);
+/// What the user may have meant by an unknown word, which follows the command if there is one;
+/// empty if nothing is near.
+std::string Hint(const Command* command, const std::string& word);
 
 /// "list [SERVICE]... [--from TIME] ...".
 std::string Synopsis(const Command& command);
 
 // The commands. Whatever goes wrong is an exception.
-void RunNow(Session& session);
-void RunNext(Session& session);
-void RunPrevious(Session& session);
+/// Shows one programme of each service: the present one, or the one before or after.
+std::function<void(Session&)> RunOne(eRelative_Position position, const char* nothing);
 void RunList(Session& session);
 void RunShow(Session& session);
 void RunGrid(Session& session);

@@ -7,21 +7,6 @@
 namespace esgctl {
 namespace {
 
-std::string Written(const std::vector<Service>& services, const Request& request) {
-  Json::Value list(Json::arrayValue);
-  std::vector<TableRow> rows;
-  for (const Service& service : services) {
-    list.append(ServiceToJson(service));
-    rows.push_back({{service.number, service.alias, service.id, service.name}});
-  }
-  if (request.json) {
-    return JsonText(list);
-  }
-  return rows.empty()
-             ? ""
-             : RenderTable({"NUMBER", "ALIAS", "ID", "NAME"}, std::move(rows), TableStyle(request));
-}
-
 /// The lines of a text, without what a terminal would obey.
 std::string PrintableLines(const std::string& text) {
   std::istringstream rest(text);
@@ -47,15 +32,7 @@ std::string ResultJson(const Request& request, const std::string& id, const char
 void RunServices(Session& session) {
   const Request& request = session.request;
   std::vector<Service> services = session.NamedServices();
-  if (request.names) {
-    std::string lines;
-    for (const Service& service : services) {
-      lines += Printable(service.ShortName()) + '\n';
-    }
-    Print(lines);
-    return;
-  }
-  if (!services.empty()) {
+  if (!services.empty() && !request.names) {
     try {
       services = session.ChosenServices();
     } catch (const Failure& failure) {
@@ -63,8 +40,22 @@ void RunServices(Session& session) {
       Say(std::string("some names are unknown: ") + failure.what());
     }
   }
-  Print(Written(services, request));
-  if (services.empty()) {
+  std::string names;
+  Json::Value list(Json::arrayValue);
+  std::vector<TableRow> rows;
+  for (const Service& service : services) {
+    names += Printable(service.ShortName()) + '\n';
+    list.append(ServiceToJson(service));
+    rows.push_back({{service.number, service.alias, service.id, service.name}});
+  }
+  if (request.names) {
+    Print(names);
+  } else if (request.json) {
+    Print(JsonText(list));
+  } else if (!rows.empty()) {
+    Print(RenderTable({"NUMBER", "ALIAS", "ID", "NAME"}, std::move(rows), TableStyle(request)));
+  }
+  if (services.empty() && !request.names) {
     Say("there is no list of services.\n" + HowToListServices());
   }
 }
@@ -77,12 +68,10 @@ void RunXml(Session& session) {
   const std::string id = session.ChosenServices().front().id;
   const auto timed =
       request.kind == "schedule" ? &ESGAsync::GetScheduleFragment : &ESGAsync::GetContentFragment;
-  const auto texts =
-      session.guide.Ask<std::string>(1, [&](std::size_t, ESGAsync::FragmentCallback done) {
-        return request.kind == "service"
-                   ? ESGAsync::GetServiceFragment(id, request.bb, std::move(done))
-                   : timed(id, start, length, request.bb, std::move(done));
-      });
+  const auto texts = session.guide.Ask<std::string>(1, [&](std::size_t, auto done) {
+    return request.kind == "service" ? ESGAsync::GetServiceFragment(id, request.bb, std::move(done))
+                                     : timed(id, start, length, request.bb, std::move(done));
+  });
   const std::optional<std::string>& text = texts.front();
   if (!text) {
     throw Failure(kNotFound, "The guide service has no " + request.kind + " fragment of " + id +

@@ -38,13 +38,6 @@ void AddPair(Json::Value& list, const char* textName, const std::string& text, c
   }
 }
 
-/// The system that a dimension of a rating belongs to. Region 1 is the United States, whose
-/// dimension 7 is that of films; other programs know the two systems by these names.
-std::string RatingSystem(const std::string& region, const std::string& dimension,
-                         const std::string& description) {
-  return region != "1" ? description : dimension == "7" ? "MPAA" : "VCHIP";
-}
-
 /// Adds a rating for each system, its values in the order of the dimensions: "TV-14 D L V".
 void AddRatings(Json::Value& list, const pugi::xml_node& node) {
   const std::string region = FirstText(node, "RegionIdentifier");
@@ -52,8 +45,10 @@ void AddRatings(Json::Value& list, const pugi::xml_node& node) {
   std::map<std::string, std::map<std::string, std::string>> values;  // by system and dimension
   esg::tools::ForEach(node, "RatingDimVal", [&](const pugi::xml_node& child) {
     const std::string dimension = FirstText(child, "RatingDimension");
-    values[RatingSystem(region, dimension, description)][dimension] =
-        FirstText(child, "RatingValueString");
+    // Region 1 is the United States, whose dimension 7 is that of films; other programs know the
+    // two systems by these names.
+    const std::string system = region != "1" ? description : dimension == "7" ? "MPAA" : "VCHIP";
+    values[system][dimension] = FirstText(child, "RatingValueString");
   });
   for (const auto& [system, byDimension] : values) {
     std::string text;

@@ -33,9 +33,8 @@ bool IsThere(const esg::tools::Bus& bus) {
   if (reply == nullptr) {
     throw NoBus(error->message);
   }
-  gboolean there = FALSE;
-  g_variant_get(reply, "(b)", &there);
-  return there != FALSE;
+  g_autoptr(GVariant) there = g_variant_get_child_value(reply, 0);
+  return g_variant_get_boolean(there) != FALSE;
 }
 
 void StartService(const esg::tools::Bus& bus) {
@@ -204,12 +203,11 @@ Listings Guide::Around(const std::vector<Service>& services, std::optional<Secon
 Listings Guide::Lists(const std::vector<Service>& services, const TimeRange& range,
                       const Wanted& wanted) {
   const std::vector<TimeRange> pieces = Pieces(m_clock, range);
-  auto lists = Ask<ESGProgramMap>(
-      services.size() * pieces.size(), [&](std::size_t i, ESGAsync::ProgramListCallback done) {
-        const auto& [from, to] = pieces[i % pieces.size()];
-        return ESGAsync::GetProgramList(services[i / pieces.size()].id, m_clock.ToRecord(from),
-                                        static_cast<unsigned int>(to - from), std::move(done));
-      });
+  auto lists = Ask<ESGProgramMap>(services.size() * pieces.size(), [&](std::size_t i, auto done) {
+    const auto& [from, to] = pieces[i % pieces.size()];
+    return ESGAsync::GetProgramList(services[i / pieces.size()].id, m_clock.ToRecord(from),
+                                    static_cast<unsigned int>(to - from), std::move(done));
+  });
   auto list = lists.begin();
   Listings listings;
   for (const Service& service : services) {
@@ -291,16 +289,16 @@ Facts Guide::FactsOf(const Listings& listings) {
 
 Failure Guide::Explain(const std::string& what, const Service& service, const TimeRange& range) {
   const bool known = !ServiceFacts({&service}).front().isNull();
-  const std::vector<Service> services = {service};
-  const auto beside = [&](Seconds time, eRelative_Position position) {
-    const auto question = [&](std::size_t, ESGAsync::ProgramCallback done) {
-      return ESGAsync::GetProgram(Reference(service, nullptr, m_clock.ToRecord(time)), position,
-                                  std::move(done));
-    };
-    return Programmes(services, question, Need::Welcome).front().showings;
+  const std::vector<Service> services(2, service);
+  const auto question = [&](std::size_t i, ESGAsync::ProgramCallback done) {
+    const Seconds time = i == 0 ? range.from : range.to - 1;
+    return ESGAsync::GetProgram(Reference(service, nullptr, m_clock.ToRecord(time)),
+                                i == 0 ? eRelative_Position_Previous : eRelative_Position_Next,
+                                std::move(done));
   };
-  const std::vector<Showing> before = beside(range.from, eRelative_Position_Previous);
-  const std::vector<Showing> after = beside(range.to - 1, eRelative_Position_Next);
+  const Listings beside = Programmes(services, question, Need::Welcome);
+  const std::vector<Showing>& before = beside[0].showings;
+  const std::vector<Showing>& after = beside[1].showings;
   const std::string guide = "The guide of " + service.Label();
   std::string message = what + '\n';
   if (!after.empty()) {

@@ -1,3 +1,5 @@
+#include <set>
+
 #include "Commands.h"
 
 namespace esgctl {
@@ -7,15 +9,12 @@ constexpr int kWidestChannel = 24;
 
 /// When the next programme starts or ends; 0 if that is not known.
 Seconds NextChange(const Showings& showings, Seconds now) {
-  Seconds next = 0;
+  std::set<Seconds> changes;
   for (const Showing* const showing : showings) {
-    for (const Seconds change : {showing->start, showing->end}) {
-      if (change > now && (next == 0 || change < next)) {
-        next = change;
-      }
-    }
+    changes.insert({showing->start, showing->end});
   }
-  return next;
+  const auto next = changes.upper_bound(now);
+  return next == changes.end() ? 0 : *next;
 }
 
 std::string AsTable(const Showings& showings, const Session& session) {

@@ -13,25 +13,6 @@ namespace {
 
 constexpr Seconds kHalfHour = kHour / 2;
 
-/// Shows one programme of each service: the present one, or the one before or after.
-void LookAtOne(Session& session, eRelative_Position position, const char* nothing) {
-  const std::string& of = session.request.of;
-  View view;
-  view.nothing = nothing;
-  view.single = true;
-  view.range = [&] {
-    const Seconds now = session.clock.Now();
-    const Seconds time = of.empty() ? now : ParseMoment(of, now).time;
-    session.clock.ToRecord(time);
-    return TimeRange{time, time + 1};
-  };
-  view.ask = [&](const std::vector<Service>& services, const TimeRange& range) {
-    const auto time = of.empty() ? std::nullopt : std::make_optional(range.from);
-    return session.guide.Around(services, time, position);
-  };
-  Look(session, view);
-}
-
 /// Finds something in texts without accents; case does not count.
 using Pattern = std::shared_ptr<GRegex>;
 
@@ -59,16 +40,24 @@ bool IsIn(const std::string& text, const Pattern& pattern) {
 
 }  // namespace
 
-void RunNow(Session& session) {
-  LookAtOne(session, eRelative_Position_Current, "Nothing is on now");
-}
-
-void RunNext(Session& session) {
-  LookAtOne(session, eRelative_Position_Next, "Nothing comes next");
-}
-
-void RunPrevious(Session& session) {
-  LookAtOne(session, eRelative_Position_Previous, "Nothing was on before");
+std::function<void(Session&)> RunOne(eRelative_Position position, const char* nothing) {
+  return [=](Session& session) {
+    const std::string& of = session.request.of;
+    View view;
+    view.nothing = nothing;
+    view.single = true;
+    view.range = [&] {
+      const Seconds now = session.clock.Now();
+      const Seconds time = of.empty() ? now : ParseMoment(of, now).time;
+      session.clock.ToRecord(time);
+      return TimeRange{time, time + 1};
+    };
+    view.ask = [&](const std::vector<Service>& services, const TimeRange& range) {
+      const auto time = of.empty() ? std::nullopt : std::make_optional(range.from);
+      return session.guide.Around(services, time, position);
+    };
+    Look(session, view);
+  };
 }
 
 void RunList(Session& session) { Look(session, {}); }

@@ -118,12 +118,11 @@ void RunShow(Session& session) {
   } else {
     found = NextShowing(session, services, contentId);
   }
-  if (found.showings.empty() && contentId.empty()) {
-    throw guide.Explain("Nothing is on at this time on " + service.Label() + '.', service,
-                        {from, from + 1});
-  }
   if (found.showings.empty()) {
-    throw Failure(kNotFound, "There is no showing of " + contentId + " on " + service.Label() +
+    throw contentId.empty()
+        ? guide.Explain("Nothing is on at this time on " + service.Label() + '.', service,
+                        {from, from + 1})
+        : Failure(kNotFound, "There is no showing of " + contentId + " on " + service.Label() +
                                  (start ? " at this time." : " within two weeks of now."));
   }
   const Showing& showing = found.showings.back();

@@ -9,9 +9,6 @@
 
 namespace esgctl {
 
-/// `text` in bold where colours are wanted.
-std::string Bold(const std::string& text, const Style& style);
-
 /// A row of any texts; a marked one stands out in colour.
 struct TableRow {
   std::vector<std::string> cells;

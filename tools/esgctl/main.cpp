@@ -68,21 +68,6 @@ void AddParameters(CLI::App& app, const std::string& text, Request& request) {
   }
 }
 
-/// What the user may have meant by the first word that is unknown.
-std::string Hint(const CLI::App& app) {
-  std::vector<std::string> words;
-  for (const CLI::App* const command : app.get_subcommands()) {
-    words.push_back(command->get_name());
-  }
-  const std::vector<std::string> unknown = app.remaining(true);
-  if (unknown.empty()) {
-    return {};
-  }
-  words.push_back(unknown.front().substr(0, unknown.front().find('=')));
-  const std::string meant = Suggestion(words);
-  return meant.empty() ? "" : "\"" + unknown.front() + "\" is unknown. Did you mean " + meant + "?";
-}
-
 int Fail(int status, const std::string& message) {
   Say(message);
   return status;
@@ -134,7 +119,7 @@ int main(int argc, char** argv) try {
     CLI::App& sub = *app.add_subcommand(command.name, command.summary);
     sub.group("Commands");
     AddParameters(sub, std::string(command.arguments) + ' ' + command.options, request);
-    sub.callback([&] { chosen = &command; });
+    sub.preparse_callback([&](std::size_t) { chosen = &command; });
   }
   app.footer(std::string("TIME is ") + kTimeForms + ".\nDURATION is " + kDurationForms +
              ".\nThe list of services is ~/.config/esg-client/services or, without that file, "
@@ -150,7 +135,8 @@ int main(int argc, char** argv) try {
     if (error.get_exit_code() == 0) {
       return app.exit(error);
     }
-    const std::string hint = Hint(app);
+    const std::vector<std::string> unknown = app.remaining(true);
+    const std::string hint = unknown.empty() ? "" : Hint(chosen, unknown.front());
     Say(hint.empty() ? error.what() : hint);
     return Fail(kUsage, "See esgctl --help.");
   }

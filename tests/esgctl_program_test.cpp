@@ -286,7 +286,7 @@ TEST_F(Esgctl, ExportsAPageThatABrowserShows) {
   expected["stops"] = 1;
   expected["open"] = true;
   expected["title"] = WithoutOverride(kHarm) + '5';
-  expected["scripts"] = 2;  // the page's and the probe
+  expected["scripts"] = 3;  // two of the page, and the probe
   expected["images"] = 0;
   expected["harmed"] = false;
   EXPECT_EQ(Parse(text), expected);

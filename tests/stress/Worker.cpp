@@ -78,8 +78,16 @@ void OnSignal(int signal) {
   Fault(signal == SIGALRM ? "something has not ended" : strsignal(signal));
 }
 
-void Sleep(int milliseconds) {
-  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+/// Ends all pauses. Like everything that threads use, not destroyed.
+std::promise<void>& RoundEnd() {
+  static auto& end = *new std::promise<void>;
+  return end;
+}
+
+/// Waits for the end of the round, but no longer than that.
+void Pause(int milliseconds) {
+  static const auto& end = *new std::shared_future<void>(RoundEnd().get_future());
+  end.wait_for(std::chrono::milliseconds(milliseconds));
 }
 
 Choices ChoicesOf(int thread) {
@@ -160,7 +168,7 @@ void RunCaller(int thread) {
     const int failed = failures;
     choices.OneIn(40) ? ChangeRules(choices.Between(0, 9)) : AnyCall(choices);
     if (failures != failed || choices.OneIn(50)) {
-      Sleep(choices.Between(0, 10));
+      Pause(choices.Between(0, 10));
     }
   }
 }
@@ -237,7 +245,7 @@ void RunForks(int thread) {
     if (waitpid(child, &status, 0) != child || status != 0) {
       Fault("a child did not end well");
     }
-    Sleep(choices.Between(0, 100));
+    Pause(choices.Between(0, 100));
   }
 }
 
@@ -264,7 +272,7 @@ void OnEvent(int number, ESGMessageBuffer& payload) {
   std::atomic<bool> isDone{false};
   const auto work = [&] {
     Choices own(static_cast<std::uint64_t>(calls));
-    what == 1 ? Sleep(own.Between(0, 20)) : own.OneIn(2) ? AnyCall(own) : ChangeRules(9);
+    what == 1 ? Pause(own.Between(0, 20)) : own.OneIn(2) ? AnyCall(own) : ChangeRules(9);
     isDone = true;
     g_main_context_wakeup(nullptr);
   };
@@ -339,13 +347,14 @@ int main(int /*argc*/, char** argv) {
     if (!round.inStep) {
       Post(++posted);
     }
-    Sleep(choices.Between(0, 5));
+    Pause(choices.Between(0, 5));
   }
   if (round.exits) {
     exiting = true;
     End();
   }
   stopping = true;
+  RoundEnd().set_value();
   Join(threads);
   while (!round.losesBus && !OwnEvents().WaitUntil([posted](int count) { return count >= posted; },
                                                    std::chrono::milliseconds(20))) {

@@ -135,21 +135,22 @@ const GuideListener::Method GuideListener::kMethods[] = {
     {"SaveScheduleFragment",
      {kService, kBB, kPath},
      [](const GuideListener& self, const Arguments& in) {
-       const Kept* present = self.m_guide->Schedule(in.service, {self.m_now(), 1});
-       const Kept* first = self.m_guide->Find(in.service).firstSchedule;
-       return self.SaveFragment(in.Text(kPath), present != nullptr ? present : first);
+       return self.SaveFragment(in.Text(kPath),
+                                self.m_guide->Schedule(in.service, {self.m_now(), 1}),
+                                self.m_guide->Find(in.service).firstSchedule);
      }},
     {"SaveContentFragment",
      {kService, kBB, kPath},
      [](const GuideListener& self, const Arguments& in) {
-       const Kept* present = self.m_guide->Content(in.service, {self.m_now(), 1});
-       const Kept* first = self.m_guide->Find(in.service).firstContent;
-       return self.SaveFragment(in.Text(kPath), present != nullptr ? present : first);
+       return self.SaveFragment(in.Text(kPath),
+                                self.m_guide->Content(in.service, {self.m_now(), 1}),
+                                self.m_guide->Find(in.service).firstContent);
      }},
     {"SaveServiceFragment",
      {kService, kBB, kPath},
      [](const GuideListener& self, const Arguments& in) {
-       return self.SaveFragment(in.Text(kPath), self.m_guide->Find(in.service).description);
+       return self.SaveFragment(in.Text(kPath), self.m_guide->Find(in.service).description,
+                                nullptr);
      }},
 };
 
@@ -211,8 +212,9 @@ std::string GuideListener::GetFragment(const Kept* fragment) const {
   return bytes.empty() ? "" : FragmentReply(bytes);
 }
 
-std::string GuideListener::SaveFragment(const std::string& path, const Kept* fragment) const {
-  const std::string bytes = Load(fragment);
+std::string GuideListener::SaveFragment(const std::string& path, const Kept* fragment,
+                                        const Kept* otherwise) const {
+  const std::string bytes = Load(fragment != nullptr ? fragment : otherwise);
   if (bytes.empty()) {
     return {};
   }

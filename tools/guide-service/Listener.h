@@ -40,7 +40,8 @@ class GuideListener : public IESGCallListener {
   std::string Reply(const std::string& name, const std::string& text) const;
   std::string Load(const Kept* fragment) const;
   std::string GetFragment(const Kept* fragment) const;
-  std::string SaveFragment(const std::string& path, const Kept* fragment) const;
+  std::string SaveFragment(const std::string& path, const Kept* fragment,
+                           const Kept* otherwise) const;
 
   const std::string m_folder;
   const SaveFolder& m_saves;
